@@ -1,0 +1,159 @@
+#include <ostrel/rtl/Strings.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <vector>
+
+using namespace ostrel;
+
+namespace {
+
+TEST(Cp1251Conversion, EveryByteSurvivesUtf8AndUtf16RoundTrips) {
+  for (int b = 0; b < 256; ++b) {
+    AnsiString one(1, static_cast<char>(b));
+    EXPECT_EQ(Utf8ToAnsi(AnsiToUtf8(one)), one) << "byte " << b;
+    EXPECT_EQ(WideToAnsi(AnsiToWide(one)), one) << "byte " << b;
+  }
+}
+
+TEST(Cp1251Conversion, KnownLettersAndSymbols) {
+  EXPECT_EQ(Utf8ToAnsi("Ёё"), "\xA8\xB8");
+  EXPECT_EQ(Utf8ToAnsi("АЯая"), "\xC0\xDF\xE0\xFF");
+  EXPECT_EQ(Utf8ToAnsi("№ €"), "\xB9 \x88");
+  EXPECT_EQ(AnsiToUtf8("\xA0"), "\xC2\xA0");  // no-break space
+  EXPECT_EQ(AnsiToWide("\xC0"), u"\u0410");
+}
+
+TEST(Cp1251Conversion, CharactersWithoutAFormBecomeQuestionMarks) {
+  EXPECT_EQ(Utf8ToAnsi("a\u4E2Db"), "a?b");      // CJK
+  EXPECT_EQ(Utf8ToAnsi("\U0001F600"), "?");      // outside the BMP
+  EXPECT_EQ(WideToAnsi(u"x\u00E9y"), "x?y");     // é has no CP1251 form
+  EXPECT_EQ(WideToAnsi(std::u16string(1, char16_t(0xD800))), "?");  // lone surrogate
+}
+
+TEST(Cp1251Conversion, MalformedUtf8IsReplacedBytewise) {
+  EXPECT_EQ(Utf8ToAnsi("a\xFF" "b"), "a?b");
+  EXPECT_EQ(Utf8ToAnsi("\xD0"), "?");              // truncated sequence at the end
+  EXPECT_EQ(Utf8ToAnsi("\xC0\xAF"), "??");         // overlong encoding of '/'
+  EXPECT_EQ(Utf8ToAnsi("\xED\xA0\x80"), "???");    // encoded surrogate
+}
+
+TEST(Cp1251Conversion, CompileTimeLiteralMatchesRunTimeConversion) {
+  static constexpr auto lit = Cp1251(u8"Привет, мир! Ёжик № 5");
+  EXPECT_EQ(lit.Str(), Ansi(u8"Привет, мир! Ёжик № 5"));
+  static_assert(lit.View().size() == 21);
+}
+
+TEST(Cp1251Conversion, Utf16AndUtf8AgreeOutsideTheCodePage) {
+  const std::string utf8 = "Ж\U0001F600z";
+  EXPECT_EQ(WideToUtf8(Utf8ToWide(utf8)), utf8);
+}
+
+struct CaseRow {
+  const char8_t* lower;
+  const char8_t* upper;
+};
+
+class AnsiCaseFolding : public ::testing::TestWithParam<CaseRow> {};
+
+TEST_P(AnsiCaseFolding, UpperAndLowerAreInverse) {
+  AnsiString lo = Ansi(GetParam().lower), up = Ansi(GetParam().upper);
+  EXPECT_EQ(AnsiUpperCase(lo), up);
+  EXPECT_EQ(AnsiLowerCase(up), lo);
+  EXPECT_TRUE(AnsiSameText(lo, up));
+  EXPECT_EQ(AnsiCompareText(lo, up), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Letters, AnsiCaseFolding,
+    ::testing::Values(CaseRow{u8"ёлка и ёж", u8"ЁЛКА И ЁЖ"},
+                      CaseRow{u8"абвгдежзийклмнопрстуфхцчшщъыьэюя",
+                              u8"АБВГДЕЖЗИЙКЛМНОПРСТУФХЦЧШЩЪЫЬЭЮЯ"},
+                      CaseRow{u8"ґєіїўђѓљњќћџјѕ", u8"ҐЄІЇЎЂЃЉЊЌЋЏЈЅ"},
+                      CaseRow{u8"abc xyz 123", u8"ABC XYZ 123"}));
+
+TEST(AnsiCase, NonLettersAreUnchanged) {
+  AnsiString all;
+  for (int b = 0; b < 256; ++b)
+    if (!IsAnsiLetter(static_cast<char>(b))) all += static_cast<char>(b);
+  EXPECT_EQ(AnsiUpperCase(all), all);
+  EXPECT_EQ(AnsiLowerCase(all), all);
+  EXPECT_EQ(AnsiUpperCase(Ansi(u8"µ°№")), Ansi(u8"µ°№"));
+}
+
+TEST(AsciiCase, LeavesCyrillicAlone) {
+  EXPECT_EQ(UpperCase(Ansi(u8"abcЖ")), Ansi(u8"ABCЖ"));
+  EXPECT_EQ(LowerCase(Ansi(u8"ABCЖ")), Ansi(u8"abcЖ"));
+  EXPECT_FALSE(SameText(Ansi(u8"ж"), Ansi(u8"Ж")));
+  EXPECT_TRUE(SameText("Abc", "aBC"));
+}
+
+TEST(AnsiCompare, AlphabetOrderPutsYoRightAfterYe) {
+  std::vector<AnsiString> words = {Ansi(u8"жук"), Ansi(u8"ёж"), Ansi(u8"еда"), Ansi(u8"Ель"),
+                                   Ansi(u8"яма"), Ansi(u8"apple"), Ansi(u8"Zebra"), Ansi(u8"10")};
+  std::sort(words.begin(), words.end(),
+            [](const AnsiString& a, const AnsiString& b) { return AnsiCompareText(a, b) < 0; });
+  std::vector<AnsiString> expected = {Ansi(u8"10"),  Ansi(u8"apple"), Ansi(u8"Zebra"),
+                                      Ansi(u8"еда"), Ansi(u8"Ель"),   Ansi(u8"ёж"),
+                                      Ansi(u8"жук"), Ansi(u8"яма")};
+  EXPECT_EQ(words, expected);
+}
+
+TEST(AnsiCompare, PrefixSortsFirstAndCaseBreaksTiesLowerFirst) {
+  EXPECT_EQ(AnsiCompareText("ab", "abc"), -1);
+  EXPECT_EQ(AnsiCompareText("abc", "AB"), 1);
+  EXPECT_EQ(AnsiCompareStr("a", "A"), -1);
+  EXPECT_EQ(AnsiCompareStr(Ansi(u8"Ёж"), Ansi(u8"ёж")), 1);
+  EXPECT_EQ(AnsiCompareStr("A", "ab"), -1);  // letters first, case only on a tie
+  EXPECT_EQ(AnsiCompareStr("same", "same"), 0);
+  EXPECT_FALSE(AnsiSameStr("a", "A"));
+}
+
+TEST(AnsiCompare, FoldAndHashAgreeWithSameText) {
+  const AnsiString a = Ansi(u8"Сумма Ёлки"), b = Ansi(u8"сУММА ёЛКИ");
+  EXPECT_EQ(AnsiFoldCase(a), AnsiFoldCase(b));
+  EXPECT_EQ(AnsiHashText(a), AnsiHashText(b));
+  EXPECT_NE(AnsiFoldCase(Ansi(u8"е")), AnsiFoldCase(Ansi(u8"ё")));
+  EXPECT_EQ(AnsiPosText(Ansi(u8"ЁЛ"), Ansi(u8"мелкая ёлка")), 8);
+}
+
+TEST(Trim, RemovesControlCodesAndBlanksOnly) {
+  EXPECT_EQ(Trim("\t\r\n  x y \x01\x1F "), "x y");
+  EXPECT_EQ(TrimLeft("  x "), "x ");
+  EXPECT_EQ(TrimRight("  x \n"), "  x");
+  EXPECT_EQ(Trim("\xA0x\xA0"), "\xA0x\xA0");  // the no-break space is code 160, kept
+  EXPECT_EQ(Trim("   "), "");
+  EXPECT_EQ(Trim(""), "");
+}
+
+TEST(CharSets, MembershipRangesAndAlgebra) {
+  constexpr TCharSet digits{{'0', '9'}};
+  constexpr TCharSet sep{';', ',', ' '};
+  static_assert(CharInSet('5', digits) && !CharInSet('a', digits));
+  TCharSet both = digits + sep;
+  EXPECT_TRUE(both.Contains(';'));
+  EXPECT_TRUE(both.Contains('0'));
+  EXPECT_FALSE((both - sep).Contains(';'));
+  EXPECT_TRUE((both * sep) == sep);
+  TCharSet high = TCharSet::FromCodes(0xC0, 0xFF);
+  EXPECT_TRUE(high.Contains('\xFF'));
+  EXPECT_FALSE(high.Contains('\xBF'));
+  EXPECT_TRUE(TCharSet().Empty());
+  EXPECT_TRUE(BlankChars.Contains('\0') && BlankChars.Contains(' ') && !BlankChars.Contains('!'));
+}
+
+TEST(SmallSearches, PosCopyAndReplaceUseOneBasedPositions) {
+  EXPECT_EQ(Pos("b", "abcb"), 2);
+  EXPECT_EQ(Pos("b", "abcb", 3), 4);
+  EXPECT_EQ(Pos("", "abc"), 0);
+  EXPECT_EQ(Pos("z", "abc"), 0);
+  EXPECT_EQ(Copy("abcdef", 2, 3), "bcd");
+  EXPECT_EQ(Copy("abc", 0, 2), "ab");
+  EXPECT_EQ(Copy("abc", 3, 100), "c");
+  EXPECT_EQ(Copy("abc", 4, 1), "");
+  EXPECT_EQ(StringReplaceAll(Ansi(u8"Да да ДА"), Ansi(u8"да"), "+", true), "+ + +");
+  EXPECT_EQ(QuotedStr("it's"), "'it''s'");
+}
+
+}  // namespace
