@@ -1,0 +1,7 @@
+// The services of the library in one header: string, variant and error helpers and the
+// text, number and date services built on them.
+#pragma once
+
+#include <ostrel/services/ErrServ.h>
+#include <ostrel/services/StrServ.h>
+#include <ostrel/services/VarServ.h>
