@@ -76,7 +76,7 @@ constexpr TVarType IntegerVarType() {
 
 class OSTREL_API Variant {
  public:
-  Variant() noexcept : fType(varEmpty), fInt(0) {}
+  constexpr Variant() noexcept : fType(varEmpty), fInt(0) {}
   Variant(const Variant& other);
   Variant(Variant&& other) noexcept : fType(other.fType), fRaw(other.fRaw) {
     other.fType = varEmpty;
@@ -96,7 +96,7 @@ class OSTREL_API Variant {
     if constexpr (std::is_signed_v<T>) fInt = static_cast<Int64>(value);
     else fUInt = static_cast<UInt64>(value);
   }
-  Variant(float value) noexcept : fType(varSingle), fSingle(value) {}
+  Variant(float value) noexcept : fType(varSingle), fRaw(0) { fSingle = value; }
   Variant(double value) noexcept : fType(varDouble), fDouble(value) {}
   // An extended value held by a variant is a double, as the classic variant stores it.
   Variant(long double value) noexcept : fType(varDouble), fDouble(static_cast<double>(value)) {}
