@@ -626,8 +626,11 @@ Variant FreshElement(TVarType elemType) {
   }
 }
 
+// Bounds far apart would ask for gigabytes; such a request is refused like a bad one.
+constexpr Int64 kMaxArrayCount = Int64{1} << 27;
+
 void Resize(VarArrayData& data, Int64 count) {
-  if (count < 0) throw EVariantError(kArrayCreateError);
+  if (count < 0 || count > kMaxArrayCount) throw EVariantError(kArrayCreateError);
   try {
     data.Items.resize(static_cast<std::size_t>(count), FreshElement(data.ElemType));
   } catch (const std::bad_alloc&) {
@@ -786,12 +789,12 @@ int CompareStrings(const Variant& a, const Variant& b, bool equality) {
   return r < 0 ? -1 : 1;
 }
 
-// A currency against a float compares in currency (so the float is rounded to four
-// places), unless the float lies beyond the currency range.
+// A currency against a number compares in currency (so a float is rounded to four
+// places), unless the number lies beyond the currency range.
 int CompareCurrency(const Variant& a, const Variant& b) {
   auto asCurr = [](const Variant& v, bool& fits) -> Currency {
     fits = true;
-    if (CatOf(v) == Cat::Float) {
+    if (CatOf(v) == Cat::Float || CatOf(v) == Cat::Int) {
       Extended f = ToExtended(v, varCurrency);
       if (!std::isfinite(f) || std::fabs(f) >= 922337203685477.0L) {
         fits = false;

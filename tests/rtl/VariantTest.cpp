@@ -1,0 +1,455 @@
+#include <ostrel/rtl/DateTime.h>
+#include <ostrel/rtl/Format.h>
+#include <ostrel/rtl/Variants.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+using namespace ostrel;
+
+namespace {
+
+// Every test runs in the Russian business locale, whatever an earlier test left behind.
+class VariantTest : public ::testing::Test {
+ protected:
+  TFormatSettingsGuard fGuard{TFormatSettings::Russian()};
+};
+
+// A counted object that reports its own destruction.
+class Probe : public TInterfacedObject {
+ public:
+  explicit Probe(bool* destroyed = nullptr) : fDestroyed(destroyed) {}
+  ~Probe() override {
+    if (fDestroyed) *fDestroyed = true;
+  }
+
+ private:
+  bool* fDestroyed;
+};
+
+Currency Curr(Int64 raw) { return Currency::FromRaw(raw); }
+
+// ---------------------------------------------------------------------------------------
+// Type codes
+
+TEST_F(VariantTest, EveryConstructorGivesItsTypeCode) {
+  IPtr<IInterface> intf(new Probe);
+  const struct {
+    Variant value;
+    TVarType code;
+    const char* text;
+  } cases[] = {
+      {Variant(), 0, "Empty"},
+      {Variant::Null(), 1, "Null"},
+      {Variant(SmallInt(-2)), 2, "Smallint"},
+      {Variant(7), 3, "Integer"},
+      {Variant(1.5f), 4, "Single"},
+      {Variant(1.5), 5, "Double"},
+      {Variant(1.5L), 5, "Double"},
+      {Variant(Curr(15000)), 6, "Currency"},
+      {Variant::FromDate(45000.5), 7, "Date"},
+      {Variant(u"wide"), 8, "OleStr"},
+      {Variant::FromDispatch(intf), 9, "Dispatch"},
+      {Variant::FromError(0), 10, "Error"},
+      {Variant(true), 11, "Boolean"},
+      {Variant(intf), 13, "Unknown"},
+      {Variant(IPtr<IInterface>()), 13, "Unknown"},
+      {Variant(ShortInt(-1)), 16, "ShortInt"},
+      {Variant(Byte(1)), 17, "Byte"},
+      {Variant(Word(1)), 18, "Word"},
+      {Variant(LongWord(1)), 19, "LongWord"},
+      {Variant(Int64(1)), 20, "Int64"},
+      {Variant(1LL), 20, "Int64"},
+      {Variant(UInt64(1)), 21, "UInt64"},
+      {Variant(1ULL), 21, "UInt64"},
+      {Variant("text"), 0x100, "String"},
+      {Variant(Cp1251(u8"Текст")), 0x100, "String"},
+      {Variant('c'), 0x100, "String"},
+      {Variant::FromUString(u"u"), 0x102, "UnicodeString"},
+      {VarArrayCreate(0, 1), 0x200C, "Array Variant"},
+      {VarArrayCreate(0, 1, varInteger), 0x2003, "Array Integer"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(VarType(c.value), c.code) << c.text;
+    EXPECT_EQ(VarTypeAsText(VarType(c.value)), c.text);
+  }
+  EXPECT_EQ(VarTypeAsText(0x0F), "$000F");
+}
+
+TEST_F(VariantTest, KindQueries) {
+  EXPECT_TRUE(VarIsStr(Variant("a")) && VarIsStr(Variant(u"a")) &&
+              VarIsStr(Variant::FromUString(u"a")));
+  EXPECT_TRUE(VarIsOrdinal(Variant(true)) && VarIsOrdinal(Variant(UInt64(1))));
+  EXPECT_FALSE(VarIsOrdinal(Variant(1.0)));
+  EXPECT_TRUE(VarIsFloat(Variant(Curr(1))) && VarIsFloat(Variant::FromDate(1)));
+  EXPECT_TRUE(VarIsNumeric(Variant(Byte(1))) && !VarIsNumeric(Variant("1")));
+  EXPECT_TRUE(VarIsClear(Variant::FromError(0)) && VarIsClear(Unassigned));
+  EXPECT_TRUE(VarIsType(Variant(1.0), {varSingle, varDouble}));
+  // Typed access refuses other types rather than converting.
+  EXPECT_EQ(Variant("abc").StrRef(), "abc");
+  EXPECT_THROW(Variant(1).StrRef(), EVariantTypeCastError);
+  EXPECT_THROW(Variant("abc").WideRef(), EVariantTypeCastError);
+}
+
+// ---------------------------------------------------------------------------------------
+// Conversions
+
+enum class Outcome { Ok, Cast, Overflow };
+
+struct ConversionCase {
+  const char* name;
+  Variant source;
+  TVarType target;
+  AnsiString expected;  // VarToStr of the result
+  Outcome outcome = Outcome::Ok;
+};
+
+TEST_F(VariantTest, VarAsTypeAcrossTypesInTheRussianLocale) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const ConversionCase cases[] = {
+      // strings to numbers use the current decimal separator
+      {"float text", Variant("1,5"), varDouble, "1,5"},
+      {"dot is not the separator", Variant("1.5"), varDouble, "", Outcome::Cast},
+      {"float text to integer rounds half to even", Variant("2,5"), varInteger, "2"},
+      {"float text to integer rounds up", Variant("3,5"), varInteger, "4"},
+      {"blanks around an integer", Variant(" 12 "), varInteger, "12"},
+      {"hexadecimal", Variant("$FF"), varSmallint, "255"},
+      {"wide text", Variant(u"-7"), varShortInt, "-7"},
+      {"no number", Variant("abc"), varInteger, "", Outcome::Cast},
+      {"empty text is no number", Variant(""), varDouble, "", Outcome::Cast},
+      {"currency text rounds to four places", Variant("1,23456"), varCurrency, "1,2346"},
+      {"big unsigned text", Variant("18446744073709551615"), varUInt64, "18446744073709551615"},
+      {"date text", Variant("05.03.2024"), varDate, "05.03.2024"},
+      {"bad date text", Variant("32.13.2024"), varDate, "", Outcome::Cast},
+      // booleans
+      {"true as integer", Variant(true), varInteger, "-1"},
+      {"true as byte", Variant(true), varByte, "255"},
+      {"true as text", Variant(true), varString, "True"},
+      {"false as wide text", Variant(false), varOleStr, "False"},
+      {"boolean text any case", Variant("TRUE"), varBoolean, "True"},
+      {"boolean text lower", Variant(u"false"), varBoolean, "False"},
+      {"nonzero number", Variant(0.25), varBoolean, "True"},
+      {"no boolean", Variant("yes"), varBoolean, "", Outcome::Cast},
+      // floats and currency to integers round half to even
+      {"2.5", Variant(2.5), varInteger, "2"},
+      {"-2.5", Variant(-2.5), varInteger, "-2"},
+      {"just above a half", Variant(2.5000001), varInteger, "3"},
+      {"single half", Variant(0.5f), varByte, "0"},
+      {"currency 2.5", Variant(Curr(25000)), varInteger, "2"},
+      {"currency -3.5", Variant(Curr(-35000)), varSmallint, "-4"},
+      // ranges
+      {"300 in a byte", Variant(300), varByte, "", Outcome::Overflow},
+      {"-1 in a word", Variant(-1), varWord, "", Outcome::Overflow},
+      {"70000 in a smallint", Variant(70000), varSmallint, "", Outcome::Overflow},
+      {"2^40 in an integer", Variant(Int64(1) << 40), varInteger, "", Outcome::Overflow},
+      {"max unsigned in int64", Variant(~UInt64(0)), varInt64, "", Outcome::Overflow},
+      {"1e20 in int64", Variant(1e20), varInt64, "", Outcome::Overflow},
+      {"1e300 in a single", Variant(1e300), varSingle, "", Outcome::Overflow},
+      {"NaN in an integer", Variant(nan), varInteger, "", Outcome::Overflow},
+      {"1e20 in currency", Variant(1e20), varCurrency, "", Outcome::Overflow},
+      // numbers to text
+      {"double", Variant(1.5), varString, "1,5"},
+      {"sum with binary tail", Variant(0.1 + 0.2), varString, "0,3"},
+      {"single keeps its own digits", Variant(1.1f), varString, "1,1"},
+      {"currency", Variant(Curr(15000)), varString, "1,5"},
+      {"max unsigned", Variant(~UInt64(0)), varString, "18446744073709551615"},
+      {"integer as date", Variant(5), varDate, "04.01.1900"},
+      {"midday of day zero shows the time", Variant::FromDate(0.5), varString, "12:00:00"},
+      {"wide text to 8-bit", Variant(u"\u041F\u0440\u0438"), varString, Cp1251(u8"При").Str()},
+      {"8-bit to unicode", Variant(Cp1251(u8"Ёж")), varUString, Cp1251(u8"Ёж").Str()},
+      // null and empty
+      {"null to integer", Variant::Null(), varInteger, "", Outcome::Cast},
+      {"null to text", Variant::Null(), varString, "", Outcome::Cast},
+      {"null to boolean", Variant::Null(), varBoolean, "", Outcome::Cast},
+      {"null to null", Variant::Null(), varNull, ""},
+      {"anything to empty", Variant(5), varEmpty, ""},
+      {"empty to integer", Variant(), varInteger, "0"},
+      {"empty to boolean", Variant(), varBoolean, "False"},
+      {"empty to text", Variant(), varOleStr, ""},
+      // things that convert to nothing
+      {"interface to integer", Variant(IPtr<IInterface>()), varInteger, "", Outcome::Cast},
+      {"text to interface", Variant("x"), varUnknown, "", Outcome::Cast},
+      {"array to integer", VarArrayOf({1}), varInteger, "", Outcome::Cast},
+      {"error to integer", Variant::FromError(5), varInteger, "", Outcome::Cast},
+      {"number to array", Variant(1), varArray | varInteger, "", Outcome::Cast},
+      {"to the variant code", Variant(1), varVariant, "", Outcome::Cast},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    switch (c.outcome) {
+      case Outcome::Ok: {
+        Variant r = VarAsType(c.source, c.target);
+        EXPECT_EQ(VarType(r), c.target);
+        EXPECT_EQ(VarToStr(r), c.expected);
+        break;
+      }
+      case Outcome::Cast:
+        EXPECT_THROW(VarAsType(c.source, c.target), EVariantTypeCastError);
+        break;
+      case Outcome::Overflow:
+        EXPECT_THROW(VarAsType(c.source, c.target), EVariantOverflowError);
+        break;
+    }
+  }
+}
+
+TEST_F(VariantTest, CastErrorNamesBothTypes) {
+  try {
+    VarToInt(Variant::Null());
+    FAIL() << "no exception";
+  } catch (const EVariantTypeCastError& e) {
+    EXPECT_EQ(e.Message(), "Could not convert variant of type (Null) into type (Integer)");
+  }
+  try {
+    VarToDouble(Variant(u"x"));
+    FAIL() << "no exception";
+  } catch (const EVariantTypeCastError& e) {
+    EXPECT_EQ(e.Message(), "Could not convert variant of type (OleStr) into type (Double)");
+  }
+}
+
+TEST_F(VariantTest, TypedCastsAndTexts) {
+  EXPECT_EQ(VarToInt(Variant(true)), -1);
+  EXPECT_EQ(VarToInt64(Variant("9000000000")), 9000000000LL);
+  EXPECT_DOUBLE_EQ(VarToDouble(Variant("-0,125")), -0.125);
+  EXPECT_EQ(VarToExtended(Variant(Curr(12345))), 1.2345L);
+  EXPECT_TRUE(VarToBool(Variant("True")));
+  EXPECT_EQ(VarToCurr(Variant(2)), Curr(20000));
+  EXPECT_DOUBLE_EQ(VarToDateTime(Variant("05.03.2024")), EncodeDate(2024, 3, 5));
+  EXPECT_THROW(VarToBool(Variant::Null()), EVariantTypeCastError);
+
+  EXPECT_EQ(VarToStr(Variant::Null()), "");
+  EXPECT_EQ(VarToStr(Unassigned), "");
+  EXPECT_EQ(VarToStrDef(Variant::Null(), "-"), "-");
+  EXPECT_EQ(VarToStrDef(Unassigned, "-"), "-");
+  EXPECT_EQ(VarToStrDef(Variant(""), "-"), "");
+  EXPECT_EQ(VarToWideStr(Variant(Cp1251(u8"Да"))), u"\u0414\u0430");
+  EXPECT_EQ(VarToWideStr(Variant::Null()), u"");
+
+  // The decimal separator is read when converting, not when storing.
+  Variant half(0.5);
+  {
+    TFormatSettingsGuard english(TFormatSettings::Invariant());
+    EXPECT_EQ(VarToStr(half), "0.5");
+    EXPECT_DOUBLE_EQ(VarToDouble(Variant("2.25")), 2.25);
+  }
+  EXPECT_EQ(VarToStr(half), "0,5");
+}
+
+// ---------------------------------------------------------------------------------------
+// Interfaces
+
+TEST_F(VariantTest, InterfacePayloadIsCounted) {
+  bool destroyed = false;
+  Probe* probe = new Probe(&destroyed);
+  IPtr<IInterface> ref(probe);
+  ASSERT_EQ(probe->RefCount(), 1);
+  {
+    Variant v(ref);
+    EXPECT_EQ(probe->RefCount(), 2);
+    Variant copy = v;
+    EXPECT_EQ(probe->RefCount(), 3);
+    Variant moved = std::move(copy);
+    EXPECT_EQ(probe->RefCount(), 3);
+    Variant arr = VarArrayOf({v, moved});
+    EXPECT_EQ(probe->RefCount(), 5);
+    EXPECT_EQ(VarToIntf(arr.GetElement(1)).Get(), static_cast<IInterface*>(probe));
+    moved = Variant(1);
+    EXPECT_EQ(probe->RefCount(), 4);
+    VarArrayPut(arr, Variant(), 0);
+    EXPECT_EQ(probe->RefCount(), 3);
+  }
+  EXPECT_EQ(probe->RefCount(), 1);
+  {
+    Variant owner(ref);
+    ref = nullptr;
+    EXPECT_FALSE(destroyed);
+  }
+  EXPECT_TRUE(destroyed);
+}
+
+TEST_F(VariantTest, InterfaceConversions) {
+  IPtr<IInterface> ref(new Probe);
+  EXPECT_EQ(VarToIntf(Variant::FromDispatch(ref)), ref);
+  EXPECT_EQ(VarToIntf(Unassigned), nullptr);
+  EXPECT_EQ(VarType(VarAsType(Variant::FromDispatch(ref), varUnknown)), varUnknown);
+  EXPECT_THROW(VarToIntf(Variant(5)), EVariantTypeCastError);
+  EXPECT_THROW(VarAsType(Variant(ref), varDispatch), EVariantTypeCastError);
+}
+
+// ---------------------------------------------------------------------------------------
+// Arrays
+
+TEST_F(VariantTest, ArrayBoundsAndElements) {
+  Variant a = VarArrayCreate(-2, 2);
+  EXPECT_TRUE(VarIsArray(a));
+  EXPECT_EQ(VarArrayDimCount(a), 1);
+  EXPECT_EQ(VarArrayLowBound(a), -2);
+  EXPECT_EQ(VarArrayHighBound(a), 2);
+  for (Integer i = -2; i <= 2; ++i) EXPECT_TRUE(VarIsEmpty(a.GetElement(i)));
+  a.SetElement(-2, Variant("first"));
+  VarArrayPut(a, Variant(2.5), 2);
+  EXPECT_EQ(VarToStr(VarArrayGet(a, -2)), "first");
+  EXPECT_EQ(VarToStr(a.GetElement(2)), "2,5");
+
+  for (Integer bad : {-3, 3, std::numeric_limits<Integer>::min(), std::numeric_limits<Integer>::max()}) {
+    SCOPED_TRACE(bad);
+    EXPECT_THROW(a.GetElement(bad), EVariantBadIndexError);
+    EXPECT_THROW(a.SetElement(bad, Variant(1)), EVariantBadIndexError);
+  }
+  try {
+    a.GetElement(5);
+  } catch (const EVariantBadIndexError& e) {
+    EXPECT_EQ(e.Message(), "Variant or safe array index out of bounds");
+  }
+  EXPECT_THROW(VarArrayLowBound(a, 2), EVariantBadIndexError);
+
+  Variant scalar(1);
+  EXPECT_EQ(VarArrayDimCount(scalar), 0);
+  EXPECT_THROW(scalar.GetElement(0), EVariantError);
+  EXPECT_THROW(VarArrayHighBound(scalar), EVariantError);
+  EXPECT_THROW(VarArrayPut(scalar, Variant(1), 0), EVariantError);
+}
+
+TEST_F(VariantTest, ArrayShapes) {
+  Variant none = VarArrayCreate(1, 0);
+  EXPECT_EQ(VarArrayLowBound(none), 1);
+  EXPECT_EQ(VarArrayHighBound(none), 0);
+  EXPECT_THROW(none.GetElement(1), EVariantBadIndexError);
+  EXPECT_THROW(VarArrayCreate(1, -1), EVariantError);
+  EXPECT_THROW(VarArrayCreate(std::numeric_limits<Integer>::min(), 0), EVariantError);
+  EXPECT_THROW(VarArrayCreate(0, 1, varString), EVariantError);
+  EXPECT_THROW(VarArrayCreate(0, 1, varNull), EVariantError);
+
+  std::vector<Variant> items{Variant(1), Variant("two"), Variant::Null()};
+  Variant of = VarArrayOf(items);
+  EXPECT_EQ(VarArrayLowBound(of), 0);
+  EXPECT_EQ(VarArrayHighBound(of), 2);
+  EXPECT_TRUE(VarIsNull(of.GetElement(2)));
+
+  VarArrayRedim(of, 4);
+  EXPECT_EQ(VarArrayHighBound(of), 4);
+  EXPECT_EQ(VarToStr(of.GetElement(1)), "two");
+  EXPECT_TRUE(VarIsEmpty(of.GetElement(4)));
+  VarArrayRedim(of, 0);
+  EXPECT_EQ(VarToInt(of.GetElement(0)), 1);
+  EXPECT_THROW(of.GetElement(1), EVariantBadIndexError);
+}
+
+TEST_F(VariantTest, TypedArrayConvertsWhatItStores) {
+  Variant a = VarArrayCreate(1, 2, varInteger);
+  EXPECT_EQ(VarType(a.GetElement(1)), varInteger);
+  EXPECT_EQ(VarToInt(a.GetElement(1)), 0);
+  a.SetElement(2, Variant("2,5"));
+  EXPECT_EQ(VarType(a.GetElement(2)), varInteger);
+  EXPECT_EQ(VarToInt(a.GetElement(2)), 2);
+  EXPECT_THROW(a.SetElement(1, Variant("x")), EVariantTypeCastError);
+  EXPECT_THROW(a.SetElement(1, Variant(1e10)), EVariantOverflowError);
+  EXPECT_EQ(VarToInt(a.GetElement(1)), 0);  // a failed store leaves the element alone
+
+  Variant w = VarArrayCreate(0, 0, varOleStr);
+  EXPECT_EQ(VarType(w.GetElement(0)), varOleStr);
+}
+
+TEST_F(VariantTest, CopiesOfArraysAreIndependent) {
+  Variant a = VarArrayOf({Variant("x"), VarArrayOf({1, 2})});
+  Variant b = a;
+  b.SetElement(0, Variant("changed"));
+  Variant inner = b.GetElement(1);
+  inner.SetElement(0, Variant(99));
+  b.SetElement(1, inner);
+  EXPECT_EQ(VarToStr(a.GetElement(0)), "x");
+  EXPECT_EQ(VarToInt(a.GetElement(1).GetElement(0)), 1);
+  EXPECT_EQ(VarToInt(b.GetElement(1).GetElement(0)), 99);
+
+  // Storing an array into itself stores a snapshot.
+  a.SetElement(0, a);
+  EXPECT_EQ(VarToStr(a.GetElement(0).GetElement(0)), "x");
+  const Variant& alias = a;
+  a = alias;
+  EXPECT_EQ(VarArrayHighBound(a), 1);
+}
+
+// ---------------------------------------------------------------------------------------
+// Comparison
+
+struct CompareCase {
+  const char* name;
+  Variant a, b;
+  TVariantRelationship expected;
+};
+
+TEST_F(VariantTest, CompareValueAcrossTypes) {
+  const CompareCase cases[] = {
+      {"integer and double", Variant(1), Variant(1.0), vrEqual},
+      {"integer and int64", Variant(1), Variant(Int64(2)), vrLessThan},
+      {"byte and shortint", Variant(Byte(200)), Variant(ShortInt(-1)), vrGreaterThan},
+      {"huge unsigned and int64 max", Variant(~UInt64(0)),
+       Variant(std::numeric_limits<Int64>::max()), vrGreaterThan},
+      {"true is -1", Variant(true), Variant(-1), vrEqual},
+      {"true above false", Variant(true), Variant(false), vrGreaterThan},
+      {"currency and double", Variant(Curr(15000)), Variant(1.5), vrEqual},
+      {"currency and huge double", Variant(Curr(15000)), Variant(1e30), vrLessThan},
+      {"currency and huge integer", Variant(Curr(-1)), Variant(Int64(1) << 62), vrLessThan},
+      {"date and double", Variant::FromDate(45000.25), Variant(45000.25), vrEqual},
+      {"numeric text against a number", Variant("10"), Variant(9), vrGreaterThan},
+      {"float text against an integer", Variant("1,5"), Variant(1), vrGreaterThan},
+      {"boolean text against a boolean", Variant("true"), Variant(true), vrEqual},
+      {"date text against a date", Variant("05.03.2024"),
+       Variant::FromDate(EncodeDate(2024, 3, 5)), vrEqual},
+      {"8-bit and wide text", Variant("abc"), Variant(u"abc"), vrEqual},
+      {"text is case-sensitive", Variant("abc"), Variant("ABC"), vrLessThan},
+      {"lower before upper", Variant("a"), Variant("A"), vrLessThan},
+      {"letters before case", Variant("a"), Variant("B"), vrLessThan},
+      {"yo after ye", Variant(Cp1251(u8"Ёж")), Variant(Cp1251(u8"Жук")), vrLessThan},
+      {"cyrillic in wide text", Variant(u"\u044F"), Variant(Cp1251(u8"Ю")), vrGreaterThan},
+      {"null and null", Variant::Null(), Variant::Null(), vrEqual},
+      {"empty and empty", Unassigned, Variant(), vrEqual},
+      {"null and zero", Variant::Null(), Variant(0), vrNotEqual},
+      {"zero and null", Variant(0), Variant::Null(), vrNotEqual},
+      {"empty and empty text", Unassigned, Variant(""), vrNotEqual},
+      {"empty and null", Unassigned, Variant::Null(), vrNotEqual},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(VarCompareValue(c.a, c.b), c.expected) << c.name;
+    if (c.expected == vrLessThan) {
+      EXPECT_EQ(VarCompareValue(c.b, c.a), vrGreaterThan) << c.name;
+    }
+  }
+}
+
+TEST_F(VariantTest, OperatorsFollowTheVariantRules) {
+  EXPECT_TRUE(Variant(2) == Variant(2.0));
+  EXPECT_TRUE(Variant(2) != Variant("3"));
+  EXPECT_TRUE(Variant(2) < Variant(2.5) && Variant(3) > Variant(Curr(29999)));
+  EXPECT_TRUE(Variant("b") >= Variant("a") && Variant("a") <= Variant("a"));
+  EXPECT_TRUE(Variant::Null() == Variant::Null());
+  EXPECT_FALSE(Variant::Null() == Variant(0));
+  EXPECT_TRUE(Variant::Null() < Variant(-5));   // null sorts first among values
+  EXPECT_TRUE(Unassigned < Variant::Null());    // and empty before null
+  EXPECT_FALSE(Unassigned == Variant(0));
+  EXPECT_FALSE(Variant(std::nan("")) == Variant(std::nan("")));
+
+  IPtr<IInterface> ref(new Probe);
+  EXPECT_THROW((void)(VarArrayOf({1}) == VarArrayOf({1})), EVariantInvalidOpError);
+  EXPECT_THROW((void)(Variant(ref) == Variant(ref)), EVariantInvalidOpError);
+  EXPECT_THROW((void)(Variant(1) < VarArrayOf({1})), EVariantInvalidOpError);
+  EXPECT_THROW((void)(Variant("abc") == Variant(1)), EVariantTypeCastError);
+  EXPECT_THROW(VarCompareValue(Variant("abc"), Variant(1.0)), EVariantTypeCastError);
+}
+
+TEST_F(VariantTest, SameValue) {
+  EXPECT_TRUE(VarSameValue(Variant::Null(), Variant::Null()));
+  EXPECT_TRUE(VarSameValue(Unassigned, Unassigned));
+  EXPECT_FALSE(VarSameValue(Unassigned, Variant::Null()));
+  EXPECT_FALSE(VarSameValue(Variant(0), Unassigned));
+  EXPECT_FALSE(VarSameValue(Variant::Null(), VarArrayOf({})));  // no raise for null
+  EXPECT_TRUE(VarSameValue(Variant(1), Variant("1")));
+  EXPECT_FALSE(VarSameValue(Variant("x"), Variant("X")));
+}
+
+}  // namespace
