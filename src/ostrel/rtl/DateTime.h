@@ -29,6 +29,9 @@ OSTREL_API Word DaysInAYear(Word year);
 
 // Encoding and decoding. The Try forms return false for out-of-range parts; the others
 // raise EConvertError ("Invalid argument to date encode" / "... time encode").
+// Decoding rounds the whole value to the millisecond first (0.9999999999 is the next day at
+// 00:00:00.000); values before 0001-01-01 decode as 0-0-0, values past MaxDateTime as
+// MaxDateTime.
 OSTREL_API bool TryEncodeDate(Word year, Word month, Word day, TDateTime& date);
 OSTREL_API TDateTime EncodeDate(Word year, Word month, Word day);
 OSTREL_API bool TryEncodeTime(Word hour, Word min, Word sec, Word msec, TDateTime& time);
@@ -64,7 +67,8 @@ OSTREL_API int DayOfTheWeek(TDateTime value);  // 1 = Monday (ISO)
 OSTREL_API Word WeekOfTheYear(TDateTime value);
 OSTREL_API Word WeekOfTheYear(TDateTime value, Word& year);
 
-// Adds months; the day is clamped to the last day of the target month; the time is kept.
+// Adds months; the day is clamped to the last day of the target month; the time of day is
+// kept (to the millisecond). A result outside the years 1..9999 raises EConvertError.
 OSTREL_API TDateTime IncMonth(TDateTime value, int numberOfMonths = 1);
 OSTREL_API TDateTime IncYear(TDateTime value, int numberOfYears = 1);
 OSTREL_API TDateTime IncWeek(TDateTime value, int numberOfWeeks = 1);
@@ -91,26 +95,39 @@ OSTREL_API TDateTime Time();
 
 // Formatting with the classic pattern letters: c d dd ddd dddd ddddd dddddd m mm mmm mmmm
 // yy yyyy h hh n nn s ss z zzz t tt am/pm a/p ampm / : and quoted "..." '...' literals;
-// m or mm right after h or hh means minutes.
+// m or mm right after h or hh means minutes. Letters are case-insensitive; other characters
+// are copied. An empty format shows as "c" does.
 OSTREL_API AnsiString FormatDateTime(std::string_view format, TDateTime value);
 OSTREL_API AnsiString FormatDateTime(std::string_view format, TDateTime value,
                                      const TFormatSettings& settings);
-OSTREL_API AnsiString DateToStr(TDateTime value);
-OSTREL_API AnsiString TimeToStr(TDateTime value);
-// The date, then the time only when it is not midnight.
+OSTREL_API AnsiString DateToStr(TDateTime value);  // ShortDateFormat
+OSTREL_API AnsiString TimeToStr(TDateTime value);  // LongTimeFormat
+// The date, then the time only when it is not midnight (milliseconds alone do not count).
 OSTREL_API AnsiString DateTimeToStr(TDateTime value);
+OSTREL_API AnsiString DateToStr(TDateTime value, const TFormatSettings& settings);
+OSTREL_API AnsiString TimeToStr(TDateTime value, const TFormatSettings& settings);
+OSTREL_API AnsiString DateTimeToStr(TDateTime value, const TFormatSettings& settings);
 
 // Parsing with the short date format's field order (d, m, y) and the current date and time
-// separators. Two-digit years use TwoDigitYearCenturyWindow. Failures raise EConvertError
-// with the text in the message.
+// separators. Two-digit years use TwoDigitYearCenturyWindow; a date of two numbers (day and
+// month) takes the year of Now(). A time is h[:mm[:ss[.zzz]]] with an optional AM/PM marker;
+// the milliseconds follow "." or the decimal separator. Blanks around the parts are allowed.
+// The Try forms leave `value` untouched on failure; the others raise EConvertError with the
+// text in the message.
 OSTREL_API bool TryStrToDate(std::string_view s, TDateTime& value);
 OSTREL_API bool TryStrToTime(std::string_view s, TDateTime& value);
 OSTREL_API bool TryStrToDateTime(std::string_view s, TDateTime& value);
+OSTREL_API bool TryStrToDate(std::string_view s, TDateTime& value,
+                             const TFormatSettings& settings);
+OSTREL_API bool TryStrToTime(std::string_view s, TDateTime& value,
+                             const TFormatSettings& settings);
 OSTREL_API bool TryStrToDateTime(std::string_view s, TDateTime& value,
                                  const TFormatSettings& settings);
 OSTREL_API TDateTime StrToDate(std::string_view s);
 OSTREL_API TDateTime StrToTime(std::string_view s);
 OSTREL_API TDateTime StrToDateTime(std::string_view s);
 OSTREL_API TDateTime StrToDateDef(std::string_view s, TDateTime def);
+OSTREL_API TDateTime StrToTimeDef(std::string_view s, TDateTime def);
+OSTREL_API TDateTime StrToDateTimeDef(std::string_view s, TDateTime def);
 
 }  // namespace ostrel

@@ -1,0 +1,483 @@
+#include <ostrel/rtl/DateTime.h>
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <ostream>
+
+using namespace ostrel;
+
+namespace {
+
+// 2024-03-05 (a Tuesday) 09:07:04.032.
+const TDateTime kSample = EncodeDateTime(2024, 3, 5, 9, 7, 4, 32);
+
+struct Parts {
+  Word y, mo, d, h, mi, s, ms;
+};
+
+Parts Decode(TDateTime v) {
+  Parts p{};
+  DecodeDateTime(v, p.y, p.mo, p.d, p.h, p.mi, p.s, p.ms);
+  return p;
+}
+
+#define EXPECT_PARTS(v, Y, MO, D, H, MI, S, MS)                                           \
+  do {                                                                                   \
+    const Parts p_ = Decode(v);                                                          \
+    EXPECT_EQ((std::array<int, 7>{p_.y, p_.mo, p_.d, p_.h, p_.mi, p_.s, p_.ms}),         \
+              (std::array<int, 7>{Y, MO, D, H, MI, S, MS}))                              \
+        << "value " << (v);                                                              \
+  } while (0)
+
+// A clock the tests can set.
+TDateTime gFixedNow = 0;
+TDateTime FixedClock() { return gFixedNow; }
+
+class ClockGuard {
+ public:
+  explicit ClockGuard(TDateTime now) {
+    gFixedNow = now;
+    fPrev = SetClock(&FixedClock);
+  }
+  ~ClockGuard() { SetClock(fPrev); }
+
+ private:
+  TClockFunc fPrev;
+};
+
+// ---- encoding and decoding --------------------------------------------------------------
+
+struct EncodeRow {
+  Parts parts;
+  TDateTime value;
+};
+
+class EncodeDecode : public ::testing::TestWithParam<EncodeRow> {};
+
+TEST_P(EncodeDecode, EncodesToTheValueAndDecodesBack) {
+  const auto& [p, value] = GetParam();
+  EXPECT_NEAR(EncodeDateTime(p.y, p.mo, p.d, p.h, p.mi, p.s, p.ms), value, 1e-9);
+  EXPECT_PARTS(value, p.y, p.mo, p.d, p.h, p.mi, p.s, p.ms);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, EncodeDecode,
+    ::testing::Values(EncodeRow{{1899, 12, 30, 0, 0, 0, 0}, 0.0},
+                      EncodeRow{{1900, 1, 1, 0, 0, 0, 0}, 2.0},
+                      EncodeRow{{1899, 12, 30, 12, 0, 0, 0}, 0.5},
+                      EncodeRow{{1899, 12, 29, 6, 0, 0, 0}, -1.25},  // time counts away
+                      EncodeRow{{1899, 12, 29, 18, 0, 0, 0}, -1.75},
+                      EncodeRow{{1800, 1, 1, 0, 0, 0, 0}, -36522.0},
+                      EncodeRow{{2024, 2, 29, 12, 0, 0, 0}, 45351.5},
+                      EncodeRow{{2000, 3, 1, 0, 0, 0, 0}, 36586.0},
+                      EncodeRow{{1, 1, 1, 0, 0, 0, 0}, -693593.0},
+                      EncodeRow{{9999, 12, 31, 23, 59, 59, 999}, 2958465.0 + 86399999.0 / 86400000.0}));
+
+TEST(DateDecoding, EveryDayOfTheCalendarDecodesToTheNextCalendarDate) {
+  Word y = 1, m = 1, d = 1;
+  for (Int64 day = -693593; day <= 2958465; ++day) {
+    Word yy, mm, dd;
+    DecodeDate(static_cast<double>(day), yy, mm, dd);
+    ASSERT_TRUE(yy == y && mm == m && dd == d) << "day " << day << " gave " << yy << '-' << mm
+                                               << '-' << dd << ", expected " << y << '-' << m
+                                               << '-' << d;
+    if (++d > DaysInAMonth(y, m)) {
+      d = 1;
+      if (++m > 12) m = 1, ++y;
+    }
+  }
+  EXPECT_EQ(EncodeDate(9999, 12, 31), 2958465.0);
+}
+
+TEST(DateDecoding, RoundsToTheMillisecondSoNoTimeShowsAs24Hours) {
+  EXPECT_PARTS(0.999999999, 1899, 12, 31, 0, 0, 0, 0);
+  EXPECT_PARTS(45000.0 - 1e-10, 2023, 3, 15, 0, 0, 0, 0);
+  EXPECT_PARTS(-1.999999999, 1899, 12, 28, 0, 0, 0, 0);
+  for (Word h = 0; h < 24; ++h)
+    for (Word mi = 0; mi < 60; ++mi) {
+      const TDateTime v = EncodeDateTime(2024, 2, 29, h, mi, 59, 999);
+      ASSERT_EQ(MilliSecondOf(v), 999);
+      ASSERT_EQ(SecondOf(v), 59);
+      ASSERT_EQ(DayOf(v), 29);
+      ASSERT_EQ(MilliSecondOf(-v), 999) << "the negative twin of " << v;
+    }
+}
+
+TEST(DateDecoding, ValuesOutsideTheCalendarDoNotCrash) {
+  EXPECT_PARTS(-693594.0, 0, 0, 0, 0, 0, 0, 0);
+  EXPECT_PARTS(-1e300, 0, 0, 0, 0, 0, 0, 0);
+  EXPECT_PARTS(1e300, 9999, 12, 31, 23, 59, 59, 999);
+  EXPECT_PARTS(NAN, 0, 0, 0, 0, 0, 0, 0);
+  EXPECT_THROW(StartOfTheMonth(-1e9), EConvertError);
+  EXPECT_THROW(IncMonth(-1e9, 1), EConvertError);
+  EXPECT_EQ(FormatDateTime("dd.mm.yyyy", -1e9), "00.00.0000");
+}
+
+TEST(DateEncoding, LeapYearsAndInvalidParts) {
+  struct Row { Word year; bool leap; Word feb; };
+  for (const Row& r : {Row{1900, false, 28}, Row{2000, true, 29}, Row{2024, true, 29},
+                       Row{2023, false, 28}, Row{2100, false, 28}, Row{1600, true, 29}}) {
+    EXPECT_EQ(IsLeapYear(r.year), r.leap) << r.year;
+    EXPECT_EQ(DaysInAMonth(r.year, 2), r.feb) << r.year;
+    EXPECT_EQ(DaysInAYear(r.year), r.leap ? 366 : 365) << r.year;
+    TDateTime v = -5;
+    EXPECT_EQ(TryEncodeDate(r.year, 2, 29, v), r.leap) << r.year;
+    EXPECT_EQ(v == -5, !r.leap) << "value must stay untouched on failure";
+  }
+  EXPECT_EQ(DaysInAMonth(2024, 0), 0);
+  EXPECT_EQ(DaysInAMonth(2024, 13), 0);
+  TDateTime v;
+  for (auto [y, m, d] : {std::array<Word, 3>{0, 1, 1}, {10000, 1, 1}, {2024, 13, 1},
+                         {2024, 4, 31}, {2024, 1, 0}})
+    EXPECT_FALSE(TryEncodeDate(y, m, d, v)) << y << '-' << m << '-' << d;
+  EXPECT_FALSE(TryEncodeTime(24, 0, 0, 0, v));
+  EXPECT_FALSE(TryEncodeTime(0, 60, 0, 0, v));
+  EXPECT_FALSE(TryEncodeTime(0, 0, 60, 0, v));
+  EXPECT_FALSE(TryEncodeTime(0, 0, 0, 1000, v));
+  try {
+    EncodeDate(2023, 2, 29);
+    FAIL();
+  } catch (const EConvertError& e) {
+    EXPECT_EQ(e.Message(), "Invalid argument to date encode");
+  }
+  try {
+    EncodeDateTime(2023, 2, 28, 24, 0, 0, 0);
+    FAIL();
+  } catch (const EConvertError& e) {
+    EXPECT_EQ(e.Message(), "Invalid argument to time encode");
+  }
+}
+
+TEST(DateParts, DayOfWeekTimeOfAndCompose) {
+  EXPECT_EQ(DayOfWeek(kSample), 3);  // Tuesday, Sunday = 1
+  EXPECT_EQ(DayOfTheWeek(kSample), 2);
+  EXPECT_EQ(DayOfWeek(0), 7);  // 1899-12-30 was a Saturday
+  EXPECT_EQ(DayOfTheWeek(EncodeDate(2024, 3, 3)), 7);
+  EXPECT_EQ(DayOfWeek(-1.25), 6);
+  EXPECT_EQ(DayOfWeek(EncodeDate(1, 1, 1)), 2);  // a Monday
+  Word y, m, d, dow;
+  EXPECT_TRUE(DecodeDateFully(kSample, y, m, d, dow));
+  EXPECT_EQ(dow, 3);
+  EXPECT_FALSE(DecodeDateFully(EncodeDate(1900, 6, 1), y, m, d, dow));
+
+  EXPECT_EQ(DateOf(-1.25), -1.0);
+  EXPECT_EQ(TimeOf(-1.25), 0.25);
+  EXPECT_EQ(ComposeDateTime(-1, 0.25), -1.25);
+  EXPECT_EQ(ComposeDateTime(45000.7, -0.25), 45000.25);
+  EXPECT_EQ(HourOf(kSample) * 10000 + MinuteOf(kSample) * 100 + SecondOf(kSample), 90704);
+  EXPECT_TRUE(SameDate(45000.1, 45000.9));
+  EXPECT_FALSE(SameDate(45000.9, 45001.0));
+}
+
+struct WeekRow {
+  Word y, m, d, week, weekYear;
+};
+
+class IsoWeek : public ::testing::TestWithParam<WeekRow> {};
+
+TEST_P(IsoWeek, NumberAndYearOfTheWeek) {
+  const auto r = GetParam();
+  Word year = 0;
+  EXPECT_EQ(WeekOfTheYear(EncodeDateTime(r.y, r.m, r.d, 23, 0, 0, 0), year), r.week);
+  EXPECT_EQ(year, r.weekYear);
+  EXPECT_EQ(WeekOfTheYear(EncodeDate(r.y, r.m, r.d)), r.week);
+}
+
+INSTANTIATE_TEST_SUITE_P(AroundNewYear, IsoWeek,
+                         ::testing::Values(WeekRow{2020, 12, 31, 53, 2020},
+                                           WeekRow{2021, 1, 3, 53, 2020},
+                                           WeekRow{2021, 1, 4, 1, 2021},
+                                           WeekRow{2024, 12, 30, 1, 2025},
+                                           WeekRow{2024, 1, 1, 1, 2024},
+                                           WeekRow{2027, 1, 1, 53, 2026},
+                                           WeekRow{2008, 12, 29, 1, 2009},
+                                           WeekRow{2024, 3, 5, 10, 2024},
+                                           WeekRow{1, 1, 1, 1, 1}));
+
+// ---- arithmetic --------------------------------------------------------------------------
+
+struct MonthRow {
+  Parts from;
+  int months;
+  Word y, m, d;
+};
+
+class IncMonthTable : public ::testing::TestWithParam<MonthRow> {};
+
+TEST_P(IncMonthTable, ClampsTheDayAndKeepsTheTime) {
+  const auto& [f, months, y, m, d] = GetParam();
+  const TDateTime got = IncMonth(EncodeDateTime(f.y, f.mo, f.d, f.h, f.mi, f.s, f.ms), months);
+  EXPECT_EQ(got, EncodeDateTime(y, m, d, f.h, f.mi, f.s, f.ms));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, IncMonthTable,
+    ::testing::Values(MonthRow{{2024, 1, 31, 10, 30, 0, 0}, 1, 2024, 2, 29},
+                      MonthRow{{2023, 1, 31, 0, 0, 0, 0}, 1, 2023, 2, 28},
+                      MonthRow{{2024, 1, 30, 0, 0, 0, 0}, 1, 2024, 2, 29},
+                      MonthRow{{2024, 1, 29, 8, 0, 0, 0}, 1, 2024, 2, 29},
+                      MonthRow{{2024, 3, 30, 0, 0, 0, 0}, -1, 2024, 2, 29},
+                      MonthRow{{2024, 5, 31, 23, 59, 59, 999}, 1, 2024, 6, 30},
+                      MonthRow{{2024, 12, 31, 0, 0, 0, 0}, 2, 2025, 2, 28},
+                      MonthRow{{2024, 1, 15, 0, 0, 0, 0}, -13, 2022, 12, 15},
+                      MonthRow{{2024, 2, 29, 0, 0, 0, 0}, 12, 2025, 2, 28},
+                      MonthRow{{1899, 11, 30, 6, 0, 0, 0}, 1, 1899, 12, 30},  // across the epoch
+                      MonthRow{{1900, 1, 31, 6, 0, 0, 0}, -2, 1899, 11, 30}));
+
+TEST(DateArithmetic, YearsWeeksDaysAndRangeErrors) {
+  EXPECT_EQ(IncYear(EncodeDate(2024, 2, 29), 1), EncodeDate(2025, 2, 28));
+  EXPECT_EQ(IncYear(EncodeDate(2024, 2, 29), -4), EncodeDate(2020, 2, 29));
+  EXPECT_EQ(IncWeek(EncodeDate(2024, 12, 30), 1), EncodeDate(2025, 1, 6));
+  EXPECT_EQ(IncDay(kSample, -5), EncodeDateTime(2024, 2, 29, 9, 7, 4, 32));
+  // Crossing the epoch keeps the time of day.
+  EXPECT_EQ(IncDay(-1.25, 2), 1.25);
+  EXPECT_EQ(IncDay(0.5, -1), -1.5);
+  EXPECT_EQ(IncDay(-0.5, -1), -1.5);
+  EXPECT_THROW(IncMonth(EncodeDate(9999, 12, 1), 1), EConvertError);
+  EXPECT_THROW(IncMonth(EncodeDate(1, 1, 31), -1), EConvertError);
+  EXPECT_THROW(IncYear(kSample, 2000000000), EConvertError);
+}
+
+TEST(DateArithmetic, StartAndEndOfPeriods) {
+  const TDateTime v = EncodeDateTime(2024, 2, 15, 13, 0, 0, 0);
+  EXPECT_EQ(StartOfTheDay(v), EncodeDate(2024, 2, 15));
+  EXPECT_PARTS(EndOfTheDay(v), 2024, 2, 15, 23, 59, 59, 999);
+  EXPECT_EQ(StartOfTheMonth(v), EncodeDate(2024, 2, 1));
+  EXPECT_PARTS(EndOfTheMonth(v), 2024, 2, 29, 23, 59, 59, 999);
+  EXPECT_EQ(StartOfTheYear(v), EncodeDate(2024, 1, 1));
+  EXPECT_PARTS(EndOfTheYear(v), 2024, 12, 31, 23, 59, 59, 999);
+  EXPECT_PARTS(EndOfTheDay(-1.25), 1899, 12, 29, 23, 59, 59, 999);
+  EXPECT_EQ(StartOfTheMonth(-1.25), EncodeDate(1899, 12, 1));
+}
+
+TEST(DateArithmetic, DaysBetweenCountsWholeDays) {
+  struct Row { TDateTime a, b; Integer days; };
+  const TDateTime jan1 = EncodeDate(2024, 1, 1);
+  for (const Row& r : {
+           Row{EncodeDate(2024, 3, 2), EncodeDate(2024, 3, 1), 1},
+           Row{EncodeDateTime(2024, 3, 2, 11, 0, 0, 0), EncodeDateTime(2024, 3, 1, 12, 0, 0, 0), 0},
+           Row{EncodeDate(2025, 1, 1), jan1, 366},
+           // Across a power of two the difference lands a hair below one day.
+           Row{EncodeDateTime(1989, 9, 17, 0, 0, 2, 0), EncodeDateTime(1989, 9, 16, 0, 0, 2, 0), 1},
+           Row{0.25, -1.25, 1},  // 1899-12-30 06:00 and 1899-12-29 06:00
+           Row{0.25, -1.75, 0},  // 1899-12-29 18:00 is only half a day earlier
+           Row{NAN, 0, 0},
+       }) {
+    EXPECT_EQ(DaysBetween(r.a, r.b), r.days) << r.a << " " << r.b;
+    EXPECT_EQ(DaysBetween(r.b, r.a), r.days) << r.b << " " << r.a;
+  }
+}
+
+// ---- clock ------------------------------------------------------------------------------
+
+TEST(Clock, ReplacementIsSeenByNowDateAndTimeAndRestored) {
+  const TDateTime fixed = EncodeDateTime(2030, 6, 15, 18, 30, 0, 0);
+  {
+    ClockGuard guard(fixed);
+    EXPECT_EQ(Now(), fixed);
+    EXPECT_EQ(Date(), EncodeDate(2030, 6, 15));
+    EXPECT_NEAR(Time(), EncodeTime(18, 30, 0, 0), 1e-9);
+    gFixedNow = -1.25;
+    EXPECT_EQ(Time(), 0.25);
+    // Installing nullptr gives back the replaced clock and restores the system one.
+    EXPECT_EQ(SetClock(nullptr), &FixedClock);
+    EXPECT_EQ(SetClock(&FixedClock), &SystemNow);
+  }
+  EXPECT_LT(std::fabs(Now() - SystemNow()), 5 * OneSecond);
+  EXPECT_GE(YearOf(Now()), 2024);
+}
+
+// ---- formatting -------------------------------------------------------------------------
+
+TFormatSettings TestSettings() {
+  TFormatSettings fs = TFormatSettings::Russian();
+  fs.LongDateFormat = Cp1251(u8"d mmmm yyyy 'г.'");
+  fs.TimeAMString = Cp1251(u8"дп");
+  fs.TimePMString = Cp1251(u8"пп");
+  return fs;
+}
+
+struct FormatRow {
+  const char* format;
+  TDateTime value;
+  const char8_t* expected;
+};
+
+void PrintTo(const FormatRow& r, std::ostream* os) { *os << '"' << r.format << '"'; }
+
+class FormatLetters : public ::testing::TestWithParam<FormatRow> {};
+
+TEST_P(FormatLetters, RussianLocale) {
+  const auto& r = GetParam();
+  EXPECT_EQ(FormatDateTime(r.format, r.value, TestSettings()), Ansi(r.expected))
+      << "format " << r.format;
+}
+
+const TDateTime kEvening = EncodeDateTime(2024, 3, 5, 21, 7, 4, 32);
+const TDateTime kHalfPastMidnight = EncodeDateTime(2024, 3, 5, 0, 30, 0, 0);
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, FormatLetters,
+    ::testing::Values(
+        FormatRow{"d|dd|ddd|dddd", kSample, u8"5|05|Вт|вторник"},
+        FormatRow{"ddddd", kSample, u8"05.03.2024"},
+        FormatRow{"dddddd", kSample, u8"5 Март 2024 г."},
+        FormatRow{"m|mm|mmm|mmmm", kSample, u8"3|03|мар|Март"},
+        FormatRow{"y|yy|yyy|yyyy", EncodeDate(987, 1, 1), u8"87|87|0987|0987"},
+        FormatRow{"h|hh|n|nn|s|ss", kSample, u8"9|09|7|07|4|04"},
+        FormatRow{"z|zz|zzz", kSample, u8"32|32|032"},
+        FormatRow{"t|tt", kSample, u8"9:07|9:07:04"},
+        FormatRow{"c", kSample, u8"05.03.2024 9:07:04"},
+        FormatRow{"c", EncodeDate(2024, 3, 5), u8"05.03.2024"},
+        FormatRow{"", kSample, u8"05.03.2024 9:07:04"},
+        // m after an hour means minutes, until another letter intervenes.
+        FormatRow{"hh:mm", kSample, u8"09:07"},
+        FormatRow{"h:m", kSample, u8"9:7"},
+        FormatRow{"hh 'mm' mm", kSample, u8"09 mm 07"},
+        FormatRow{"hh:nn mm", kSample, u8"09:07 03"},
+        FormatRow{"hh:mm dd.mm", kSample, u8"09:07 05.03"},
+        FormatRow{"DD.MM.YYYY HH:NN:SS", kSample, u8"05.03.2024 09:07:04"},
+        FormatRow{"\"yyyy\" yyyy 'd''d'", kSample, u8"yyyy 2024 dd"},
+        FormatRow{"'unterminated d", kSample, u8"unterminated d"},
+        FormatRow{"[d] #%", kSample, u8"[5] #%"},
+        FormatRow{"dd/mm hh:nn", kSample, u8"05.03 09:07"},
+        FormatRow{"h:nn am/pm", kEvening, u8"9:07 pm"},
+        FormatRow{"h:nn AM/PM", kSample, u8"9:07 AM"},
+        FormatRow{"h:nn a/p", kEvening, u8"9:07 p"},
+        FormatRow{"hh ampm", kEvening, u8"09 пп"},
+        FormatRow{"h ampm", kHalfPastMidnight, u8"12 дп"},
+        FormatRow{"h:nn AM/PM", EncodeDateTime(2024, 3, 5, 12, 0, 0, 0), u8"12:00 PM"},
+        FormatRow{"h 'am/pm' h", kEvening, u8"21 am/pm 21"},  // quoted markers do not count
+        FormatRow{"dd.mm.yyyy hh:nn", -1.25, u8"29.12.1899 06:00"}));
+
+TEST(FormatDateTimeText, SeparatorsAndNestedFormatsFollowTheSettings) {
+  TFormatSettings fs = TestSettings();
+  fs.DateSeparator = '-';
+  fs.TimeSeparator = '.';
+  EXPECT_EQ(FormatDateTime("dd/mm/yyyy hh:nn", kSample, fs), "05-03-2024 09.07");
+  // A format that names itself expands one level and stops.
+  fs.ShortDateFormat = "ddddd|d";
+  EXPECT_EQ(FormatDateTime("ddddd", kSample, fs), "|5");
+  fs.ShortDateFormat = "c";
+  fs.LongTimeFormat = "tt";
+  EXPECT_EQ(FormatDateTime("c", kSample, fs), "  ");
+}
+
+TEST(FormatDateTimeText, ToStrFunctionsUseTheProcessSettings) {
+  TFormatSettingsGuard guard(TestSettings());
+  EXPECT_EQ(DateToStr(kSample), "05.03.2024");
+  EXPECT_EQ(TimeToStr(kSample), "9:07:04");
+  EXPECT_EQ(DateTimeToStr(kSample), "05.03.2024 9:07:04");
+  EXPECT_EQ(DateTimeToStr(EncodeDate(2024, 3, 5)), "05.03.2024");
+  EXPECT_EQ(DateTimeToStr(EncodeDateTime(2024, 3, 5, 0, 0, 0, 500)), "05.03.2024");
+  FormatSettings.ShortDateFormat = "yyyy-mm-dd";
+  FormatSettings.DateSeparator = '-';
+  EXPECT_EQ(DateTimeToStr(kSample), "2024-03-05 9:07:04");
+}
+
+// ---- parsing ----------------------------------------------------------------------------
+
+struct ParseRow {
+  const char* text;
+  TDateTime expected;
+};
+
+void PrintTo(const ParseRow& r, std::ostream* os) { *os << '"' << r.text << '"'; }
+
+class ParseValid : public ::testing::TestWithParam<ParseRow> {};
+
+TEST_P(ParseValid, ReadsTheValue) {
+  TFormatSettingsGuard guard(TestSettings());
+  ClockGuard clock(EncodeDate(2030, 6, 15));
+  TDateTime v = -7;
+  ASSERT_TRUE(TryStrToDateTime(GetParam().text, v)) << GetParam().text;
+  EXPECT_NEAR(v, GetParam().expected, 1e-10) << GetParam().text;
+  EXPECT_EQ(StrToDateTime(GetParam().text), v);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, ParseValid,
+    ::testing::Values(
+        ParseRow{"05.03.2024", EncodeDate(2024, 3, 5)},
+        ParseRow{" 5.3.2024 ", EncodeDate(2024, 3, 5)},
+        ParseRow{"5 . 3 . 2024", EncodeDate(2024, 3, 5)},
+        ParseRow{"05.03.24", EncodeDate(2024, 3, 5)},
+        ParseRow{"05.03.81", EncodeDate(1981, 3, 5)},  // window of 50 years back from 2030
+        ParseRow{"05.03.79", EncodeDate(2079, 3, 5)},
+        ParseRow{"05.03", EncodeDate(2030, 3, 5)},     // the clock's year
+        ParseRow{"05.03.0024", EncodeDate(24, 3, 5)},  // four digits are taken as written
+        ParseRow{"05.03.2024 10:30", EncodeDateTime(2024, 3, 5, 10, 30, 0, 0)},
+        ParseRow{"05.03.2024 10:30:15", EncodeDateTime(2024, 3, 5, 10, 30, 15, 0)},
+        ParseRow{"05.03.2024 10:30:15.250", EncodeDateTime(2024, 3, 5, 10, 30, 15, 250)},
+        ParseRow{"05.03.2024 10:30:15,250", EncodeDateTime(2024, 3, 5, 10, 30, 15, 250)},
+        ParseRow{"05.03.2024 23:59:59.999", EncodeDateTime(2024, 3, 5, 23, 59, 59, 999)},
+        ParseRow{"29.12.1899 06:00", -1.25},
+        ParseRow{"10:30", EncodeTime(10, 30, 0, 0)},
+        ParseRow{"10:30 PM", EncodeTime(22, 30, 0, 0)},
+        ParseRow{"pm 10:30", EncodeTime(22, 30, 0, 0)},
+        ParseRow{"12:00 AM", 0.0},
+        ParseRow{"1:15 \xEF\xEF", EncodeTime(13, 15, 0, 0)}));  // "пп" of the settings
+
+TEST(ParseInvalid, TryFailsAndTheRaisingFormsNameTheText) {
+  TFormatSettingsGuard guard(TestSettings());
+  for (const char* text : {"31.02.2024", "1.13.2024", "abc", "", "   ", "01.01.2024 25:00",
+                           "01.01.2024 10:00 x", "01.01.2024x", "1..2024", "13:00 PM",
+                           "10:60", "0:00 AM", "05.03.2024 10:30:15.1000", "05.03.20245",
+                           "05.03.2024 10:", "-05.03.2024", "00.00.0000"}) {
+    TDateTime v = 42;
+    EXPECT_FALSE(TryStrToDateTime(text, v)) << text;
+    EXPECT_FALSE(TryStrToDate(text, v)) << text;
+    EXPECT_EQ(v, 42) << text;
+    EXPECT_EQ(StrToDateDef(text, 7), 7) << text;
+    try {
+      StrToDateTime(text);
+      ADD_FAILURE() << text;
+    } catch (const EConvertError& e) {
+      EXPECT_EQ(e.Message(), "'" + std::string(text) + "' is not a valid date and time");
+    }
+  }
+  try {
+    StrToDate("31.02.2024");
+    FAIL();
+  } catch (const EConvertError& e) {
+    EXPECT_EQ(e.Message(), "'31.02.2024' is not a valid date");
+  }
+  try {
+    StrToTime("25:00");
+    FAIL();
+  } catch (const EConvertError& e) {
+    EXPECT_EQ(e.Message(), "'25:00' is not a valid time");
+  }
+  // A date is not a time, and a date with a time is not a date.
+  TDateTime v;
+  EXPECT_FALSE(TryStrToTime("05.03.2024", v));
+  EXPECT_FALSE(TryStrToDate("05.03.2024 10:00", v));
+}
+
+TEST(ParseFieldOrder, FollowsTheShortDateFormatAndSeparator) {
+  TFormatSettingsGuard guard(TestSettings());
+  FormatSettings.ShortDateFormat = "yyyy-mm-dd";
+  FormatSettings.DateSeparator = '-';
+  EXPECT_EQ(StrToDate("2024-03-05"), EncodeDate(2024, 3, 5));
+  EXPECT_EQ(StrToDateTime("2024-03-05 10:00"), EncodeDateTime(2024, 3, 5, 10, 0, 0, 0));
+  TDateTime v;
+  EXPECT_FALSE(TryStrToDate("05-03-2024", v));
+  EXPECT_FALSE(TryStrToDate("05.03.2024", v));
+
+  FormatSettings.ShortDateFormat = "MM/dd/yyyy";
+  FormatSettings.DateSeparator = '/';
+  EXPECT_EQ(StrToDate("03/05/2024"), EncodeDate(2024, 3, 5));
+  EXPECT_FALSE(TryStrToDate("13/05/2024", v));
+
+  // The same text reads back what the settings wrote.
+  TFormatSettings fs = TestSettings();
+  for (TDateTime x : {kSample, kEvening, -1.25, EncodeDateTime(1, 1, 1, 23, 59, 59, 999)}) {
+    const AnsiString text = FormatDateTime("dd.mm.yyyy hh:nn:ss.zzz", x, fs);
+    ASSERT_TRUE(TryStrToDateTime(text, v, fs)) << text;
+    EXPECT_EQ(v, x) << text;
+  }
+}
+
+}  // namespace
