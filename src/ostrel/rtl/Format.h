@@ -72,10 +72,10 @@ class FormatArg {
 
   template <class T, std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, bool> &&
                                           !std::is_same_v<T, char> && std::is_signed_v<T>, int> = 0>
-  FormatArg(T v) : fKind(Kind::Int64), fInt(static_cast<Int64>(v)) {}
+  FormatArg(T v) : fKind(Kind::Int64), fInt(static_cast<Int64>(v)), fNarrow(sizeof(T) <= 4) {}
   template <class T, std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, bool> &&
                                           !std::is_same_v<T, char> && std::is_unsigned_v<T>, int> = 0>
-  FormatArg(T v) : fKind(Kind::UInt64), fUInt(static_cast<UInt64>(v)) {}
+  FormatArg(T v) : fKind(Kind::UInt64), fUInt(static_cast<UInt64>(v)), fNarrow(sizeof(T) <= 4) {}
   FormatArg(bool) = delete;  // the classic Format has no boolean specifier
   FormatArg(char c) : fKind(Kind::Char), fChar(c) {}
   FormatArg(float v) : fKind(Kind::Extended), fExt(v) {}
@@ -97,6 +97,9 @@ class FormatArg {
   std::string_view AsString() const { return fKind == Kind::Char ? std::string_view(&fChar, 1) : fStr; }
   const void* AsPointer() const { return fPtr; }
   Currency AsCurrency() const { return Currency::FromRaw(fInt); }
+  // True for integers of 32 bits or fewer: %u and %x show a negative one as its 32-bit
+  // two's complement, as the classic Integer argument did.
+  bool IsNarrow() const { return fNarrow; }
 
  private:
   Kind fKind;
@@ -106,6 +109,7 @@ class FormatArg {
   const void* fPtr = nullptr;
   std::string_view fStr;
   char fChar = 0;
+  bool fNarrow = false;
 };
 
 // The formatting engine: %[index:][-][width][.precision]type with the types
@@ -144,8 +148,9 @@ OSTREL_API AnsiString UIntToStr(UInt64 value);
 OSTREL_API AnsiString IntToHex(Int64 value, int digits);
 OSTREL_API AnsiString IntToHex(Integer value, int digits);
 
-// Strict text -> integer: an optional sign, decimal digits, or hexadecimal after "$", "0x"
-// or "0X"; leading blanks are allowed, trailing ones are not; overflow fails.
+// Strict text -> integer: an optional sign, decimal digits, or hexadecimal after "$", "x",
+// "0x" (either case); leading blanks are allowed, trailing ones are not; decimal overflow
+// fails, hexadecimal takes the full unsigned width and wraps ("$FFFFFFFF" is -1).
 OSTREL_API bool TryStrToInt(std::string_view s, Integer& value);
 OSTREL_API bool TryStrToInt64(std::string_view s, Int64& value);
 // Raise EConvertError "'%s' is not a valid integer value".
@@ -176,7 +181,7 @@ OSTREL_API AnsiString FormatFloat(std::string_view format, Extended value,
 OSTREL_API bool TryStrToFloat(std::string_view s, Extended& value);
 OSTREL_API bool TryStrToFloat(std::string_view s, double& value);
 OSTREL_API bool TryStrToFloat(std::string_view s, Extended& value, const TFormatSettings& settings);
-// Raise EConvertError "'%s' is not a valid floating point value".
+// Raise EConvertError "'%s' is not a valid floating point value" (StrToCurr too).
 OSTREL_API Extended StrToFloat(std::string_view s);
 OSTREL_API Extended StrToFloat(std::string_view s, const TFormatSettings& settings);
 OSTREL_API Extended StrToFloatDef(std::string_view s, Extended def);
@@ -185,7 +190,10 @@ OSTREL_API Extended StrToFloatDef(std::string_view s, Extended def);
 OSTREL_API AnsiString CurrToStr(Currency value);
 OSTREL_API AnsiString CurrToStr(Currency value, const TFormatSettings& settings);
 OSTREL_API AnsiString CurrToStrF(Currency value, TFloatFormat format, int digits);
+OSTREL_API AnsiString CurrToStrF(Currency value, TFloatFormat format, int digits,
+                                 const TFormatSettings& settings);
 OSTREL_API bool TryStrToCurr(std::string_view s, Currency& value);
+OSTREL_API bool TryStrToCurr(std::string_view s, Currency& value, const TFormatSettings& settings);
 OSTREL_API Currency StrToCurr(std::string_view s);
 
 // Boolean texts of the classic RTL: "True"/"False" or "-1"/"0".
