@@ -73,6 +73,20 @@ std::vector<Command>& Registry() {
   return commands;
 }
 
+std::vector<DemoSection>& DemoRegistry() {
+  static std::vector<DemoSection> sections;
+  return sections;
+}
+
+// Static initialisation: nothing can catch an exception here, and a broken table must not
+// pass unnoticed.
+[[noreturn]] void RegistrationFailure(const char* what, const char* name) {
+  std::fprintf(stderr, "ostrel: %s \"%s\" %s\n", what, name ? name : "",
+               "is unnamed, has no handler or is registered twice");
+  std::fflush(stderr);
+  std::exit(70);
+}
+
 }  // namespace
 
 CommandRegistrar::CommandRegistrar(const Command& command) {
@@ -81,15 +95,25 @@ CommandRegistrar::CommandRegistrar(const Command& command) {
              command.run == nullptr;
   for (const Command& c : commands)
     if (!bad && std::strcmp(c.name, command.name) == 0) bad = true;
-  if (bad) {
-    // Static initialisation: nothing can catch an exception here, and a broken command table
-    // must not pass unnoticed.
-    std::fprintf(stderr, "ostrel: command \"%s\" is unnamed, has no handler or is registered twice\n",
-                 command.name ? command.name : "");
-    std::fflush(stderr);
-    std::exit(70);
-  }
+  if (bad) RegistrationFailure("command", command.name);
   commands.push_back(command);
+}
+
+DemoRegistrar::DemoRegistrar(const DemoSection& section) {
+  std::vector<DemoSection>& sections = DemoRegistry();
+  bool bad = section.title == nullptr || *section.title == '\0' || section.run == nullptr;
+  for (const DemoSection& s : sections)
+    if (!bad && std::strcmp(s.title, section.title) == 0) bad = true;
+  if (bad) RegistrationFailure("demo section", section.title);
+  sections.push_back(section);
+}
+
+std::vector<DemoSection> DemoSections() {
+  std::vector<DemoSection> sorted = DemoRegistry();
+  std::sort(sorted.begin(), sorted.end(), [](const DemoSection& a, const DemoSection& b) {
+    return a.order != b.order ? a.order < b.order : std::strcmp(a.title, b.title) < 0;
+  });
+  return sorted;
 }
 
 std::vector<Command> Commands() {

@@ -90,6 +90,28 @@ std::vector<Command> Commands();
 // The command of that name, or null.
 const Command* FindCommand(std::string_view name);
 
+// A section of `ostrel demo`: the demo prints each registered section's title and runs it,
+// in ascending `order` (sections of equal order in name order). A piece of the library shows
+// itself by adding a section in its own tools/Demo<Name>.cpp:
+//
+//   static void DemoWords(ostrel::cli::Cli& cli) { cli.WriteLn(...); }
+//   OSTREL_CLI_DEMO(60, "Numbers in words", DemoWords);
+//
+// `title` is an ASCII or UTF-8 literal; the output should not depend on the clock or the host
+// so that tests can compare it.
+struct DemoSection {
+  int order;
+  const char* title;
+  void (*run)(Cli&);
+};
+
+struct DemoRegistrar {
+  explicit DemoRegistrar(const DemoSection& section);
+};
+
+// Every registered demo section in the order the demo shows them.
+std::vector<DemoSection> DemoSections();
+
 // Runs the program on its arguments (argv without the program name, as the terminal gave
 // them) and returns the exit status: 0 or the command's own status, 1 after an error or a
 // failed write, 2 after bad usage.
@@ -104,3 +126,7 @@ int Main(const std::vector<std::string>& args, std::istream& in, std::ostream& o
 #define OSTREL_CLI_COMMAND(name, summary, usage, fn)                             \
   static const ::ostrel::cli::CommandRegistrar OSTREL_CLI_CONCAT(                \
       ostrelCliCommand_, __COUNTER__){::ostrel::cli::Command{name, summary, fn, usage}}
+// Registers `fn` as a section of `ostrel demo`.
+#define OSTREL_CLI_DEMO(order, title, fn)                                        \
+  static const ::ostrel::cli::DemoRegistrar OSTREL_CLI_CONCAT(                   \
+      ostrelCliDemo_, __COUNTER__){::ostrel::cli::DemoSection{order, title, fn}}

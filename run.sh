@@ -1,0 +1,85 @@
+#!/usr/bin/env bash
+# Builds Ostrel in build/ and runs one of its jobs:
+#   ./run.sh demo [TEXT...]   the `ostrel demo` program (extra texts are passed to it)
+#   ./run.sh test [ARGS...]   the whole test suite through CTest (extra arguments go to ctest)
+#   ./run.sh bench            the benchmarks (short runs)
+# Needs Debian's build packages; as root it installs what is missing, otherwise it prints the
+# command to run.
+set -euo pipefail
+
+usage() {
+  echo "usage: $0 demo [TEXT...] | test [CTEST-ARGS...] | bench" >&2
+  exit 2
+}
+
+[[ $# -ge 1 ]] || usage
+mode=$1
+shift
+case "$mode" in
+  demo | test | bench) ;;
+  *) usage ;;
+esac
+
+cd "$(dirname "${BASH_SOURCE[0]}")"
+
+required=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev pkg-config)
+
+# Installs (as root) or names (otherwise) the Debian packages of "$@" that are missing.
+# Exits non-zero when something is missing and cannot be installed here.
+ensure_packages() {
+  if ! command -v dpkg-query >/dev/null 2>&1; then
+    echo "run.sh: not a Debian system; assuming these are installed: $*" >&2
+    return 0
+  fi
+  local missing=() pkg
+  for pkg in "$@"; do
+    if ! dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed'; then
+      missing+=("$pkg")
+    fi
+  done
+  [[ ${#missing[@]} -eq 0 ]] && return 0
+  if [[ $(id -u) -eq 0 ]]; then
+    echo "run.sh: installing ${missing[*]}" >&2
+    export DEBIAN_FRONTEND=noninteractive
+    apt-get update
+    apt-get install -y --no-install-recommends "${missing[@]}"
+  else
+    echo "run.sh: missing Debian packages; install them with:" >&2
+    echo "sudo apt-get install -y --no-install-recommends ${missing[*]}" >&2
+    exit 1
+  fi
+}
+
+ensure_packages "${required[@]}"
+
+jobs=$(nproc 2>/dev/null || echo 2)
+config=(-S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo)
+if command -v ccache >/dev/null 2>&1; then
+  config+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+fi
+
+case "$mode" in
+  demo)
+    cmake "${config[@]}"
+    cmake --build build -j "$jobs" --target ostrel_tool
+    exec build/tools/ostrel demo "$@"
+    ;;
+  test)
+    cmake "${config[@]}"
+    cmake --build build -j "$jobs"
+    exec ctest --test-dir build --output-on-failure -j "$jobs" "$@"
+    ;;
+  bench)
+    cmake "${config[@]}" -DOSTREL_BUILD_BENCH=ON
+    cmake --build build -j "$jobs"
+    shopt -s nullglob
+    ran=0
+    for src in bench/*.cpp; do
+      name=$(basename "$src" .cpp)
+      echo "== $name"
+      "build/bench/$name" --benchmark_min_time=0.05
+      ran=1
+    done
+    [[ $ran -eq 1 ]] || echo "run.sh: no benchmarks yet (bench/*.cpp)"
+    ;;
+esac
