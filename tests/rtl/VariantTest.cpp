@@ -262,6 +262,8 @@ TEST_F(VariantTest, InterfacePayloadIsCounted) {
     EXPECT_EQ(probe->RefCount(), 4);
     VarArrayPut(arr, Variant(), 0);
     EXPECT_EQ(probe->RefCount(), 3);
+    Variant fromRaw(probe);  // a raw interface pointer is counted too
+    EXPECT_EQ(probe->RefCount(), 4);
   }
   EXPECT_EQ(probe->RefCount(), 1);
   {

@@ -120,7 +120,16 @@ class OSTREL_API Variant {
   Variant(IPtr<IInterface> value) noexcept;
   template <class T, std::enable_if_t<std::is_base_of_v<IInterface, T> &&
                                           !std::is_same_v<T, IInterface>, int> = 0>
-  Variant(const IPtr<T>& value) noexcept : Variant(IPtr<IInterface>(static_cast<IInterface*>(value.Get()))) {}
+  Variant(const IPtr<T>& value) noexcept
+      : Variant(IPtr<IInterface>(static_cast<IInterface*>(value.Get()))) {}
+  // A raw interface pointer is held counted, as assigning it to a variant does.
+  template <class T, std::enable_if_t<std::is_base_of_v<IInterface, T>, int> = 0>
+  Variant(T* value) noexcept : Variant(IPtr<IInterface>(static_cast<IInterface*>(value))) {}
+  // Any other pointer would quietly turn into a boolean: refused at compile time.
+  template <class T, std::enable_if_t<!std::is_base_of_v<IInterface, T> &&
+                                          !std::is_same_v<std::remove_cv_t<T>, char> &&
+                                          !std::is_same_v<std::remove_cv_t<T>, char16_t>, int> = 0>
+  Variant(T*) = delete;
 
   static Variant Null() noexcept;
   static Variant FromDate(TDateTime value) noexcept;
