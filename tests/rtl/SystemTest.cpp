@@ -1,0 +1,136 @@
+#include <ostrel/rtl/System.h>
+
+#include <gtest/gtest.h>
+
+namespace ostrel {
+namespace {
+
+TEST(GuidText, RoundTripsInUpperCase) {
+  const TGUID g = StringToGUID("{f346b0a8-c5a8-473a-a9c6-c9784a57ff2c}");
+  EXPECT_EQ(g.D1, 0xF346B0A8u);
+  EXPECT_EQ(g.D2, 0xC5A8u);
+  EXPECT_EQ(g.D4[0], 0xA9u);
+  EXPECT_EQ(g.D4[7], 0x2Cu);
+  EXPECT_EQ(GUIDToString(g), "{F346B0A8-C5A8-473A-A9C6-C9784A57FF2C}");
+  EXPECT_TRUE(g == TGUID::From("{F346B0A8-C5A8-473A-A9C6-C9784A57FF2C}"));
+  EXPECT_EQ(GUIDToString(TGUID{}), "{00000000-0000-0000-0000-000000000000}");
+}
+
+class MalformedGuid : public testing::TestWithParam<const char*> {};
+
+TEST_P(MalformedGuid, RaisesConvertErrorQuotingTheText) {
+  try {
+    StringToGUID(GetParam());
+    FAIL() << "accepted " << GetParam();
+  } catch (const EConvertError& e) {
+    EXPECT_EQ(e.Message(), "'" + std::string(GetParam()) + "' is not a valid GUID value");
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts, MalformedGuid,
+    testing::Values("", "F346B0A8-C5A8-473A-A9C6-C9784A57FF2C",     // no braces
+                    "{F346B0A8-C5A8-473A-A9C6-C9784A57FF2C",         // no closing brace
+                    "{F346B0A8C-5A8-473A-A9C6-C9784A57FF2C}",        // dash misplaced
+                    "{G346B0A8-C5A8-473A-A9C6-C9784A57FF2C}",        // not hexadecimal
+                    "{F346B0A8-C5A8-473A-A9C6-C9784A57FF2C}0",       // trailing text
+                    "{F346B0A8-C5A8-473A-A9C6-C9784A57FF2 }"));
+
+struct ITestIntf : IInterface {
+  static constexpr TGUID IID = TGUID::From("{6A1D4E20-0B7C-4F0E-9D53-2C3B8E7F1A01}");
+  virtual Integer OSTREL_STDCALL Value() = 0;
+};
+struct IOtherIntf : IInterface {
+  static constexpr TGUID IID = TGUID::From("{6A1D4E20-0B7C-4F0E-9D53-2C3B8E7F1A02}");
+};
+
+class TTestObject : public TInterfacedObject, public ITestIntf {
+  OSTREL_CLASS(TTestObject, TInterfacedObject)
+ public:
+  explicit TTestObject(int* destroyed) : fDestroyed(destroyed) {}
+  ~TTestObject() override { ++*fDestroyed; }
+  HRESULT OSTREL_STDCALL QueryInterface(const TGUID& iid, void** obj) override {
+    return TInterfacedObject::QueryInterface(iid, obj);
+  }
+  Integer OSTREL_STDCALL _AddRef() override { return TInterfacedObject::_AddRef(); }
+  Integer OSTREL_STDCALL _Release() override { return TInterfacedObject::_Release(); }
+  bool GetInterface(const TGUID& iid, void** obj) override {
+    return GetInterfaceEntry<ITestIntf>(this, iid, obj) || TInterfacedObject::GetInterface(iid, obj);
+  }
+  Integer OSTREL_STDCALL Value() override { return 42; }
+
+ private:
+  int* fDestroyed;
+};
+
+TEST(InterfacePointer, CountsCopiesMovesAndQueries) {
+  int destroyed = 0;
+  auto* obj = new TTestObject(&destroyed);
+  {
+    IPtr<ITestIntf> a(obj);
+    EXPECT_EQ(obj->RefCount(), 1);
+    IPtr<ITestIntf> b = a;
+    EXPECT_EQ(obj->RefCount(), 2);
+    IPtr<ITestIntf> c = std::move(b);
+    EXPECT_EQ(obj->RefCount(), 2);
+    EXPECT_FALSE(b);
+    IPtr<IInterface> unknown = c.As<IInterface>();
+    EXPECT_EQ(obj->RefCount(), 3);
+    IPtr<ITestIntf> back = unknown.As<ITestIntf>();
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->Value(), 42);
+    EXPECT_EQ(obj->RefCount(), 4);
+    EXPECT_FALSE(c.As<IOtherIntf>());
+    EXPECT_EQ(obj->RefCount(), 4);
+    a = back;  // self-same object: the count must not drop to zero on the way
+    c.Reset();
+    EXPECT_EQ(obj->RefCount(), 3);
+    EXPECT_EQ(destroyed, 0);
+  }
+  EXPECT_EQ(destroyed, 1);
+}
+
+TEST(InterfacePointer, SupportsAnswersForPointersAndObjects) {
+  int destroyed = 0;
+  IPtr<ITestIntf> intf(new TTestObject(&destroyed));
+  EXPECT_TRUE(Supports(intf, IInterface::IID));
+  EXPECT_FALSE(Supports(intf, IOtherIntf::IID));
+  IPtr<IOtherIntf> other;
+  EXPECT_FALSE(Supports(intf, other));
+  IPtr<ITestIntf> same;
+  EXPECT_TRUE(Supports(intf.As<IInterface>(), same));
+  EXPECT_EQ(same, intf);
+  TObject plain;
+  EXPECT_FALSE(Supports(&plain, IInterface::IID));
+  EXPECT_FALSE(Supports(static_cast<TObject*>(nullptr), IInterface::IID));
+}
+
+TEST(InterfacedObject, FreeRefusesWhileReferencedAndWorksAfterwards) {
+  int destroyed = 0;
+  auto* obj = new TTestObject(&destroyed);
+  IPtr<ITestIntf> ref(obj);
+  EXPECT_THROW(TObject::Free(obj), EInvalidPointer);
+  EXPECT_EQ(destroyed, 0);
+  EXPECT_EQ(ref->Value(), 42);
+  ref = nullptr;
+  EXPECT_EQ(destroyed, 1);
+  auto* unreferenced = new TTestObject(&destroyed);
+  TObject::Free(unreferenced);
+  EXPECT_EQ(destroyed, 2);
+  TObject::Free(nullptr);
+}
+
+TEST(ClassReference, InheritanceAndNames) {
+  int destroyed = 0;
+  IPtr<ITestIntf> ref(new TTestObject(&destroyed));
+  const TObject* obj = static_cast<TTestObject*>(ref.Get());
+  EXPECT_STREQ(obj->ClassName(), "TTestObject");
+  EXPECT_TRUE(obj->InheritsFrom(TInterfacedObject::StaticClass()));
+  EXPECT_TRUE(obj->InheritsFrom(TObject::StaticClass()));
+  EXPECT_TRUE(obj->InheritsFrom(TTestObject::StaticClass()));
+  EXPECT_FALSE(TObject::ClassInheritsFrom(TObject::StaticClass(), TTestObject::StaticClass()));
+  EXPECT_EQ(TTestObject::StaticClass()->Parent, TInterfacedObject::StaticClass());
+}
+
+}  // namespace
+}  // namespace ostrel
