@@ -66,7 +66,8 @@ Stamp ToStamp(TDateTime value) {
   if (value > MaxDateTime) value = MaxDateTime;
   // Anything earlier than 0001-01-01 decodes as "no date"; clamping keeps the product finite.
   if (value < -static_cast<double>(kDateDelta + 1)) value = -static_cast<double>(kDateDelta + 1);
-  const Int64 ms = static_cast<Int64>(RoundHalfEven(static_cast<long double>(value) * kMSecsPerDay));
+  const long double product = static_cast<long double>(value) * kMSecsPerDay;
+  const Int64 ms = static_cast<Int64>(RoundHalfEven(product));
   const Int64 magnitude = ms < 0 ? -ms : ms;
   Stamp st{magnitude / kMSecsPerDay, magnitude % kMSecsPerDay};
   if (ms < 0) st.day = -st.day;
@@ -652,8 +653,9 @@ TDateTime IncMonth(TDateTime value, int numberOfMonths) {
 TDateTime IncYear(TDateTime value, int numberOfYears) {
   const Int64 months = Int64{numberOfYears} * 12;
   // Anything beyond the calendar's 10 000 years fails in IncMonth anyway.
-  const int clamped = months > 240000 ? 240000 : months < -240000 ? -240000 : static_cast<int>(months);
-  return IncMonth(value, clamped);
+  const Int64 limit = 240000;
+  const Int64 clamped = months > limit ? limit : months < -limit ? -limit : months;
+  return IncMonth(value, static_cast<int>(clamped));
 }
 
 TDateTime IncDay(TDateTime value, int numberOfDays) {
