@@ -142,7 +142,7 @@ AnsiString HexText(UInt64 v, int minDigits) {
   return out;
 }
 
-// Digits 0..count-1 with leading zeros up to minDigits; the sign stays in front.
+// A number's digits padded with leading zeros to minDigits; a minus sign stays in front.
 AnsiString PadDigits(AnsiString text, int minDigits) {
   std::size_t start = (!text.empty() && text[0] == '-') ? 1 : 0;
   int have = static_cast<int>(text.size() - start);
