@@ -11,6 +11,12 @@
 #include <stdexcept>
 
 #ifdef _WIN32
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
 #include <windows.h>
 #else
 #include <cerrno>
@@ -93,7 +99,8 @@ TFileStream::TFileStream(std::string_view fileName, Word mode) : fFileName(fileN
   const bool create = (mode & fmCreate) == fmCreate;
   const unsigned access = create ? fmOpenReadWrite : (mode & 0x0F);
   const unsigned share = (mode & 0xF0) >> 4;
-  if (access > fmOpenReadWrite || share > 4) RaiseOpenError(create, fileName, ERROR_INVALID_PARAMETER);
+  if (access > fmOpenReadWrite || share > 4 || fileName.find('\0') != std::string_view::npos)
+    RaiseOpenError(create, fileName, ERROR_INVALID_PARAMETER);
   static constexpr DWORD accessModes[3] = {GENERIC_READ, GENERIC_WRITE, GENERIC_READ | GENERIC_WRITE};
   std::wstring wide;
   for (char16_t c : AnsiToWide(fileName)) wide.push_back(static_cast<wchar_t>(c));
@@ -144,8 +151,8 @@ Int64 TFileStream::GetSize() {
 }
 
 void TFileStream::SetSize(Int64 newSize) {
-  if (newSize < 0 || Seek(newSize, soBeginning) != newSize ||
-      !::SetEndOfFile(reinterpret_cast<HANDLE>(fHandle)))
+  if (newSize < 0) RaiseLastOSError(ERROR_INVALID_PARAMETER);
+  if (Seek(newSize, soBeginning) != newSize || !::SetEndOfFile(reinterpret_cast<HANDLE>(fHandle)))
     RaiseLastOSError();
 }
 
@@ -175,9 +182,10 @@ TFileStream::TFileStream(std::string_view fileName, Word mode) : fFileName(fileN
   const bool create = (mode & fmCreate) == fmCreate;
   const unsigned access = mode & 0x0F;
   const unsigned share = mode & 0xF0;
-  if ((!create && access > fmOpenReadWrite) || share > fmShareDenyNone)
+  // A zero byte would cut the name short and open another file.
+  if ((!create && access > fmOpenReadWrite) || share > fmShareDenyNone ||
+      fileName.find('\0') != std::string_view::npos)
     RaiseOpenError(create, fileName, EINVAL);
-  if (fileName.find('\0') != std::string_view::npos) RaiseOpenError(create, fileName, EINVAL);
   std::string path = AnsiToUtf8(fileName);
   int fd;
   do fd = ::open(path.c_str(), OpenFlags(create, access) | O_CLOEXEC, 0666);
