@@ -1,0 +1,287 @@
+// The buffered stream.
+#include <ostrel/core/BufStream.h>
+
+#include <ostrel/rtl/Format.h>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+namespace ostrel {
+
+namespace {
+
+constexpr Int64 kMaxInt64 = std::numeric_limits<Int64>::max();
+constexpr Int64 kMinInt64 = std::numeric_limits<Int64>::min();
+
+Int64 SatAdd(Int64 a, Int64 b) {
+  if (b > 0 && a > kMaxInt64 - b) return kMaxInt64;
+  if (b < 0 && a < kMinInt64 - b) return kMinInt64;
+  return a + b;
+}
+
+Int64 SatSub(Int64 a, Int64 b) {
+  if (b < 0 && a > kMaxInt64 + b) return kMaxInt64;
+  if (b > 0 && a < kMinInt64 + b) return kMinInt64;
+  return a - b;
+}
+
+char AsciiUpper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; }
+
+}  // namespace
+
+TkxBufStream::TkxBufStream(TStream* stream, bool ownsStream, Integer bufSize)
+    : fStream(stream), fOwnsStream(ownsStream), fBufSize(bufSize) {
+  if (!stream) throw Exception("TkxBufStream.Create: Stream is nil");
+  try {
+    if (bufSize < 1) throw Exception(Format("TkxBufStream.Create: invalid buffer size (%d)", bufSize));
+    // One byte more than the buffer size, so that NextChar may look one place past the
+    // valid bytes without leaving the block.
+    fBuffer = std::make_unique<char[]>(static_cast<std::size_t>(bufSize) + 1);
+    fSize = std::max<Int64>(stream->GetSize(), 0);
+    fBase = std::clamp<Int64>(stream->Seek(0, soCurrent), 0, fSize);
+  } catch (...) {
+    if (ownsStream) delete stream;
+    throw;
+  }
+}
+
+TkxBufStream::~TkxBufStream() {
+  // A destructor cannot raise: a flush that fails here is lost (see FlushBuffer).
+  try {
+    FlushBuffer();
+  } catch (...) {
+  }
+  if (fOwnsStream) delete fStream;
+}
+
+// ---- Buffer management -----------------------------------------------------------------
+
+void TkxBufStream::FlushBuffer() {
+  if (!fDirty) return;
+  Int64 at = -1;
+  try {
+    at = fStream->Seek(fBase, soBeginning);
+  } catch (const Exception&) {
+  }
+  if (at != fBase) throw Exception(_SErrBufStmFlushSeek);
+  Integer written = -1;
+  try {
+    written = fStream->Write(fBuffer.get(), fValid);
+  } catch (const Exception&) {
+  }
+  if (written < fValid) throw Exception(_SErrBufStmWrite);
+  fDirty = false;
+}
+
+void TkxBufStream::InitBufPtr() {
+  FlushBuffer();
+  fBase = std::clamp<Int64>(fBase + fOffset, 0, fSize);
+  fOffset = 0;
+  fValid = 0;
+}
+
+void TkxBufStream::MovePos(Int64 delta) {
+  if (delta >= -fOffset && delta < fValid - fOffset) {
+    fOffset += delta;
+    return;
+  }
+  // Leaving the buffered bytes: the same as InitBufPtr at the new position, done so that a
+  // failing flush leaves the position where it was.
+  const Int64 target = SatAdd(GetPosition(), delta);
+  FlushBuffer();
+  fBase = std::clamp<Int64>(target, 0, fSize);
+  fOffset = 0;
+  fValid = 0;
+}
+
+Integer TkxBufStream::LoadBuf(Integer count) {
+  if (count < 0) count = 0;
+  const Integer avail = static_cast<Integer>(fValid - fOffset);
+  if (avail > 0 && count <= avail) return count == 0 ? avail : count;
+  if (count >= fBufSize) throw Exception("TkxBufStream.LoadBuf: Count >= BufSize");
+  // Everything up to the end is here already, or nothing is left.
+  const Int64 remaining = fSize - GetPosition();
+  if (remaining <= avail) {
+    const Integer left = static_cast<Integer>(std::max<Int64>(remaining, 0));
+    return count == 0 ? left : std::min(count, left);
+  }
+  InitBufPtr();
+  // The buffer never holds bytes past the kept size, so that reading stops at the size
+  // even when the stream has grown behind this object's back.
+  const Integer want = static_cast<Integer>(std::min<Int64>(fBufSize, fSize - fBase));
+  Int64 at = -1;
+  try {
+    at = fStream->Seek(fBase, soBeginning);
+    if (at == fBase) fValid = std::clamp(fStream->Read(fBuffer.get(), want), 0, want);
+  } catch (const Exception&) {
+    fValid = 0;
+  }
+  return count > 0 && count <= fValid ? count : fValid;
+}
+
+// ---- TStream ---------------------------------------------------------------------------
+
+Integer TkxBufStream::Read(void* buffer, Integer count) {
+  if (count <= 0) return 0;
+  char* out = static_cast<char*>(buffer);
+  Integer copied = 0;
+  while (copied < count) {
+    const Integer avail = LoadBuf(0);
+    if (avail <= 0) break;
+    const Integer n = std::min(avail, count - copied);
+    std::memcpy(out + copied, fBuffer.get() + fOffset, static_cast<std::size_t>(n));
+    copied += n;
+    MovePos(n);
+  }
+  return copied;
+}
+
+Integer TkxBufStream::Write(const void* buffer, Integer count) {
+  if (count <= 0) return 0;
+  const char* in = static_cast<const char*>(buffer);
+  Integer written = 0;
+  while (written < count) {
+    const Integer left = count - written;
+    // What does not fit behind the offset starts a fresh buffer at the position, so a chunk
+    // is never split by a re-base half-way through its copy.
+    if (fOffset > 0 && fOffset + left > fBufSize) InitBufPtr();
+    const Integer chunk = static_cast<Integer>(std::min<Int64>(fBufSize - fOffset, left));
+    // The stream grows before the bytes enter the buffer: a stream that cannot grow refuses
+    // the write while the buffer still mirrors it.
+    const Int64 end = GetPosition() + chunk;
+    if (end > fSize) SetSize(end);
+    std::memcpy(fBuffer.get() + fOffset, in + written, static_cast<std::size_t>(chunk));
+    fValid = static_cast<Integer>(std::max<Int64>(fValid, fOffset + chunk));
+    fDirty = true;
+    written += chunk;
+    // The offset moves on inside the buffer, up to its very end: the written bytes stay
+    // there until the buffer is needed elsewhere. (Re-basing as soon as the offset meets
+    // the valid bytes, as reading does, would write every appended piece through at once.)
+    fOffset += chunk;
+  }
+  return count;
+}
+
+Int64 TkxBufStream::Seek(Int64 offset, TSeekOrigin origin) {
+  Int64 from;
+  switch (origin) {
+    case soBeginning: from = 0; break;
+    case soCurrent: from = GetPosition(); break;
+    case soEnd: from = fSize; break;
+    default: return -1;
+  }
+  SetPosition(SatAdd(from, offset));
+  return GetPosition();
+}
+
+void TkxBufStream::SetPosition(Int64 position) { MovePos(SatSub(position, GetPosition())); }
+
+void TkxBufStream::SetSize(Int64 newSize) {
+  if (newSize < 0) throw Exception(_SErrBufStmSetSize);
+  // Buffered bytes past the new end must not come back with a later flush: they are
+  // written first (so the stream cuts them itself) and then dropped from the buffer.
+  if (newSize < fBase + fValid) FlushBuffer();
+  bool done = false;
+  try {
+    fStream->SetSize(newSize);
+    done = fStream->GetSize() == newSize;
+  } catch (const Exception&) {
+  }
+  if (!done) throw Exception(_SErrBufStmSetSize);
+  fSize = newSize;
+  if (fBase + fValid > fSize) {
+    fValid = static_cast<Integer>(std::max<Int64>(fSize - fBase, 0));
+    if (fOffset >= fValid) {
+      fBase = std::clamp<Int64>(fBase + fOffset, 0, fSize);
+      fOffset = 0;
+      fValid = 0;
+    }
+  }
+}
+
+// ---- Characters and strings ------------------------------------------------------------
+
+char TkxBufStream::CurCharSlow() { return LoadBuf(1) > 0 ? fBuffer[fOffset] : '\0'; }
+
+char TkxBufStream::GetCharSlow() {
+  const char c = CurChar();
+  MovePos(1);
+  return c;
+}
+
+char TkxBufStream::NextCharSlow() { return LoadBuf(2) > 0 ? fBuffer[fOffset + 1] : '\0'; }
+
+AnsiString TkxBufStream::CurStr(Integer n) {
+  if (n <= 0) return AnsiString();
+  const Integer avail = LoadBuf(n);
+  return AnsiString(fBuffer.get() + fOffset, static_cast<std::size_t>(std::max(avail, 0)));
+}
+
+AnsiString TkxBufStream::GetStr(Integer n) {
+  AnsiString s = CurStr(n);
+  MovePos(static_cast<Int64>(s.size()));
+  return s;
+}
+
+bool TkxBufStream::SameAhead(std::string_view text, bool useLocale) {
+  if (text.empty()) return true;
+  if (text.size() >= static_cast<std::size_t>(fBufSize))
+    throw Exception("TkxBufStream.LoadBuf: Count >= BufSize");
+  const Integer n = static_cast<Integer>(text.size());
+  if (LoadBuf(n) < n) return false;
+  const std::string_view ahead(fBuffer.get() + fOffset, text.size());
+  if (useLocale) return AnsiSameText(ahead, text);
+  for (std::size_t i = 0; i < text.size(); ++i)
+    if (AsciiUpper(ahead[i]) != AsciiUpper(text[i])) return false;
+  return true;
+}
+
+bool TkxBufStream::MatchStr(std::string_view text, bool useLocale, bool advance) {
+  if (!SameAhead(text, useLocale)) return false;
+  if (advance) MovePos(static_cast<Int64>(text.size()));
+  return true;
+}
+
+bool TkxBufStream::Search(std::string_view text, bool useLocale) {
+  while (!Eof()) {
+    if (fOffset >= fValid && LoadBuf(0) <= 0) {
+      SetPosition(fSize);  // the stream gives no more bytes
+      break;
+    }
+    if (SameAhead(text, useLocale)) return true;
+    MovePos(1);
+  }
+  return false;
+}
+
+void TkxBufStream::Readln(AnsiString& line) {
+  line.clear();
+  while (!Eof()) {
+    if (fOffset >= fValid && LoadBuf(0) <= 0) {
+      SetPosition(fSize);  // the stream gives no more bytes
+      return;
+    }
+    const char* from = fBuffer.get() + fOffset;
+    const char* end = fBuffer.get() + fValid;
+    const char* p = from;
+    while (p != end && *p != '\n' && *p != '\r') ++p;
+    line.append(from, static_cast<std::size_t>(p - from));
+    if (p == end) {
+      MovePos(p - from);
+      continue;
+    }
+    const char lineEnd = *p;
+    MovePos(p - from + 1);
+    if (lineEnd == '\r' && !Eof() && CurChar() == '\n') MovePos(1);
+    return;
+  }
+}
+
+AnsiString TkxBufStream::Readln() {
+  AnsiString line;
+  Readln(line);
+  return line;
+}
+
+}  // namespace ostrel
