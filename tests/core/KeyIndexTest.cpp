@@ -127,8 +127,18 @@ TEST(KeyIndex, IndexArgumentsOutOfRangeRaiseListError) {
 
 // Sorted, accepting duplicates, checked after every step against a vector where each new
 // key goes in front of the keys equal to it. Enough keys to split and merge many blocks.
-TEST(KeyIndex, SortedPositionsAgreeWithModelThroughInsertsAndDeletes) {
+// Integer keys are searched through the values kept beside the records, other keys through
+// the records: both, and a mix of the two, must agree with the model.
+enum KeyKind { kIntegers, kDoubles, kMixed };
+
+class KeyIndexModel : public ::testing::TestWithParam<KeyKind> {};
+
+TEST_P(KeyIndexModel, SortedPositionsAgreeThroughInsertsAndDeletes) {
   std::mt19937 rng(7);
+  auto keyOf = [](int k) {
+    const bool asDouble = GetParam() == kDoubles || (GetParam() == kMixed && k % 2 != 0);
+    return asDouble ? Variant(static_cast<double>(k)) : Variant(k);
+  };
   TkxKeyIndex index(dupAccept, false, true);
   struct Item {
     int key;
@@ -150,7 +160,7 @@ TEST(KeyIndex, SortedPositionsAgreeWithModelThroughInsertsAndDeletes) {
                                  [](const Item& it, int k) { return it.key < k; });
       const auto expected = static_cast<Integer>(at - model.begin());
       model.insert(at, Item{key, nextTag});
-      ASSERT_EQ(index.AddKey(key, reinterpret_cast<void*>(nextTag++)), expected);
+      ASSERT_EQ(index.AddKey(keyOf(key), reinterpret_cast<void*>(nextTag++)), expected);
     }
     check();
     // Deleting most of the keys from random places, then looking the rest up.
@@ -164,7 +174,7 @@ TEST(KeyIndex, SortedPositionsAgreeWithModelThroughInsertsAndDeletes) {
       auto at = std::lower_bound(model.begin(), model.end(), key,
                                  [](const Item& it, int k) { return it.key < k; });
       Integer pos = -1;
-      ASSERT_EQ(index.FindKey(key, pos), at != model.end() && at->key == key);
+      ASSERT_EQ(index.FindKey(keyOf(key), pos), at != model.end() && at->key == key);
       ASSERT_EQ(pos, at - model.begin());
     }
   }
@@ -172,6 +182,8 @@ TEST(KeyIndex, SortedPositionsAgreeWithModelThroughInsertsAndDeletes) {
   EXPECT_EQ(index.get_Count(), 0);
   EXPECT_EQ(index.AddKey(1, nullptr), 0);
 }
+
+INSTANTIATE_TEST_SUITE_P(Keys, KeyIndexModel, ::testing::Values(kIntegers, kDoubles, kMixed));
 
 // The virtual record operations: every record made is freed once, by DeleteKey, Clear or
 // the destructor; an ignored duplicate makes none.

@@ -264,8 +264,11 @@ void TkxBufStream::Readln(AnsiString& line) {
     }
     const char* from = fBuffer.get() + fOffset;
     const char* end = fBuffer.get() + fValid;
-    const char* p = from;
-    while (p != end && *p != '\n' && *p != '\r') ++p;
+    // Two vectorised scans beat one byte loop: the first LF, then a CR before it.
+    const char* p = static_cast<const char*>(std::memchr(from, '\n', static_cast<std::size_t>(end - from)));
+    if (!p) p = end;
+    if (const void* cr = std::memchr(from, '\r', static_cast<std::size_t>(p - from)))
+      p = static_cast<const char*>(cr);
     line.append(from, static_cast<std::size_t>(p - from));
     if (p == end) {
       MovePos(p - from);

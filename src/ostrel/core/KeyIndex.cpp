@@ -52,14 +52,14 @@ std::size_t TkxKeyRecList::Locate(Integer index) const {
   return fHint;
 }
 
-void TkxKeyRecList::Insert(Integer index, TkxKeyRec* rec) {
+void TkxKeyRecList::Insert(Integer index, Slot slot) {
   if (fBlocks.empty()) {
     fBlocks.emplace_back();
     fStarts.push_back(0);
   }
   std::size_t b = index == fCount ? fBlocks.size() - 1 : Locate(index);
   auto& block = fBlocks[b];
-  block.insert(block.begin() + (index - fStarts[b]), rec);
+  block.insert(block.begin() + (index - fStarts[b]), slot);
   for (std::size_t k = b + 1; k < fStarts.size(); ++k) ++fStarts[k];
   ++fCount;
   fHint = b;
@@ -72,7 +72,7 @@ void TkxKeyRecList::Split(std::size_t b) {
   fStarts.reserve(fStarts.size() + 1);
   auto& block = fBlocks[b];
   const std::size_t half = block.size() / 2;
-  std::vector<TkxKeyRec*> tail;
+  std::vector<Slot> tail;
   tail.reserve(kMaxBlock);
   tail.assign(block.begin() + static_cast<std::ptrdiff_t>(half), block.end());
   block.resize(half);
@@ -85,7 +85,7 @@ TkxKeyRec* TkxKeyRecList::Erase(Integer index) {
   const std::size_t b = Locate(index);
   auto& block = fBlocks[b];
   auto at = block.begin() + (index - fStarts[b]);
-  TkxKeyRec* rec = *at;
+  TkxKeyRec* rec = at->Rec;
   block.erase(at);
   for (std::size_t k = b + 1; k < fStarts.size(); ++k) --fStarts[k];
   --fCount;
@@ -151,7 +151,7 @@ int TkxKeyIndex::CompareKeys(const Variant& recKey, const Variant& key) const {
 
 TkxKeyRec* TkxKeyIndex::get_Rec(Integer index) const {
   CheckIndex(index);
-  return fRecs.At(index);
+  return fRecs.At(index).Rec;
 }
 
 Variant TkxKeyIndex::get_KeyValue(Integer index) const { return get_Rec(index)->Key; }
@@ -162,9 +162,18 @@ void TkxKeyIndex::set_KeyData(Integer index, void* data) { SetKeyData(get_Rec(in
 
 bool TkxKeyIndex::FindKey(const Variant& key, Integer& index) const {
   const Integer count = fRecs.Count();
+  // With integer keys only, the comparisons are those of the integers kept beside the
+  // records, and the records themselves need not be visited.
+  Int64 sought = 0;
+  const bool integers = fOtherKeys == 0 && AsOrdinal(key, sought);
+  auto compareAt = [&](Integer i) {
+    const TkxKeyRecList::Slot& slot = fRecs.At(i);
+    if (integers) return slot.Ord < sought ? -1 : (slot.Ord > sought ? 1 : 0);
+    return CompareKeys(slot.Rec->Key, key);
+  };
   if (!fSorted) {
     for (Integer i = 0; i < count; ++i) {
-      if (CompareKeys(fRecs.At(i)->Key, key) == 0) {
+      if (compareAt(i) == 0) {
         index = i;
         return true;
       }
@@ -178,7 +187,7 @@ bool TkxKeyIndex::FindKey(const Variant& key, Integer& index) const {
   Integer low = 0, high = count - 1;
   while (low <= high) {
     const Integer middle = static_cast<Integer>((static_cast<unsigned>(low) + high) >> 1);
-    const int c = CompareKeys(fRecs.At(middle)->Key, key);
+    const int c = compareAt(middle);
     if (c < 0) {
       low = middle + 1;
     } else {
@@ -208,13 +217,16 @@ Integer TkxKeyIndex::AddKey(const Variant& key, void* data) {
   }
   if (!fSorted) pos = fRecs.Count();
   TkxKeyRec* rec = NewKeyRec(key);
+  Int64 ord = 0;
+  const bool integer = AsOrdinal(key, ord);
   try {
     SetKeyData(rec, data);
-    fRecs.Insert(pos, rec);
+    fRecs.Insert(pos, TkxKeyRecList::Slot{rec, ord});
   } catch (...) {
     FreeKeyRec(rec);
     throw;
   }
+  if (!integer) ++fOtherKeys;
   return pos;
 }
 
@@ -230,12 +242,16 @@ bool TkxKeyIndex::RemoveKey(const Variant& key) {
 
 void TkxKeyIndex::DeleteKey(Integer index) {
   CheckIndex(index);
-  FreeKeyRec(fRecs.Erase(index));
+  TkxKeyRec* rec = fRecs.Erase(index);
+  Int64 ord;
+  if (!AsOrdinal(rec->Key, ord)) --fOtherKeys;
+  FreeKeyRec(rec);
 }
 
 void TkxKeyIndex::Clear() {
-  for (Integer i = 0, n = fRecs.Count(); i < n; ++i) FreeKeyRec(fRecs.At(i));
+  for (Integer i = 0, n = fRecs.Count(); i < n; ++i) FreeKeyRec(fRecs.At(i).Rec);
   fRecs.Clear();
+  fOtherKeys = 0;
 }
 
 TkxKeyRec* TkxKeyIndex::NewKeyRec(const Variant& key) { return new TkxKeyRec{key, nullptr}; }

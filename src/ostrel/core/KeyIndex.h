@@ -16,9 +16,11 @@ inline constexpr auto _SErrKeyValueDuplicate =
     Cp1251(u8"TkxKeyIndex: Дублирование значения ключа (%s).");
 
 // One key of an index: the key and its data. Records are allocated by the index, one per
-// key, and keep their address for as long as the key stays in the index.
+// key, and keep their address for as long as the key stays in the index. A key never
+// changes in its record (the order of the index rests on it): to change a key, delete it
+// and add the new one.
 struct TkxKeyRec {
-  Variant Key;
+  const Variant Key;
   void* Data = nullptr;
 };
 
@@ -27,15 +29,23 @@ struct TkxKeyRec {
 // deleting at any position moves at most one block's pointers and one start per block,
 // instead of everything behind the position. Reading consecutive positions costs a compare
 // or two; any other position a binary search over the block starts.
+//
+// Beside each record the list keeps the key's value as a 64-bit integer, when the key is an
+// integer, so that searches over integer keys need not visit the records.
 class OSTREL_API TkxKeyRecList {
  public:
+  struct Slot {
+    TkxKeyRec* Rec;
+    Int64 Ord;  // the key's value when it is an integer; unused otherwise
+  };
+
   TkxKeyRecList() = default;
   TkxKeyRecList(const TkxKeyRecList&) = delete;
   TkxKeyRecList& operator=(const TkxKeyRecList&) = delete;
 
   Integer Count() const noexcept { return fCount; }
   // 0 <= index < Count; not checked.
-  TkxKeyRec* At(Integer index) const {
+  const Slot& At(Integer index) const {
     std::size_t b = fHint;
     if (b >= fBlocks.size() || index < fStarts[b] ||
         index - fStarts[b] >= static_cast<Integer>(fBlocks[b].size()))
@@ -43,7 +53,7 @@ class OSTREL_API TkxKeyRecList {
     return fBlocks[b][static_cast<std::size_t>(index - fStarts[b])];
   }
   // 0 <= index <= Count; not checked.
-  void Insert(Integer index, TkxKeyRec* rec);
+  void Insert(Integer index, Slot slot);
   // 0 <= index < Count; not checked. Returns the record taken out.
   TkxKeyRec* Erase(Integer index);
   // Forgets every record (the records themselves are the caller's).
@@ -54,7 +64,7 @@ class OSTREL_API TkxKeyRecList {
   void Split(std::size_t b);
   void MergeAround(std::size_t b);
 
-  std::vector<std::vector<TkxKeyRec*>> fBlocks;
+  std::vector<std::vector<Slot>> fBlocks;
   std::vector<Integer> fStarts;  // position of each block's first record
   Integer fCount = 0;
   mutable std::size_t fHint = 0;  // the block used last
@@ -110,6 +120,7 @@ class OSTREL_API TkxKeyIndex : public TObject {
 
  private:
   TkxKeyRecList fRecs;
+  Integer fOtherKeys = 0;  // keys that are not integers
   TDuplicates fDuplicates;
   bool fIgnoreCase;
   bool fSorted;
