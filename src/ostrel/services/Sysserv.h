@@ -2,6 +2,7 @@
 // text, number and date services built on them.
 #pragma once
 
+#include <ostrel/core/Dump.h>
 #include <ostrel/services/DateServ.h>
 #include <ostrel/services/ErrServ.h>
 #include <ostrel/services/StrServ.h>

@@ -1,0 +1,396 @@
+// The dump container: names without regard to case (Cyrillic included), entry order and
+// the index kept right through inserts and deletes, the Dump_* functions' out-argument
+// rules, interfaces in dumps, merging, and the scripting commands.
+#include <ostrel/core/Sysclasses.h>
+#include <ostrel/rtl/DateTime.h>
+#include <ostrel/services/Sysserv.h>
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace ostrel {
+namespace {
+
+template <class Fn>
+std::string MessageOf(Fn&& fn) {
+  try {
+    fn();
+  } catch (const Exception& e) {
+    return e.Message();
+  }
+  return "<no exception>";
+}
+
+AnsiString NotFound(std::string_view name) { return Format(_SErrDumpNameNotFount, name); }
+
+TEST(Dump, NamesIgnoreCaseKeepFirstSpellingAndOrder) {
+  IPtr<IDump> d = GetDumpIntf();
+  d->set_ByName("Alpha", 1);
+  d->set_ByName(Ansi(u8"Сумма"), 10);
+  d->set_ByName(Ansi(u8"ёлка"), 20);
+  d->set_ByName("ALPHA", 2);
+  d->set_ByName(Ansi(u8"СУММА"), 11);
+  d->set_ByName(Ansi(u8"ЁЛКА"), 21);
+  d->set_ByName(Ansi(u8"елка"), 30);  // Е and Ё are different letters
+  d->set_ByName("", 40);              // the empty name is a name too
+  d->set_ByName(" Alpha", 50);        // names are not trimmed
+
+  ASSERT_EQ(d->get_Count(), 6);
+  EXPECT_EQ(Dump_Names(d, "|"), Ansi(u8"Alpha|Сумма|ёлка|елка| Alpha"));
+  EXPECT_EQ(d->get_Name(4), "");
+  EXPECT_EQ(VarToInt(d->get_ByName("alpha")), 2);
+  EXPECT_EQ(VarToInt(d->get_ByName(Ansi(u8"сУмМа"))), 11);
+  EXPECT_EQ(VarToInt(d->get_ByName(Ansi(u8"Ёлка"))), 21);
+  EXPECT_EQ(d->IndexOf(Ansi(u8"ЕЛКА")), 3);
+  EXPECT_EQ(d->IndexOf("Alph"), -1);
+}
+
+// Every operation is checked against a plain model (a vector searched linearly), at sizes
+// below and far above the point where the dump starts indexing its names.
+class DumpAgainstModel : public ::testing::TestWithParam<int> {};
+
+TEST_P(DumpAgainstModel, RandomOperationsAgree) {
+  const int size = GetParam();
+  std::mt19937 rng(static_cast<unsigned>(size));
+  auto nameOf = [](int k, bool upper) {
+    AnsiString n = Ansi(u8"Поле_") + IntToStr(k);
+    return upper ? AnsiUpperCase(n) : AnsiLowerCase(n);
+  };
+  TkxDump* dump = new TkxDump;
+  IPtr<IDump> d(dump);
+  std::vector<std::pair<AnsiString, Integer>> model;
+  auto modelIndex = [&](const AnsiString& name) {
+    for (std::size_t i = 0; i < model.size(); ++i)
+      if (AnsiSameText(model[i].first, name)) return static_cast<Integer>(i);
+    return -1;
+  };
+  for (int step = 0; step < size * 6; ++step) {
+    int k = static_cast<int>(rng() % static_cast<unsigned>(size * 2));
+    AnsiString name = nameOf(k, rng() % 2 == 0);
+    switch (rng() % 5) {
+      case 0:
+      case 1: {
+        d->set_ByName(name, step);
+        Integer i = modelIndex(name);
+        if (i < 0) model.emplace_back(name, step);
+        else model[static_cast<std::size_t>(i)].second = step;
+        break;
+      }
+      case 2:
+        if (!model.empty()) {
+          Integer i = static_cast<Integer>(rng() % model.size());
+          d->Delete(i);
+          model.erase(model.begin() + i);
+        }
+        break;
+      default: {
+        Integer i = modelIndex(name);
+        ASSERT_EQ(d->IndexOf(name), i) << "step " << step;
+        if (i >= 0) {
+          ASSERT_EQ(VarToInt(d->get_ByName(name)), model[static_cast<std::size_t>(i)].second);
+        }
+      }
+    }
+  }
+  ASSERT_EQ(d->get_Count(), static_cast<Integer>(model.size()));
+  for (std::size_t i = 0; i < model.size(); ++i) {
+    EXPECT_EQ(d->get_Name(static_cast<Integer>(i)), model[i].first);
+    EXPECT_EQ(d->IndexOf(AnsiUpperCase(model[i].first)), static_cast<Integer>(i));
+  }
+  Dump_Clear(d);
+  EXPECT_TRUE(d->IsEmpty());
+  d->set_ByName("again", 1);
+  EXPECT_EQ(d->IndexOf("AGAIN"), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, DumpAgainstModel, ::testing::Values(4, 20, 300, 1200));
+
+TEST(Dump, ByNameListAndMissingNames) {
+  IPtr<IDump> d = GetDumpIntf();
+  d->set_ByName("a", 1);
+  d->set_ByName("b", "two");
+  Variant both = d->get_ByName("a;B");
+  ASSERT_TRUE(VarIsArray(both));
+  EXPECT_EQ(VarArrayLowBound(both), 0);
+  EXPECT_EQ(VarArrayHighBound(both), 1);
+  EXPECT_EQ(VarToInt(VarArrayGet(both, 0)), 1);
+  EXPECT_EQ(VarToStr(VarArrayGet(both, 1)), "two");
+
+  EXPECT_EQ(MessageOf([&] { d->get_ByName("a;c"); }), NotFound("c"));
+  EXPECT_EQ(MessageOf([&] { d->get_ByName(Ansi(u8"Имя")); }),
+            Ansi(u8"Элемент/параметр с именем \"Имя\" не найден"));
+}
+
+TEST(Dump, IndexesOutOfRangeRaiseTheListError) {
+  IPtr<IDump> d = GetDumpIntf();
+  d->set_ByName("a", 1);
+  EXPECT_EQ(MessageOf([&] { d->get_Value(1); }), "List index (1) out of bounds");
+  EXPECT_EQ(MessageOf([&] { d->get_Name(-1); }), "List index (-1) out of bounds");
+  EXPECT_THROW(d->set_Value(5, 0), EListError);
+  EXPECT_THROW(d->Delete(1), EListError);
+  EXPECT_EQ(d->get_Count(), 1);
+}
+
+TEST(DumpGetValue, OutArgumentsClearOrKeepAsTheirTypeSays) {
+  IPtr<IDump> d = GetDumpIntf();
+  d->set_ByName("n", 42);
+  d->set_ByName("null", Variant::Null());
+  d->set_ByName("text", Ansi(u8"1234,5"));
+  d->set_ByName("date", Variant::FromDate(EncodeDate(2024, 2, 3)));
+  d->set_ByName("flag", true);
+
+  Variant v = 7;
+  EXPECT_FALSE(Dump_GetValue(d, "missing", v));
+  EXPECT_TRUE(v.IsEmpty());
+  AnsiString s = "preset";
+  EXPECT_FALSE(Dump_GetValue(d, "missing", s));
+  EXPECT_EQ(s, "");
+  Integer i = 5;
+  Extended x = 2.5L;
+  bool b = true;
+  TDateTime t = 123.0;
+  EXPECT_FALSE(Dump_GetValue(d, "missing", i));
+  EXPECT_FALSE(Dump_GetValue(d, "missing", x));
+  EXPECT_FALSE(Dump_GetValue(d, "missing", b));
+  EXPECT_FALSE(Dump_GetValue(d, "missing", t));
+  EXPECT_EQ(i, 5);
+  EXPECT_EQ(x, 2.5L);
+  EXPECT_TRUE(b);
+  EXPECT_EQ(t, 123.0);
+
+  // Null reads as the type's zero, except for the date form, which has no null rule.
+  EXPECT_TRUE(Dump_GetValue(d, "null", i));
+  EXPECT_TRUE(Dump_GetValue(d, "null", x));
+  EXPECT_TRUE(Dump_GetValue(d, "null", b));
+  EXPECT_TRUE(Dump_GetValue(d, "NULL", s));
+  EXPECT_EQ(i, 0);
+  EXPECT_EQ(x, 0.0L);
+  EXPECT_FALSE(b);
+  EXPECT_EQ(s, "");
+  EXPECT_THROW(Dump_GetValue(d, "null", t), EVariantError);
+
+  EXPECT_TRUE(Dump_GetValue(d, "text", x));
+  EXPECT_EQ(x, 1234.5L);
+  EXPECT_TRUE(Dump_GetValue(d, "n", s));
+  EXPECT_EQ(s, "42");
+  EXPECT_TRUE(Dump_GetValue(d, "date", t));
+  EXPECT_EQ(t, EncodeDate(2024, 2, 3));
+  EXPECT_TRUE(Dump_GetValue(d, "flag", i));
+  EXPECT_EQ(i, -1);
+  d->set_ByName("word", "abc");
+  EXPECT_THROW(Dump_GetValue(d, "word", i), EVariantError);
+  EXPECT_EQ(i, -1);
+
+  EXPECT_TRUE(Dump_GetVS(d, "n", s));
+  EXPECT_FALSE(Dump_GetVS(d, "null", s));
+  EXPECT_FALSE(Dump_GetVS(d, "missing", s));
+}
+
+TEST(DumpGetValue, DefValueAndFlags) {
+  IPtr<IDump> d = GetDumpIntf();
+  d->set_ByName("null", Variant::Null());
+  d->set_ByName("empty", Variant());
+  d->set_ByName("zero", 0);
+  EXPECT_EQ(VarToInt(Dump_DefValue(d, "null", 5, true)), 5);
+  EXPECT_TRUE(Dump_DefValue(d, "null", 5, false).IsNull());
+  EXPECT_EQ(VarToInt(Dump_DefValue(d, "empty", 5, true)), 5);
+  EXPECT_EQ(VarToInt(Dump_DefValue(d, "zero", 5, true)), 0);
+  EXPECT_EQ(VarToInt(Dump_DefValue(d, "missing", 5)), 5);
+
+  Dump_Define(d, "Flag");
+  EXPECT_TRUE(Dump_IfDef(d, "FLAG"));
+  EXPECT_EQ(VarType(d->get_ByName("flag")), varByte);
+  EXPECT_EQ(VarToInt(d->get_ByName("flag")), 1);
+  EXPECT_TRUE(Dump_Undef(d, "flag"));
+  EXPECT_FALSE(Dump_Undef(d, "flag"));
+  EXPECT_FALSE(Dump_IfDef(d, "flag"));
+}
+
+TEST(DumpIntf, ByNameAndByIdentity) {
+  IPtr<IDump> d = GetDumpIntf();
+  IPtr<IDump> nested = GetDumpIntf();
+  IPtr<IDumpList> list(new TkxDumpList);
+  d->set_ByName("number", 1);
+  d->set_ByName("list", list);
+  d->set_ByName("dispatch", Variant::FromDispatch(IPtr<IInterface>(nested)));
+  d->set_ByName("nested", nested);
+
+  IPtr<IInterface> out = IPtr<IInterface>(list);
+  EXPECT_TRUE(Dump_GetIntf(d, "NESTED", IDump::IID, out, false));
+  EXPECT_EQ(out.Get(), static_cast<IInterface*>(nested.Get()));
+  EXPECT_TRUE(Dump_GetIntf(d, "dispatch", IDump::IID, out, false));
+  EXPECT_FALSE(Dump_GetIntf(d, "number", IDump::IID, out, false));
+  EXPECT_FALSE(out);
+  EXPECT_FALSE(Dump_GetIntf(d, "missing", IDump::IID, out, false));
+  EXPECT_EQ(Dump_GetIntf<IDump>(d, "nested").Get(), nested.Get());
+
+  EXPECT_EQ(MessageOf([&] { Dump_GetIntf(d, "missing", IDump::IID); }), NotFound("missing"));
+  EXPECT_EQ(MessageOf([&] { Dump_GetIntf(d, "list", IDump::IID); }),
+            "Dump_GetIntf: parameter \"list\" is not supported interface "
+            "\"{F346B0A8-C5A8-473A-A9C6-C9784A57FF2C}\"");
+
+  // By identity: the first varUnknown value in entry order that supports it; a dispatch
+  // value does not count.
+  EXPECT_EQ(Dump_GetIntf(d, IDump::IID).Get(), static_cast<IInterface*>(nested.Get()));
+  d->set_ByName("nested", 0);
+  EXPECT_FALSE(Dump_GetIntf(d, IDump::IID, out, false));
+  EXPECT_EQ(MessageOf([&] { Dump_GetIntf(d, IDump::IID); }),
+            "Dump_GetIntf: interface \"{F346B0A8-C5A8-473A-A9C6-C9784A57FF2C}\" not found");
+}
+
+TEST(DumpNames, ListsExcludesContainsRemoves) {
+  IPtr<IDump> d = GetDumpIntf();
+  for (const char* n : {"One", "Two", "Three"}) d->set_ByName(n, 1);
+  EXPECT_EQ(Dump_Names(d, ", "), "One, Two, Three");
+  EXPECT_EQ(Dump_Names_Exclude(d, {"two", "ONE"}, ";"), "Three");
+  EXPECT_EQ(Dump_Names_Exclude(d, std::vector<AnsiString>{}, ";"), "One;Two;Three");
+  EXPECT_TRUE(Dump_ContainsNames(d, "x;three"));
+  EXPECT_FALSE(Dump_ContainsNames(d, "x;y"));
+  EXPECT_FALSE(Dump_ContainsNames(d, ""));
+  Dump_Remove(d, "x;ONE;three");
+  EXPECT_EQ(Dump_Names(d, ";"), "Two");
+}
+
+TEST(DumpAssign, MergesAllOrTheListedNames) {
+  IPtr<IDump> src = GetDumpIntf();
+  src->set_ByName("a", 1);
+  src->set_ByName("b", 2);
+  src->set_ByName("c", 3);
+  auto fresh = [] {
+    IPtr<IDump> d = GetDumpIntf();
+    d->set_ByName("B", 20);
+    d->set_ByName("z", 26);
+    return d;
+  };
+
+  IPtr<IDump> dest = fresh();
+  EXPECT_FALSE(Dump_Assign(dest, nullptr, ""));
+  EXPECT_FALSE(Dump_Assign(dest, GetDumpIntf(), ""));
+  EXPECT_EQ(Dump_AsString(dest, ";"), "B=20;z=26");
+
+  EXPECT_TRUE(Dump_Assign(dest, src, ""));
+  EXPECT_EQ(Dump_AsString(dest, ";"), "B=2;z=26;a=1;c=3");
+
+  dest = fresh();
+  EXPECT_TRUE(Dump_Assign(dest, src, "c;missing;A"));
+  EXPECT_EQ(Dump_AsString(dest, ";"), "B=20;z=26;c=3;A=1");
+  EXPECT_FALSE(Dump_Assign(dest, src, "missing"));
+
+  dest = fresh();
+  EXPECT_TRUE(Dump_Assign(dest, src, {"b"}));
+  EXPECT_EQ(Dump_AsString(dest, ";"), "B=2;z=26");
+  EXPECT_TRUE(Dump_Assign(dest, src, std::vector<AnsiString>{}));
+  EXPECT_EQ(Dump_AsString(dest, ";"), "B=2;z=26;a=1;c=3");
+}
+
+TEST(DumpAssign, SameValuesIsOneSided) {
+  IPtr<IDump> a = GetDumpIntf();
+  IPtr<IDump> b = GetDumpIntf();
+  EXPECT_TRUE(Dump_SameValues(a, b));
+  a->set_ByName("x", 1);
+  b->set_ByName("X", 1.0);
+  b->set_ByName("y", 2);
+  EXPECT_TRUE(Dump_SameValues(a, b));
+  EXPECT_FALSE(Dump_SameValues(b, a));
+  a->set_ByName("n", Variant::Null());
+  b->set_ByName("n", Variant());
+  EXPECT_FALSE(Dump_SameValues(a, b));
+}
+
+TEST(DumpAssign, CloneSharesNestedDumps) {
+  IPtr<IDump> src = GetDumpIntf();
+  IPtr<IDump> nested = GetDumpIntf();
+  src->set_ByName("n", nested);
+  src->set_ByName("s", "text");
+  IPtr<IDump> copy;
+  Dump_Clone(src, copy);
+  ASSERT_TRUE(copy);
+  EXPECT_NE(copy.Get(), src.Get());
+  EXPECT_EQ(Dump_GetIntf<IDump>(copy, "n").Get(), nested.Get());
+  copy->set_ByName("s", "changed");
+  EXPECT_EQ(VarToStr(src->get_ByName("s")), "text");
+  Dump_Clone(src, src);  // the out argument may be the source itself
+  EXPECT_EQ(src->get_Count(), 2);
+}
+
+TEST(DumpAssign, ByValues) {
+  IPtr<IDump> d;
+  Dump_ByValues("a;b", VarArrayOf({1, "two"}), d);
+  EXPECT_EQ(Dump_AsString(d, ";"), "a=1;b=two");
+  Dump_ByValues("a;b", 5, d);
+  EXPECT_EQ(Dump_Names(d, "|"), "a;b");
+  EXPECT_THROW(Dump_ByValues("a;b;c", VarArrayOf({1, 2}), d), EVariantBadIndexError);
+  ASSERT_TRUE(d);
+  EXPECT_EQ(Dump_AsString(d, ";"), "a=1;b=2");
+}
+
+TEST(DumpList, AddsAndHandsOutDumps) {
+  IPtr<IDumpList> list(new TkxDumpList);
+  IPtr<IDump> first = GetDumpIntf();
+  EXPECT_EQ(list->Add(first), 0);
+  EXPECT_EQ(list->Add(GetDumpIntf()), 1);
+  EXPECT_EQ(list->get_Count(), 2);
+  EXPECT_EQ(list->get_Item(0).Get(), first.Get());
+  EXPECT_EQ(MessageOf([&] { list->get_Item(2); }), "List index (2) out of bounds");
+}
+
+class DumpCommands : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    d->set_ByName("a", 1);
+    d->set_ByName("b", "two");
+  }
+  Variant Call(std::string_view name, std::initializer_list<Variant> params) {
+    Variant p = VarArrayOf(params);
+    return rtti->CallMethod(nullptr, TkxDump::StaticClass(), name, p);
+  }
+  IPtr<IDump> d = GetDumpIntf();
+  IPtr<IObjectRTTI> rtti = d.As<IObjectRTTI>();
+};
+
+TEST_F(DumpCommands, ReadAndWriteByIndexAndName) {
+  EXPECT_EQ(VarToInt(rtti->GetProp(nullptr, nullptr, "COUNT")), 2);
+  EXPECT_TRUE(rtti->GetProp(nullptr, nullptr, "Count").IsEmpty());
+  rtti->SetProp(nullptr, nullptr, "COUNT", 10);
+  EXPECT_EQ(d->get_Count(), 2);
+
+  EXPECT_EQ(VarToInt(Call("INDEXOF", {"B"})), 1);
+  EXPECT_EQ(VarToStr(Call("NAME.GET", {1})), "b");
+  EXPECT_EQ(VarToStr(Call("VALUE.GET", {1})), "two");
+  EXPECT_TRUE(Call("VALUE.SET", {0, 11}).IsEmpty());
+  EXPECT_TRUE(Call("BYNAME.SET", {"c", 3}).IsEmpty());
+  EXPECT_TRUE(VarIsArray(Call("BYNAME.GET", {"a;c"})));
+  EXPECT_EQ(VarToInt(Call("BYNAME.GET", {"A"})), 11);
+  EXPECT_EQ(MessageOf([&] { Call("BYNAME.GET", {"zz"}); }), NotFound("zz"));
+  EXPECT_TRUE(Call("indexof", {"a"}).IsEmpty());  // commands are upper case only
+  Call("DELETE", {0});
+  Call("REMOVE", {"c;zz"});
+  EXPECT_EQ(Dump_AsString(d, ";"), "b=two");
+}
+
+TEST_F(DumpCommands, CreateAndAssign) {
+  Variant created = Call("CREATE", {});
+  IPtr<IDump> other = VarToIntf(created).As<IDump>();
+  ASSERT_TRUE(other);
+  EXPECT_TRUE(other->IsEmpty());
+  other->set_ByName("A", 100);
+  other->set_ByName("z", 26);
+  Call("ASSIGN", {other});
+  EXPECT_EQ(Dump_AsString(d, ";"), "a=100;b=two;z=26");
+  Call("ASSIGN", {"not a dump"});
+  Call("ASSIGN", {IPtr<IDumpList>(new TkxDumpList)});
+  EXPECT_EQ(d->get_Count(), 3);
+
+  // The commands act on the instance they are given when it is a dump.
+  Variant p = VarArrayOf({"x", 1});
+  rtti->CallMethod(ObjRef(other), TkxDump::StaticClass(), "BYNAME.SET", p);
+  EXPECT_TRUE(Dump_IfDef(other, "x"));
+  EXPECT_FALSE(Dump_IfDef(d, "x"));
+}
+
+}  // namespace
+}  // namespace ostrel
