@@ -3,6 +3,7 @@
 // data, the same index behind a reference-counted interface.
 #pragma once
 
+#include <ostrel/core/ListIntf.h>
 #include <ostrel/rtl/Classes.h>
 #include <ostrel/rtl/System.h>
 #include <ostrel/rtl/Variants.h>
@@ -142,28 +143,6 @@ class OSTREL_API TkxKeyVarIndex : public TkxKeyIndex {
   void FreeKeyRec(TkxKeyRec* rec) noexcept override;
   // data points to a Variant, which is copied into the record's cell (and not changed).
   void SetKeyData(TkxKeyRec* rec, void* data) override;
-};
-
-// The key data interface: a variant index of keys with a variant value per key.
-struct IkxKeyData : IInterface {
-  static constexpr TGUID IID = TGUID::From("{951A8087-DD74-4186-B44F-590A58C24F3F}");
-  virtual Integer OSTREL_STDCALL get_Count() = 0;
-  virtual Variant OSTREL_STDCALL get_Key(Integer index) = 0;
-  virtual Variant OSTREL_STDCALL get_Data(Integer index) = 0;
-  virtual void OSTREL_STDCALL set_Data(Integer index, const Variant& value) = 0;
-  // The data of the key (the first of equal keys); empty when the key is absent.
-  virtual Variant OSTREL_STDCALL get_KeyData(const Variant& key) = 0;
-  // Adds the key when it is absent, else sets the data of the first one found.
-  virtual void OSTREL_STDCALL set_KeyData(const Variant& key, const Variant& value) = 0;
-  virtual Integer OSTREL_STDCALL Add(const Variant& key, const Variant& value) = 0;
-  virtual bool OSTREL_STDCALL FindKey(const Variant& key, Integer& index) = 0;
-  // Removes every key equal to the given one.
-  virtual void OSTREL_STDCALL Remove(const Variant& key) = 0;
-  virtual void OSTREL_STDCALL Delete(Integer index) = 0;
-  virtual void OSTREL_STDCALL Clear() = 0;
-
- protected:
-  ~IkxKeyData() = default;
 };
 
 class OSTREL_API TkxKeyData : public TInterfacedObject, public IkxKeyData {

@@ -81,3 +81,8 @@ struct IDumpList : IInterface {
 };
 
 }  // namespace ostrel
+
+// The further interfaces of the core: variable and ID lists, key data, module links, the
+// system monitor and the localisation library.
+#include <ostrel/core/ListIntf.h>
+#include <ostrel/core/ModuleLinks.h>

@@ -1,0 +1,249 @@
+// Variable lists (items shared between lists, use as a dump) and ID lists (merging, sorting,
+// set equality, text forms, scripting commands, the list a dump carries).
+#include <ostrel/core/Dump.h>
+#include <ostrel/core/Sysclasses.h>
+#include <ostrel/core/VarList.h>
+#include <ostrel/rtl/Format.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace ostrel {
+namespace {
+
+template <class Fn>
+std::string MessageOf(Fn&& fn) {
+  try {
+    fn();
+  } catch (const Exception& e) {
+    return e.Message();
+  }
+  return "<no exception>";
+}
+
+AnsiString NotFound(std::string_view name) { return Format(_SErrDumpNameNotFount, name); }
+
+IPtr<IkxIDList> ListOf(std::initializer_list<Integer> ids) {
+  IPtr<IkxIDList> l = GetIDListIntf();
+  for (Integer id : ids) l->Add(id);
+  return l;
+}
+
+// ---- Variable list ---------------------------------------------------------------------
+
+TEST(VarList, ItemsAreSharedBetweenLists) {
+  IPtr<IkxVarList> a = GetVarListIntf(), b = GetVarListIntf();
+  const AnsiString sum = Ansi(u8"Сумма");
+  a->set_ByName(sum, 1);
+  a->set_ByName("Note", "x");
+  IPtr<IkxVarItem> item = VarList_Get(a, Ansi(u8"СУММА"), true);
+  EXPECT_EQ(b->Add(item), 0);
+  b->set_ByName(Ansi(u8"сумма"), 5);  // same item, found without regard to case
+  EXPECT_EQ(VarToInt(a->get_ByName(sum)), 5);
+  EXPECT_EQ(b->get_Name(0), sum);
+  EXPECT_EQ(a->get_Count(), 2);
+  EXPECT_EQ(b->get_Count(), 1);
+
+  EXPECT_EQ(a->Remove(item), 0);
+  EXPECT_EQ(a->Remove(item), -1);
+  item->set_Value("still shared");
+  EXPECT_EQ(VarToStr(b->get_Value(0)), "still shared");
+  EXPECT_EQ(a->IndexOf(sum), -1);
+}
+
+TEST(VarList, WorksWhereADumpIsExpected) {
+  IPtr<IkxVarList> vars = GetVarListIntf();
+  IPtr<IDump> asDump = vars.As<IDump>();
+  ASSERT_TRUE(asDump);
+  EXPECT_EQ(static_cast<IDump*>(vars.Get()), asDump.Get());
+  IPtr<IDump> src = GetDumpIntf();
+  src->set_ByName("a", 1);
+  src->set_ByName("b", "two");
+  EXPECT_TRUE(Dump_Assign(asDump, src, ""));
+  AnsiString b;
+  EXPECT_TRUE(Dump_GetValue(asDump, "B", b));
+  EXPECT_EQ(b, "two");
+  EXPECT_TRUE(Dump_SameValues(src, asDump));
+  asDump->Delete(0);
+  EXPECT_EQ(Dump_Names(asDump, ";"), "b");
+  EXPECT_FALSE(asDump->IsEmpty());
+}
+
+TEST(VarList, MissingNamesAndBadIndexesRaise) {
+  IPtr<IkxVarList> vars = GetVarListIntf();
+  vars->set_ByName("x", 1);
+  EXPECT_EQ(MessageOf([&] { vars->get_ByName("y"); }), NotFound("y"));
+  EXPECT_EQ(MessageOf([&] { VarList_Get(vars, "y", true); }), NotFound("y"));
+  // One name only: a ";" list is a name like any other.
+  EXPECT_EQ(MessageOf([&] { vars->get_ByName("x;x"); }), NotFound("x;x"));
+  EXPECT_FALSE(VarList_Get(vars, "y", false));
+  IPtr<IkxVarItem> item = VarList_Get(vars, "x", true);
+  EXPECT_FALSE(VarList_Find(vars, "y", item));
+  EXPECT_FALSE(item);  // cleared
+  EXPECT_THROW(vars->get_Item(1), EListError);
+  EXPECT_THROW(vars->set_Value(-1, 0), EListError);
+  EXPECT_THROW(vars->Delete(1), EListError);
+  EXPECT_THROW(vars->Add(nullptr), Exception);
+  EXPECT_EQ(vars->get_Count(), 1);
+}
+
+// ---- ID list ---------------------------------------------------------------------------
+
+TEST(IDList, AddKeepsIdsDistinctInInsertionOrder) {
+  IPtr<IkxIDList> l = GetIDListIntf();
+  EXPECT_EQ(l->Add(5), 0);
+  EXPECT_EQ(l->Add(3), 1);
+  EXPECT_EQ(l->Add(5), 0);
+  EXPECT_EQ(l->GetAsString(','), "5,3");
+  Integer at = 9;
+  EXPECT_FALSE(l->Find(4, at));
+  EXPECT_EQ(at, -1);
+  EXPECT_TRUE(l->Find(3, at));
+  EXPECT_EQ(at, 1);
+  EXPECT_TRUE(l->Remove(5));
+  EXPECT_FALSE(l->Remove(5));
+  EXPECT_EQ(l->get_ID(0), 3);
+  EXPECT_THROW(l->get_ID(1), EListError);
+  EXPECT_THROW(l->Delete(-1), EListError);
+  l->Clear();
+  EXPECT_EQ(l->GetAsString(','), "");
+}
+
+struct TextCase {
+  std::vector<Integer> before;
+  std::string text;
+  char separator;
+  std::string after;  // GetAsString(',') afterwards
+  bool raises;
+};
+
+class IDListText : public ::testing::TestWithParam<TextCase> {};
+
+TEST_P(IDListText, SetAsStringMergesPiecesUpToTheFirstBadOne) {
+  const TextCase& c = GetParam();
+  IPtr<IkxIDList> l = GetIDListIntf();
+  for (Integer id : c.before) l->Add(id);
+  if (c.raises) {
+    EXPECT_THROW(l->SetAsString(c.text, c.separator), EConvertError);
+  } else {
+    l->SetAsString(c.text, c.separator);
+  }
+  EXPECT_EQ(l->GetAsString(','), c.after);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts, IDListText,
+    ::testing::Values(TextCase{{}, "7; 8 ;7", ';', "7,8", false},
+                      TextCase{{1, 2}, "3;2;;4", ';', "1,2,3,4", false},
+                      TextCase{{}, "-2147483648|12|", '|', "-2147483648,12", false},
+                      TextCase{{}, "", ';', "", false},
+                      TextCase{{}, "5;x;6", ';', "5", true},
+                      TextCase{{9}, "5; ;6", ';', "9,5", true},
+                      TextCase{{}, "1;2147483648", ';', "1", true}));
+
+TEST(IDList, SortOrdersAscendingAndGetAsStringFollowsListOrder) {
+  IPtr<IkxIDList> l = ListOf({3, 1, 2});
+  EXPECT_FALSE(l->IsSorted());
+  EXPECT_EQ(l->GetAsString(','), "3,1,2");
+  l->Sort();
+  EXPECT_TRUE(l->IsSorted());
+  EXPECT_EQ(l->GetAsString(','), "1,2,3");
+
+  std::mt19937 rng(3);
+  std::vector<Integer> ids;
+  IPtr<IkxIDList> big = GetIDListIntf();
+  for (int i = 0; i < 2000; ++i) {
+    const auto id = static_cast<Integer>(rng());
+    if (big->Add(id) == big->get_Count() - 1) ids.push_back(id);
+  }
+  big->Sort();
+  std::sort(ids.begin(), ids.end());
+  for (std::size_t i = 0; i < ids.size(); ++i) ASSERT_EQ(big->get_ID(static_cast<Integer>(i)), ids[i]);
+  EXPECT_TRUE(GetIDListIntf()->IsSorted());
+}
+
+TEST(IDList, IsEqualComparesAsSetsOrAsSequences) {
+  struct Case {
+    IPtr<IkxIDList> a, b;
+    bool unordered, ordered;
+  };
+  const std::vector<Case> cases = {
+      {ListOf({1, 2}), ListOf({2, 1}), true, false},
+      {ListOf({1, 2}), ListOf({1, 2}), true, true},
+      {ListOf({1, 2}), ListOf({1, 2, 3}), false, false},
+      {ListOf({1, 3}), ListOf({1, 2}), false, false},
+      {ListOf({}), ListOf({}), true, true},
+      {ListOf({}), nullptr, false, false},
+  };
+  for (std::size_t i = 0; i < cases.size(); ++i) {
+    EXPECT_EQ(cases[i].a->IsEqual(cases[i].b, false), cases[i].unordered) << i;
+    EXPECT_EQ(cases[i].a->IsEqual(cases[i].b, true), cases[i].ordered) << i;
+  }
+}
+
+TEST(IDList, ScriptingCommands) {
+  IPtr<IkxIDList> l = ListOf({10, 20});
+  IPtr<IObjectRTTI> rtti = l.As<IObjectRTTI>();
+  ASSERT_TRUE(rtti);
+  auto call = [&](std::string_view name, Variant params = Variant()) {
+    return rtti->CallMethod(nullptr, nullptr, name, params);
+  };
+  EXPECT_EQ(VarToInt(call("COUNT")), 2);
+  call("ADD", VarArrayOf({30}));
+  EXPECT_TRUE(VarToBool(call("REMOVE", VarArrayOf({10}))));
+  EXPECT_EQ(VarToInt(call("ID.GET", VarArrayOf({1}))), 30);
+
+  Variant params = VarArrayOf({30, Variant()});
+  EXPECT_TRUE(VarToBool(rtti->CallMethod(nullptr, nullptr, "FIND", params)));
+  EXPECT_EQ(VarToInt(VarArrayGet(params, 1)), 1);
+  params = VarArrayOf({99, 5});
+  EXPECT_FALSE(VarToBool(rtti->CallMethod(nullptr, nullptr, "FIND", params)));
+  EXPECT_EQ(VarToInt(VarArrayGet(params, 1)), -1);
+  // The index goes back into element 1: a one-element array has no room for it.
+  params = VarArrayOf({30});
+  EXPECT_THROW(rtti->CallMethod(nullptr, nullptr, "FIND", params), EVariantError);
+
+  call("ASSIGN", VarArrayOf({Variant(ListOf({40, 20}))}));  // a merge
+  EXPECT_EQ(l->GetAsString(','), "20,30,40");
+  call("ASSIGN", VarArrayOf({"not a list"}));
+  call("SETASSTRING", VarArrayOf({";50;20"}));  // the text's first character separates
+  EXPECT_EQ(VarToStr(call("GETASSTRING", VarArrayOf({"|x"}))), "20|30|40|50");
+  call("DELETE", VarArrayOf({0}));
+  EXPECT_EQ(l->get_Count(), 3);
+
+  Variant created = call("CREATE");
+  IPtr<IkxIDList> fresh = VarToIntf(created).As<IkxIDList>();
+  ASSERT_TRUE(fresh);
+  EXPECT_EQ(fresh->get_Count(), 0);
+  EXPECT_TRUE(call("NO SUCH").IsEmpty());
+  EXPECT_TRUE(call("count").IsEmpty());  // names are exact
+  EXPECT_TRUE(rtti->GetProp(nullptr, nullptr, "COUNT").IsEmpty());
+
+  // Commands act on the instance given, when it is an ID list.
+  IPtr<IObjectReference> ref = fresh.As<IObjectReference>();
+  params = VarArrayOf({7});
+  rtti->CallMethod(ref->GetInstance(), nullptr, "ADD", params);
+  EXPECT_EQ(fresh->GetAsString(','), "7");
+  EXPECT_EQ(l->get_Count(), 3);
+  const auto classes = GetRegisteredRTTIClasses();
+  EXPECT_NE(std::find(classes.begin(), classes.end(), TkxIDList::StaticClass()), classes.end());
+}
+
+TEST(IDList, DumpCarriesItsListUnderIDsOrASingleId) {
+  IPtr<IDump> d = GetDumpIntf();
+  EXPECT_EQ(MessageOf([&] { Dump_GetIDList(d); }), NotFound("id"));
+  d->set_ByName("id", "17");
+  EXPECT_EQ(Dump_GetIDList(d)->GetAsString(','), "17");
+  d->set_ByName("IDs", Variant(GetDumpIntf()));  // an interface, but no ID list
+  EXPECT_EQ(Dump_GetIDList(d)->GetAsString(','), "17");
+  IPtr<IkxIDList> held = ListOf({4, 5});
+  d->set_ByName("ids", Variant(held));
+  EXPECT_EQ(Dump_GetIDList(d).Get(), held.Get());
+}
+
+}  // namespace
+}  // namespace ostrel
