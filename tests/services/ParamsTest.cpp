@@ -1,0 +1,239 @@
+// Parameter references in text, command-line switches, the environment and Str2Bool.
+#include <ostrel/services/Params.h>
+
+#include <ostrel/core/Dump.h>
+#include <ostrel/rtl/Exceptions.h>
+#include <ostrel/rtl/Variants.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+namespace ostrel {
+namespace {
+
+std::string U8(std::u8string_view s) { return std::string(s.begin(), s.end()); }
+
+IPtr<IDump> SampleDump() {
+  IPtr<IDump> d = GetDumpIntf();
+  d->set_ByName("name", Variant(5));
+  d->set_ByName("long name", Variant("LN"));
+  d->set_ByName("x", Variant("X"));
+  d->set_ByName("1", Variant("one"));
+  d->set_ByName("pct", Variant("50%"));
+  d->set_ByName("nullv", Variant::Null());
+  d->set_ByName("emptyv", Variant());
+  return d;
+}
+
+struct TemplateCase {
+  std::string text;
+  char marker;
+  std::u8string_view expected;
+};
+
+class ParseParamsTable : public ::testing::TestWithParam<TemplateCase> {};
+
+TEST_P(ParseParamsTable, SubstitutesReferences) {
+  const TemplateCase& c = GetParam();
+  EXPECT_EQ(AnsiToUtf8(ParseParams(c.text, SampleDump(), c.marker, false)), U8(c.expected));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Grammar, ParseParamsTable,
+    ::testing::Values(
+        TemplateCase{"a%%b", '%', u8"a%b"},
+        TemplateCase{"'%x'", '%', u8"'%x'"},
+        TemplateCase{"\"%x\"", '%', u8"\"%x\""},
+        TemplateCase{"\"it's %x\" %x", '%', u8"\"it's %x\" X"},
+        TemplateCase{"'unterminated %x", '%', u8"'unterminated %x"},
+        TemplateCase{"%name, more", '%', u8"5, more"},
+        TemplateCase{"%NAME", '%', u8"5"},
+        TemplateCase{"%\"long name\"!", '%', u8"LN!"},
+        TemplateCase{"%x%x", '%', u8"XX"},
+        TemplateCase{"%x\"y\"", '%', u8"X\"y\""},
+        TemplateCase{"%1st", '%', u8"%1st"},
+        TemplateCase{"%1 st", '%', u8"one st"},
+        TemplateCase{"x%", '%', u8"x"},
+        TemplateCase{"%", '%', u8""},
+        TemplateCase{"[%nullv]", '%', u8"[]"},
+        TemplateCase{"[%emptyv]", '%', u8"[%emptyv]"},
+        TemplateCase{"%abc", '%', u8"%abc"},
+        TemplateCase{"%,x", '%', u8"%,x"},
+        TemplateCase{"%\"unterminated", '%', u8"%\"unterminated"},
+        TemplateCase{"%\"\"", '%', u8"%\"\""},
+        TemplateCase{"%pct of %x", '%', u8"50% of X"},  // values are not scanned again
+        TemplateCase{"#x #name ##", '#', u8"X 5 #"},
+        TemplateCase{"%x\xDF", '%', u8"XЯ"},  // no letter beyond ASCII belongs to a name
+        TemplateCase{std::string("%x\0%name", 8), '%', u8"X"}));
+
+TEST(ParseParams, NonStrictListsWhatWasMissing) {
+  IPtr<IDump> d = SampleDump();
+  const Integer before = d->get_Count();
+  EXPECT_EQ(ParseParams("%abc %\"q q\" %emptyv %x %,", d), "%abc %\"q q\" %emptyv X %,");
+  ASSERT_EQ(d->get_Count(), before + 3);
+  EXPECT_EQ(d->get_Name(before), "abc");
+  EXPECT_EQ(d->get_Name(before + 1), "q q");
+  EXPECT_EQ(d->get_Name(before + 2), "");
+  for (Integer i = before; i < before + 3; ++i) EXPECT_TRUE(VarIsEmpty(d->get_Value(i)));
+  // A lone marker at the end asks for nothing.
+  EXPECT_EQ(ParseParams("total%", d), "total");
+  EXPECT_EQ(d->get_Count(), before + 3);
+  EXPECT_EQ(ReplaceParams("%abc=%name", d), "%abc=5");
+}
+
+TEST(ParseParams, StrictRaisesAndLeavesTheDumpAlone) {
+  IPtr<IDump> d = SampleDump();
+  const Integer before = d->get_Count();
+  struct Case {
+    const char* text;
+    const char* message;
+  } cases[] = {
+      {"ok %x, then %abc", "Parameter \"abc\" not found"},
+      {"%\"no such\"", "Parameter \"no such\" not found"},
+      {"%emptyv", "Value of parameter \"emptyv\" is empty"},
+      {"%,", "Parameter \"\" not found"},
+  };
+  for (const Case& c : cases) {
+    try {
+      ParseParams(c.text, d, '%', true);
+      ADD_FAILURE() << c.text << " must raise";
+    } catch (const Exception& e) {
+      EXPECT_EQ(e.Message(), c.message);
+    }
+    try {
+      ReplaceParams(c.text, d, '%', true);
+      ADD_FAILURE() << c.text << " must raise";
+    } catch (const Exception&) {
+    }
+  }
+  EXPECT_EQ(d->get_Count(), before);
+  EXPECT_EQ(ParseParams("[%nullv] %name%", d, '%', true), "[] 5");
+}
+
+using Args = std::vector<AnsiString>;
+
+std::string Stored(const IPtr<IDump>& d) {
+  std::string s;
+  for (Integer i = 0; i < d->get_Count(); ++i)
+    s += d->get_Name(i) + "=" + VarToStr(d->get_Value(i)) + ";";
+  return s;
+}
+
+TEST(GetCmdParams, SwitchesAndValues) {
+  struct Case {
+    Args args;
+    bool strip;
+    const char* stored;
+  } cases[] = {
+      {{"a.exe", "-q", "/v=1", "-n", ":7", "-m", "="}, false, "-q=;-v=1;-n=7;-m=;"},
+      {{"a.exe", "-user=ivan"}, false, "-user=ivan;"},
+      {{"a.exe", "-user", "=ivan"}, false, "-user=ivan;"},
+      {{"a.exe", "-user", ":ivan"}, false, "-user=ivan;"},
+      {{"a.exe", "-user=", " ivan"}, false, "-user=ivan;"},
+      {{"a.exe", "/user", "=", "ivan"}, false, "-user=ivan;"},
+      {{"a.exe", "/user", "=", "ivan"}, true, "user=ivan;"},
+      {{"a.exe", "-x", "/x"}, true, "x=;"},
+      {{"a.exe", "-a=1", "-A=2"}, false, "-a=2;"},
+      {{"a.exe", "-a", "", "-b"}, false, "-a=;"},
+      {{"a.exe", "-a=", ""}, false, "-a=;"},
+      {{"a.exe", "-conn=a=b", "-t", "=", "-u"}, false, "-conn=a=b;-t=-u;"},
+      {{"a.exe", "file.txt"}, false, "-file.txt=;"},
+      {{"a.exe", "file.txt"}, true, "file.txt=;"},
+      {{"a.exe", "-", ":"}, true, "=;"},
+      {{"a.exe"}, false, ""},
+      {{}, false, ""},
+  };
+  for (const Case& c : cases) {
+    IPtr<IDump> d = GetDumpIntf();
+    GetCmdParams(d, c.strip, c.args);
+    EXPECT_EQ(Stored(d), c.stored) << (c.args.size() > 1 ? c.args[1] : "");
+  }
+}
+
+TEST(GetCmdParams, ReadsTheRealCommandLineOfTheProcess) {
+#if defined(__linux__) || defined(_WIN32)
+  // The child of a death test is this program started again with extra switches; it reads
+  // them from its own command line, not from anything handed over.
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
+  const std::string self = std::string(info->test_suite_name()) + "." + info->name();
+  EXPECT_EXIT(
+      {
+        IPtr<IDump> d = GetDumpIntf();
+        GetCmdParams(d, true);
+        Variant filter;
+        const bool ok = Dump_GetValue(d, "-gtest_filter", filter) && VarToStr(filter) == self &&
+                        d->IndexOf("-gtest_internal_run_death_test") >= 0 &&
+                        !GetProcessArgs().empty();
+        std::exit(ok ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
+#else
+  GTEST_SKIP() << "no way to read the process's own arguments here";
+#endif
+}
+
+TEST(Str2Bool, TruthWords) {
+  struct Case {
+    std::u8string_view text;
+    bool value;
+  } cases[] = {
+      {u8"1", true},     {u8"T", true},    {u8"t", true},     {u8"TRUE", true},
+      {u8"true", true},  {u8"True", true}, {u8"Y", true},     {u8"y", true},
+      {u8"YES", true},   {u8"yes", true},  {u8"Д", true},     {u8"д", true},
+      {u8"ДА", true},    {u8"да", true},   {u8"Да", true},    {u8"OK", true},
+      {u8"ok", true},    {u8"ON", true},   {u8"on", true},    {u8"", false},
+      {u8"2", false},    {u8"0", false},   {u8" YES", false}, {u8"YES ", false},
+      {u8"yess", false}, {u8"F", false},   {u8"нет", false},  {u8"-1", false},
+  };
+  for (const Case& c : cases) EXPECT_EQ(Str2Bool(Ansi(c.text)), c.value) << U8(c.text);
+}
+
+TEST(Environment, ReadsAndWritesTheProcessEnvironment) {
+  const AnsiString ivan = Ansi(u8"Иван");
+  ASSERT_TRUE(SetEnv("OSTREL_TEST_VAR", ivan));
+  EXPECT_EQ(GetEnv("OSTREL_TEST_VAR", "def"), ivan);
+  // The variable is the process's own, visible to the C runtime and child processes.
+  const char* raw = std::getenv("OSTREL_TEST_VAR");
+  ASSERT_NE(raw, nullptr);
+#if !defined(_WIN32)
+  EXPECT_EQ(std::string(raw), U8(u8"Иван"));
+#endif
+  ASSERT_TRUE(SetEnv("OSTREL_TEST_VAR", ""));
+  EXPECT_EQ(GetEnv("OSTREL_TEST_VAR", "def"), "def");
+  EXPECT_EQ(GetEnv("OSTREL_TEST_UNSET_VAR", "def"), "def");
+  EXPECT_EQ(GetEnv("OSTREL_TEST_UNSET_VAR"), "");
+  EXPECT_FALSE(SetEnv("", "x"));
+  EXPECT_FALSE(SetEnv("A=B", "x"));
+  EXPECT_FALSE(SetEnv(std::string("A\0B", 3), "x"));
+}
+
+TEST(Environment, LoginInfoReachesTheApplicationVariables) {
+  ASSERT_TRUE(SetEnvLoginInfo(Ansi(u8"петров"), "secret"));
+  EXPECT_EQ(GetEnv("APP$PWD"), "secret");
+  ASSERT_TRUE(SetEnv("APP$PROFILE", "main"));
+  ASSERT_TRUE(SetEnv("APP$DBN", ""));
+
+  IPtr<IDump> d = GetDumpIntf();
+  d->set_ByName("UID", Variant("old"));
+  LoadAppVars(d);
+  const char* order[] = {"UID", "USER_NAME", "PROFILE_NAME", "DATABASE_NAME",
+                         "COMPUTER_NAME", "PID", "DBN"};
+  ASSERT_EQ(d->get_Count(), 7);
+  for (Integer i = 0; i < 7; ++i) EXPECT_EQ(d->get_Name(i), order[i]);
+  EXPECT_EQ(VarToStr(d->get_ByName("USER_NAME")), Ansi(u8"петров"));
+  EXPECT_EQ(VarToStr(d->get_ByName("UID")), Ansi(u8"петров"));
+  EXPECT_EQ(VarToStr(d->get_ByName("PROFILE_NAME")), "main");
+  EXPECT_EQ(VarToStr(d->get_ByName("PID")), "main");
+  EXPECT_EQ(VarType(d->get_ByName("DBN")), varString);
+  EXPECT_EQ(VarToStr(d->get_ByName("DBN")), "");
+  EXPECT_EQ(VarToStr(d->get_ByName("COMPUTER_NAME")), GetComputerNameStr());
+  EXPECT_FALSE(GetComputerNameStr().empty());
+  EXPECT_LT(d->IndexOf("APP$PWD"), 0);
+}
+
+}  // namespace
+}  // namespace ostrel
