@@ -39,7 +39,7 @@ TkxBufStream::TkxBufStream(TStream* stream, bool ownsStream, Integer bufSize)
     // valid bytes without leaving the block.
     fBuffer = std::make_unique<char[]>(static_cast<std::size_t>(bufSize) + 1);
     fSize = std::max<Int64>(stream->GetSize(), 0);
-    fBase = std::clamp<Int64>(stream->Seek(0, soCurrent), 0, fSize);
+    SetBase(std::clamp<Int64>(stream->Seek(0, soCurrent), 0, fSize));
   } catch (...) {
     if (ownsStream) delete stream;
     throw;
@@ -76,7 +76,7 @@ void TkxBufStream::FlushBuffer() {
 
 void TkxBufStream::InitBufPtr() {
   FlushBuffer();
-  fBase = std::clamp<Int64>(fBase + fOffset, 0, fSize);
+  SetBase(std::clamp<Int64>(fBase + fOffset, 0, fSize));
   fOffset = 0;
   fValid = 0;
 }
@@ -90,7 +90,7 @@ void TkxBufStream::MovePos(Int64 delta) {
   // failing flush leaves the position where it was.
   const Int64 target = SatAdd(GetPosition(), delta);
   FlushBuffer();
-  fBase = std::clamp<Int64>(target, 0, fSize);
+  SetBase(std::clamp<Int64>(target, 0, fSize));
   fOffset = 0;
   fValid = 0;
 }
@@ -190,10 +190,11 @@ void TkxBufStream::SetSize(Int64 newSize) {
   }
   if (!done) throw Exception(_SErrBufStmSetSize);
   fSize = newSize;
+  SetBase(fBase);
   if (fBase + fValid > fSize) {
     fValid = static_cast<Integer>(std::max<Int64>(fSize - fBase, 0));
     if (fOffset >= fValid) {
-      fBase = std::clamp<Int64>(fBase + fOffset, 0, fSize);
+      SetBase(std::clamp<Int64>(fBase + fOffset, 0, fSize));
       fOffset = 0;
       fValid = 0;
     }

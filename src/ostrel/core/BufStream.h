@@ -62,7 +62,7 @@ class OSTREL_API TkxBufStream : public TStream {
   void SetPosition(Int64 position);
 
   // Whether the position has reached the size. (Named so because EOF is a C macro.)
-  bool Eof() const noexcept { return fBase + fOffset >= fSize; }
+  bool Eof() const noexcept { return fOffset >= fEndOffset; }
 
   // The byte at the position, or 0 when none is available.
   char CurChar() {
@@ -120,6 +120,11 @@ class OSTREL_API TkxBufStream : public TStream {
   char GetCharSlow();
   char NextCharSlow();
   bool SameAhead(std::string_view text, bool useLocale);
+  // Moves the buffer's start; keeps the offset of the end of the stream up to date.
+  void SetBase(Int64 base) noexcept {
+    fBase = base;
+    fEndOffset = fSize - fBase;
+  }
 
   TStream* fStream;
   bool fOwnsStream;
@@ -129,6 +134,7 @@ class OSTREL_API TkxBufStream : public TStream {
   Int64 fOffset = 0;
   Integer fValid = 0;
   Int64 fSize = 0;
+  Int64 fEndOffset = 0;  // size - base: where the offset meets the end of the stream
   bool fDirty = false;
 };
 
