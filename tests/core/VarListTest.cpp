@@ -33,8 +33,6 @@ IPtr<IkxIDList> ListOf(std::initializer_list<Integer> ids) {
   return l;
 }
 
-// ---- Variable list ---------------------------------------------------------------------
-
 TEST(VarList, ItemsAreSharedBetweenLists) {
   IPtr<IkxVarList> a = GetVarListIntf(), b = GetVarListIntf();
   const AnsiString sum = Ansi(u8"Сумма");
@@ -42,12 +40,9 @@ TEST(VarList, ItemsAreSharedBetweenLists) {
   a->set_ByName("Note", "x");
   IPtr<IkxVarItem> item = VarList_Get(a, Ansi(u8"СУММА"), true);
   EXPECT_EQ(b->Add(item), 0);
-  b->set_ByName(Ansi(u8"сумма"), 5);  // same item, found without regard to case
+  b->set_ByName(Ansi(u8"сумма"), 5);  // the same item, found without regard to case
   EXPECT_EQ(VarToInt(a->get_ByName(sum)), 5);
-  EXPECT_EQ(b->get_Name(0), sum);
-  EXPECT_EQ(a->get_Count(), 2);
   EXPECT_EQ(b->get_Count(), 1);
-
   EXPECT_EQ(a->Remove(item), 0);
   EXPECT_EQ(a->Remove(item), -1);
   item->set_Value("still shared");
@@ -58,19 +53,14 @@ TEST(VarList, ItemsAreSharedBetweenLists) {
 TEST(VarList, WorksWhereADumpIsExpected) {
   IPtr<IkxVarList> vars = GetVarListIntf();
   IPtr<IDump> asDump = vars.As<IDump>();
-  ASSERT_TRUE(asDump);
-  EXPECT_EQ(static_cast<IDump*>(vars.Get()), asDump.Get());
+  ASSERT_EQ(static_cast<IDump*>(vars.Get()), asDump.Get());
   IPtr<IDump> src = GetDumpIntf();
   src->set_ByName("a", 1);
   src->set_ByName("b", "two");
   EXPECT_TRUE(Dump_Assign(asDump, src, ""));
-  AnsiString b;
-  EXPECT_TRUE(Dump_GetValue(asDump, "B", b));
-  EXPECT_EQ(b, "two");
   EXPECT_TRUE(Dump_SameValues(src, asDump));
   asDump->Delete(0);
   EXPECT_EQ(Dump_Names(asDump, ";"), "b");
-  EXPECT_FALSE(asDump->IsEmpty());
 }
 
 TEST(VarList, MissingNamesAndBadIndexesRaise) {
@@ -78,9 +68,7 @@ TEST(VarList, MissingNamesAndBadIndexesRaise) {
   vars->set_ByName("x", 1);
   EXPECT_EQ(MessageOf([&] { vars->get_ByName("y"); }), NotFound("y"));
   EXPECT_EQ(MessageOf([&] { VarList_Get(vars, "y", true); }), NotFound("y"));
-  // One name only: a ";" list is a name like any other.
-  EXPECT_EQ(MessageOf([&] { vars->get_ByName("x;x"); }), NotFound("x;x"));
-  EXPECT_FALSE(VarList_Get(vars, "y", false));
+  EXPECT_EQ(MessageOf([&] { vars->get_ByName("x;x"); }), NotFound("x;x"));  // one name only
   IPtr<IkxVarItem> item = VarList_Get(vars, "x", true);
   EXPECT_FALSE(VarList_Find(vars, "y", item));
   EXPECT_FALSE(item);  // cleared
@@ -88,29 +76,37 @@ TEST(VarList, MissingNamesAndBadIndexesRaise) {
   EXPECT_THROW(vars->set_Value(-1, 0), EListError);
   EXPECT_THROW(vars->Delete(1), EListError);
   EXPECT_THROW(vars->Add(nullptr), Exception);
-  EXPECT_EQ(vars->get_Count(), 1);
 }
 
-// ---- ID list ---------------------------------------------------------------------------
-
-TEST(IDList, AddKeepsIdsDistinctInInsertionOrder) {
-  IPtr<IkxIDList> l = GetIDListIntf();
-  EXPECT_EQ(l->Add(5), 0);
-  EXPECT_EQ(l->Add(3), 1);
-  EXPECT_EQ(l->Add(5), 0);
-  EXPECT_EQ(l->GetAsString(','), "5,3");
+TEST(IDList, KeepsIdsDistinctSortsAndComparesAsSetsOrSequences) {
+  IPtr<IkxIDList> l = ListOf({3, 1, 3, 2});
+  EXPECT_EQ(l->Add(1), 1);  // already there
+  EXPECT_EQ(l->GetAsString(','), "3,1,2");
   Integer at = 9;
   EXPECT_FALSE(l->Find(4, at));
   EXPECT_EQ(at, -1);
-  EXPECT_TRUE(l->Find(3, at));
-  EXPECT_EQ(at, 1);
-  EXPECT_TRUE(l->Remove(5));
-  EXPECT_FALSE(l->Remove(5));
-  EXPECT_EQ(l->get_ID(0), 3);
-  EXPECT_THROW(l->get_ID(1), EListError);
-  EXPECT_THROW(l->Delete(-1), EListError);
-  l->Clear();
-  EXPECT_EQ(l->GetAsString(','), "");
+  EXPECT_TRUE(l->IsEqual(ListOf({1, 2, 3}), false));
+  EXPECT_FALSE(l->IsEqual(ListOf({1, 2, 3}), true));
+  l->Sort();
+  EXPECT_EQ(l->GetAsString(','), "1,2,3");
+  EXPECT_TRUE(l->IsEqual(ListOf({1, 2, 3}), true));
+  EXPECT_FALSE(l->IsEqual(ListOf({1, 2, 4}), false));
+  EXPECT_FALSE(l->IsEqual(nullptr, false));
+  EXPECT_TRUE(ListOf({})->IsEqual(ListOf({}), true));
+  EXPECT_THROW(l->get_ID(3), EListError);
+
+  std::mt19937 rng(3);
+  std::vector<Integer> ids;
+  IPtr<IkxIDList> big = GetIDListIntf();
+  for (int i = 0; i < 2000; ++i) {
+    const auto id = static_cast<Integer>(rng() % 3000) - 1500;  // with repeats
+    const Integer before = big->get_Count();
+    if (big->Add(id) == before) ids.push_back(id);
+  }
+  big->Sort();
+  EXPECT_TRUE(big->IsSorted());
+  std::sort(ids.begin(), ids.end());
+  for (std::size_t i = 0; i < ids.size(); ++i) ASSERT_EQ(big->get_ID(static_cast<Integer>(i)), ids[i]);
 }
 
 struct TextCase {
@@ -118,7 +114,7 @@ struct TextCase {
   std::string text;
   char separator;
   std::string after;  // GetAsString(',') afterwards
-  bool raises;
+  bool raises;        // EConvertError at a piece that is no integer
 };
 
 class IDListText : public ::testing::TestWithParam<TextCase> {};
@@ -140,95 +136,36 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(TextCase{{}, "7; 8 ;7", ';', "7,8", false},
                       TextCase{{1, 2}, "3;2;;4", ';', "1,2,3,4", false},
                       TextCase{{}, "-2147483648|12|", '|', "-2147483648,12", false},
-                      TextCase{{}, "", ';', "", false},
                       TextCase{{}, "5;x;6", ';', "5", true},
                       TextCase{{9}, "5; ;6", ';', "9,5", true},
                       TextCase{{}, "1;2147483648", ';', "1", true}));
 
-TEST(IDList, SortOrdersAscendingAndGetAsStringFollowsListOrder) {
-  IPtr<IkxIDList> l = ListOf({3, 1, 2});
-  EXPECT_FALSE(l->IsSorted());
-  EXPECT_EQ(l->GetAsString(','), "3,1,2");
-  l->Sort();
-  EXPECT_TRUE(l->IsSorted());
-  EXPECT_EQ(l->GetAsString(','), "1,2,3");
-
-  std::mt19937 rng(3);
-  std::vector<Integer> ids;
-  IPtr<IkxIDList> big = GetIDListIntf();
-  for (int i = 0; i < 2000; ++i) {
-    const auto id = static_cast<Integer>(rng());
-    if (big->Add(id) == big->get_Count() - 1) ids.push_back(id);
-  }
-  big->Sort();
-  std::sort(ids.begin(), ids.end());
-  for (std::size_t i = 0; i < ids.size(); ++i) ASSERT_EQ(big->get_ID(static_cast<Integer>(i)), ids[i]);
-  EXPECT_TRUE(GetIDListIntf()->IsSorted());
-}
-
-TEST(IDList, IsEqualComparesAsSetsOrAsSequences) {
-  struct Case {
-    IPtr<IkxIDList> a, b;
-    bool unordered, ordered;
-  };
-  const std::vector<Case> cases = {
-      {ListOf({1, 2}), ListOf({2, 1}), true, false},
-      {ListOf({1, 2}), ListOf({1, 2}), true, true},
-      {ListOf({1, 2}), ListOf({1, 2, 3}), false, false},
-      {ListOf({1, 3}), ListOf({1, 2}), false, false},
-      {ListOf({}), ListOf({}), true, true},
-      {ListOf({}), nullptr, false, false},
-  };
-  for (std::size_t i = 0; i < cases.size(); ++i) {
-    EXPECT_EQ(cases[i].a->IsEqual(cases[i].b, false), cases[i].unordered) << i;
-    EXPECT_EQ(cases[i].a->IsEqual(cases[i].b, true), cases[i].ordered) << i;
-  }
-}
-
 TEST(IDList, ScriptingCommands) {
-  IPtr<IkxIDList> l = ListOf({10, 20});
+  IPtr<IkxIDList> l = ListOf({10, 20, 30});
   IPtr<IObjectRTTI> rtti = l.As<IObjectRTTI>();
-  ASSERT_TRUE(rtti);
   auto call = [&](std::string_view name, Variant params = Variant()) {
     return rtti->CallMethod(nullptr, nullptr, name, params);
   };
-  EXPECT_EQ(VarToInt(call("COUNT")), 2);
-  call("ADD", VarArrayOf({30}));
-  EXPECT_TRUE(VarToBool(call("REMOVE", VarArrayOf({10}))));
-  EXPECT_EQ(VarToInt(call("ID.GET", VarArrayOf({1}))), 30);
-
+  // FIND writes the index back into element 1; a one-element array has no room for it.
   Variant params = VarArrayOf({30, Variant()});
   EXPECT_TRUE(VarToBool(rtti->CallMethod(nullptr, nullptr, "FIND", params)));
-  EXPECT_EQ(VarToInt(VarArrayGet(params, 1)), 1);
-  params = VarArrayOf({99, 5});
-  EXPECT_FALSE(VarToBool(rtti->CallMethod(nullptr, nullptr, "FIND", params)));
-  EXPECT_EQ(VarToInt(VarArrayGet(params, 1)), -1);
-  // The index goes back into element 1: a one-element array has no room for it.
-  params = VarArrayOf({30});
+  EXPECT_EQ(VarToInt(VarArrayGet(params, 1)), 2);
+  params = VarArrayOf({99});
   EXPECT_THROW(rtti->CallMethod(nullptr, nullptr, "FIND", params), EVariantError);
 
   call("ASSIGN", VarArrayOf({Variant(ListOf({40, 20}))}));  // a merge
-  EXPECT_EQ(l->GetAsString(','), "20,30,40");
   call("ASSIGN", VarArrayOf({"not a list"}));
   call("SETASSTRING", VarArrayOf({";50;20"}));  // the text's first character separates
-  EXPECT_EQ(VarToStr(call("GETASSTRING", VarArrayOf({"|x"}))), "20|30|40|50");
-  call("DELETE", VarArrayOf({0}));
-  EXPECT_EQ(l->get_Count(), 3);
-
-  Variant created = call("CREATE");
-  IPtr<IkxIDList> fresh = VarToIntf(created).As<IkxIDList>();
-  ASSERT_TRUE(fresh);
-  EXPECT_EQ(fresh->get_Count(), 0);
-  EXPECT_TRUE(call("NO SUCH").IsEmpty());
+  EXPECT_EQ(VarToStr(call("GETASSTRING", VarArrayOf({"|x"}))), "10|20|30|40|50");
   EXPECT_TRUE(call("count").IsEmpty());  // names are exact
   EXPECT_TRUE(rtti->GetProp(nullptr, nullptr, "COUNT").IsEmpty());
 
   // Commands act on the instance given, when it is an ID list.
-  IPtr<IObjectReference> ref = fresh.As<IObjectReference>();
+  IPtr<IkxIDList> fresh = VarToIntf(call("CREATE")).As<IkxIDList>();
   params = VarArrayOf({7});
-  rtti->CallMethod(ref->GetInstance(), nullptr, "ADD", params);
+  rtti->CallMethod(fresh.As<IObjectReference>()->GetInstance(), nullptr, "ADD", params);
   EXPECT_EQ(fresh->GetAsString(','), "7");
-  EXPECT_EQ(l->get_Count(), 3);
+  EXPECT_EQ(VarToInt(call("COUNT")), 5);
   const auto classes = GetRegisteredRTTIClasses();
   EXPECT_NE(std::find(classes.begin(), classes.end(), TkxIDList::StaticClass()), classes.end());
 }
