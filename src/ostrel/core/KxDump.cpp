@@ -38,10 +38,9 @@ void TkxDump::CheckIndex(Integer index) const {
     throw EStringListError(Format(SysConst::SListIndexError, index));
 }
 
-std::size_t TkxDump::HomeSlot(std::size_t hash) const noexcept {
-  // Fibonacci hashing spreads the folded-name hash over the table's bits.
-  std::uint64_t h = static_cast<std::uint64_t>(hash) * 0x9E3779B97F4A7C15ull;
-  return static_cast<std::size_t>(h >> (64 - fSlotBits));
+std::size_t TkxDump::HomeSlot(std::uint32_t tag) const noexcept {
+  // Fibonacci hashing spreads the name's hash over the table's bits.
+  return static_cast<std::size_t>((tag * 0x9E3779B9u) >> (32 - fSlotBits));
 }
 
 Integer TkxDump::Lookup(std::string_view name, std::size_t hash) const {
@@ -53,26 +52,33 @@ Integer TkxDump::Lookup(std::string_view name, std::size_t hash) const {
     }
     return -1;
   }
+  // The slots carry part of the hash, so that probing past other names does not touch
+  // their entries.
+  const auto tag = static_cast<std::uint32_t>(hash);
   const std::size_t mask = fSlots.size() - 1;
-  for (std::size_t s = HomeSlot(hash);; s = (s + 1) & mask) {
-    Integer p = fSlots[s];
-    if (p < 0) return -1;
-    const Entry& e = fItems[static_cast<std::size_t>(p)];
-    if (e.Hash == hash && AnsiSameText(e.Name, name)) return p;
+  for (std::size_t s = HomeSlot(tag);; s = (s + 1) & mask) {
+    const Slot& slot = fSlots[s];
+    if (slot.Pos < 0) return -1;
+    if (slot.Tag != tag) continue;
+    const Entry& e = fItems[static_cast<std::size_t>(slot.Pos)];
+    if (e.Hash == hash && AnsiSameText(e.Name, name)) return slot.Pos;
   }
+}
+
+void TkxDump::PlaceSlot(Integer pos) {
+  const auto tag = static_cast<std::uint32_t>(fItems[static_cast<std::size_t>(pos)].Hash);
+  const std::size_t mask = fSlots.size() - 1;
+  std::size_t s = HomeSlot(tag);
+  while (fSlots[s].Pos >= 0) s = (s + 1) & mask;
+  fSlots[s] = Slot{pos, tag};
 }
 
 void TkxDump::RebuildIndex() {
   unsigned bits = kMinSlotBits;
   while ((std::size_t{1} << bits) < fItems.size() * 2) ++bits;
   fSlotBits = bits;
-  fSlots.assign(std::size_t{1} << bits, -1);
-  const std::size_t mask = fSlots.size() - 1;
-  for (std::size_t i = 0; i < fItems.size(); ++i) {
-    std::size_t s = HomeSlot(fItems[i].Hash);
-    while (fSlots[s] >= 0) s = (s + 1) & mask;
-    fSlots[s] = static_cast<Integer>(i);
-  }
+  fSlots.assign(std::size_t{1} << bits, Slot{-1, 0});
+  for (std::size_t i = 0; i < fItems.size(); ++i) PlaceSlot(static_cast<Integer>(i));
 }
 
 void TkxDump::IndexInsert(Integer pos) {
@@ -85,31 +91,29 @@ void TkxDump::IndexInsert(Integer pos) {
     RebuildIndex();
     return;
   }
-  const std::size_t mask = fSlots.size() - 1;
-  std::size_t s = HomeSlot(fItems[static_cast<std::size_t>(pos)].Hash);
-  while (fSlots[s] >= 0) s = (s + 1) & mask;
-  fSlots[s] = pos;
+  PlaceSlot(pos);
 }
 
 void TkxDump::IndexRemove(Integer pos) {
   if (fSlots.empty()) return;
   const std::size_t mask = fSlots.size() - 1;
-  std::size_t hole = HomeSlot(fItems[static_cast<std::size_t>(pos)].Hash);
-  while (fSlots[hole] != pos) hole = (hole + 1) & mask;
+  std::size_t hole =
+      HomeSlot(static_cast<std::uint32_t>(fItems[static_cast<std::size_t>(pos)].Hash));
+  while (fSlots[hole].Pos != pos) hole = (hole + 1) & mask;
   // Backward-shift deletion: later members of the probe run move up into the hole when
   // their home slot lies at or before it, so no tombstones are needed.
-  for (std::size_t j = (hole + 1) & mask; fSlots[j] >= 0; j = (j + 1) & mask) {
-    std::size_t home = HomeSlot(fItems[static_cast<std::size_t>(fSlots[j])].Hash);
+  for (std::size_t j = (hole + 1) & mask; fSlots[j].Pos >= 0; j = (j + 1) & mask) {
+    std::size_t home = HomeSlot(fSlots[j].Tag);
     if (((j - home) & mask) >= ((j - hole) & mask)) {
       fSlots[hole] = fSlots[j];
       hole = j;
     }
   }
-  fSlots[hole] = -1;
+  fSlots[hole] = Slot{-1, 0};
   // Entries after the removed one move down by one place.
   if (static_cast<std::size_t>(pos) + 1 < fItems.size())
-    for (Integer& p : fSlots)
-      if (p > pos) --p;
+    for (Slot& slot : fSlots)
+      if (slot.Pos > pos) --slot.Pos;
 }
 
 AnsiString OSTREL_STDCALL TkxDump::get_Name(Integer index) {

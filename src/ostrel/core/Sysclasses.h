@@ -6,6 +6,7 @@
 #include <ostrel/rtl/Strings.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -197,22 +198,32 @@ class OSTREL_API TkxDump : public TkxObject, public IDump, public IObjectRTTI {
   IDump* AsIDump() noexcept { return this; }
 
  private:
-  struct Entry {
+  // One cache line per entry: a lookup in a large dump then costs one miss for the entry.
+  struct alignas(64) Entry {
     AnsiString Name;
     Variant Value;
     std::size_t Hash;
   };
 
+  // A slot of the hash index: an entry position (-1 when free) and the low half of the
+  // entry's name hash.
+  struct Slot {
+    Integer Pos;
+    std::uint32_t Tag;
+  };
+
   void CheckIndex(Integer index) const;
   Integer Lookup(std::string_view name, std::size_t hash) const;
-  std::size_t HomeSlot(std::size_t hash) const noexcept;
+  std::size_t HomeSlot(std::uint32_t tag) const noexcept;
+  void PlaceSlot(Integer pos);
   void IndexInsert(Integer pos);
   void IndexRemove(Integer pos);
   void RebuildIndex();
 
   std::vector<Entry> fItems;
-  // Open-addressing hash index (entry positions, -1 free); empty while the dump is small.
-  std::vector<Integer> fSlots;
+  // Open-addressing hash index with linear probing, at most half full; empty while the
+  // dump is small.
+  std::vector<Slot> fSlots;
   unsigned fSlotBits = 0;
 };
 
