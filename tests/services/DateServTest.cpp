@@ -5,6 +5,8 @@
 #include <ostrel/rtl/Exceptions.h>
 #include <ostrel/rtl/Format.h>
 
+#include <periods/TestDates.h>
+
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -15,326 +17,173 @@
 namespace ostrel {
 namespace {
 
-TDateTime D(int y, int m, int d) {
-  return EncodeDate(static_cast<Word>(y), static_cast<Word>(m), static_cast<Word>(d));
+using namespace testdates;
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+TEST(IncDateByStepID, LandsOnTheClampedCalendarDay) {
+  const struct { const char* from; int id, count; const char* expected; } cases[] = {
+      {"2025-01-31", psMonth, 1, "2025-02-28"},   {"2024-01-31", psMonth, 1, "2024-02-29"},
+      {"2024-01-30", psMonth, 1, "2024-02-29"},   {"2023-01-29", psMonth, 1, "2023-02-28"},
+      {"2024-11-30", psQuarter, 1, "2025-02-28"}, {"2024-08-31", psHalfYear, 1, "2025-02-28"},
+      {"2024-02-29", psYear, 1, "2025-02-28"},    {"2024-02-29", psYear, 4, "2028-02-29"},
+      {"2025-01-31 10:15", psMonth, 1, "2025-02-28 10:15"},
+      {"2024-02-28", psDay, 1, "2024-02-29"},     {"2024-02-22", psWeek, 2, "2024-03-07"},
+      {"1899-12-29 06:00", psDay, 2, "1899-12-31 06:00"},
+      // No count, no step: the date itself; a step id that is not one: the zero date.
+      {"2025-05-15", psMonth, 0, "2025-05-15"},   {"2025-05-15", 7, 0, "2025-05-15"},
+      {"2025-05-15", 7, 1, "1899-12-30"}};
+  for (const auto& c : cases)
+    EXPECT_EQ(S(IncDateByStepID(P(c.from), c.id, c.count)), c.expected)
+        << c.from << " id " << c.id << " x" << c.count;
 }
-TDateTime DT(int y, int m, int d, int h, int n, int s = 0, int ms = 0) {
-  return EncodeDateTime(static_cast<Word>(y), static_cast<Word>(m), static_cast<Word>(d),
-                        static_cast<Word>(h), static_cast<Word>(n), static_cast<Word>(s),
-                        static_cast<Word>(ms));
-}
-
-std::string Show(TDateTime d) {
-  return FormatDateTime("yyyy-mm-dd hh:nn:ss.zzz ddd", d, TFormatSettings::Invariant());
-}
-
-TDateTime gPinned = 0;
-TDateTime PinnedNow() { return gPinned; }
-
-// Pins Now() for the life of the object.
-class PinnedClock {
- public:
-  explicit PinnedClock(TDateTime now) : fPrev(SetClock(&PinnedNow)) { gPinned = now; }
-  ~PinnedClock() { SetClock(fPrev); }
-
- private:
-  TClockFunc fPrev;
-};
-
-// ---- month and day steps -------------------------------------------------------------
-
-struct StepCase {
-  TDateTime from;
-  int id;
-  int count;
-  TDateTime expected;
-};
-
-class StepTable : public ::testing::TestWithParam<StepCase> {};
-
-TEST_P(StepTable, LandsOnTheClampedCalendarDay) {
-  const StepCase& c = GetParam();
-  EXPECT_EQ(Show(IncDateByStepID(c.from, c.id, c.count)), Show(c.expected))
-      << Show(c.from) << " id " << c.id << " x" << c.count;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    EndsOfMonths, StepTable,
-    ::testing::Values(StepCase{D(2025, 1, 31), psMonth, 1, D(2025, 2, 28)},
-                      StepCase{D(2024, 1, 31), psMonth, 1, D(2024, 2, 29)},
-                      StepCase{D(2024, 1, 30), psMonth, 1, D(2024, 2, 29)},
-                      StepCase{D(2023, 1, 29), psMonth, 1, D(2023, 2, 28)},
-                      StepCase{D(2024, 1, 29), psMonth, 1, D(2024, 2, 29)},
-                      StepCase{D(2025, 3, 31), psMonth, 1, D(2025, 4, 30)},
-                      StepCase{D(2024, 12, 31), psMonth, 2, D(2025, 2, 28)},
-                      StepCase{D(2024, 11, 30), psQuarter, 1, D(2025, 2, 28)},
-                      StepCase{D(2024, 8, 31), psHalfYear, 1, D(2025, 2, 28)},
-                      StepCase{D(2024, 2, 29), psYear, 1, D(2025, 2, 28)},
-                      StepCase{D(2024, 2, 29), psYear, 4, D(2028, 2, 29)},
-                      StepCase{D(1900, 2, 28), psYear, 100, D(2000, 2, 28)},
-                      StepCase{DT(2025, 1, 31, 10, 15), psMonth, 1, DT(2025, 2, 28, 10, 15)}));
-
-INSTANTIATE_TEST_SUITE_P(
-    DaysWeeksAndNonSteps, StepTable,
-    ::testing::Values(StepCase{D(2024, 2, 28), psDay, 1, D(2024, 2, 29)},
-                      StepCase{D(2024, 2, 22), psWeek, 2, D(2024, 3, 7)},
-                      StepCase{DT(1899, 12, 29, 6, 0), psDay, 2, DT(1899, 12, 31, 6, 0)},
-                      StepCase{D(2025, 5, 15), psMonth, 0, D(2025, 5, 15)},
-                      StepCase{D(2025, 5, 15), psDay, -3, D(2025, 5, 15)},
-                      StepCase{D(2025, 5, 15), 7, 0, D(2025, 5, 15)},
-                      StepCase{D(2025, 5, 15), 7, 1, 0.0},
-                      StepCase{D(2025, 5, 15), 0, 1, 0.0}));
 
 TEST(IncDate, AddsYearsAndMonthsTogetherThenDays) {
   // 13 months from 31 January 2024 is 28 February 2025 (not 29 February 2024 plus a year).
-  EXPECT_EQ(IncDate(D(2024, 1, 31), 1, 1, 1), D(2025, 3, 1));
-  EXPECT_EQ(IncDate(D(2024, 3, 31), 0, -1, 0), D(2024, 2, 29));
-  EXPECT_EQ(IncDate(D(2025, 1, 1), -1, 12, -1), D(2024, 12, 31));
-  EXPECT_EQ(IncDate(DT(2025, 6, 30, 23, 59), 0, 0, 1), DT(2025, 7, 1, 23, 59));
-  EXPECT_THROW(IncDate(D(9999, 12, 1), 0, 1, 0), EConvertError);
-  EXPECT_THROW(IncDate(D(2025, 1, 1), INT_MAX, INT_MAX, 0), EConvertError);
-}
-
-TEST(CalendarParts, DaysPerMonthAndExtraction) {
-  EXPECT_EQ(DaysPerMonth(2024, 2), 29);
-  EXPECT_EQ(DaysPerMonth(2100, 2), 28);
-  EXPECT_EQ(DaysPerMonth(2000, 2), 29);
-  EXPECT_EQ(DaysPerMonth(2025, 4), 30);
-  EXPECT_EQ(DaysPerMonth(2025, 0), 0);
+  EXPECT_EQ(S(IncDate(P("2024-01-31"), 1, 1, 1)), "2025-03-01");
+  EXPECT_EQ(S(IncDate(P("2024-03-31"), 0, -1, 0)), "2024-02-29");
+  EXPECT_EQ(S(IncDate(P("2025-06-30 23:59"), -1, 12, 1)), "2025-07-01 23:59");
+  EXPECT_THROW(IncDate(P("9999-12-01"), 0, 1, 0), EConvertError);
+  EXPECT_THROW(IncDate(P("2025-01-01"), INT_MAX, INT_MAX, 0), EConvertError);
+  EXPECT_EQ(DaysPerMonth(2024, 2) * 100 + DaysPerMonth(2100, 2), 2928);
   EXPECT_EQ(DaysPerMonth(2025, 13), 0);
-  const TDateTime d = DT(2025, 3, 7, 23, 59, 59, 999);
-  EXPECT_EQ(ExtractDay(d), 7);
-  EXPECT_EQ(ExtractMonth(d), 3);
-  EXPECT_EQ(ExtractYear(d), 2025);
-}
-
-// ---- bank days -----------------------------------------------------------------------
-
-struct BankCase {
-  TDateTime from;
-  int n;
-  TDateTime expected;
-};
-
-class BankDayTable : public ::testing::TestWithParam<BankCase> {};
-
-TEST_P(BankDayTable, SkipsWeekends) {
-  const BankCase& c = GetParam();
-  EXPECT_EQ(Show(IncBankDay(c.from, c.n)), Show(c.expected)) << Show(c.from) << " " << c.n;
 }
 
 // March 2025: Wednesday 5, Thursday 6, Friday 7, Saturday 8, Sunday 9, Monday 10.
-INSTANTIATE_TEST_SUITE_P(
-    AroundAWeekend, BankDayTable,
-    ::testing::Values(BankCase{D(2025, 3, 5), 0, D(2025, 3, 5)},
-                      BankCase{D(2025, 3, 8), 0, D(2025, 3, 10)},
-                      BankCase{D(2025, 3, 9), 0, D(2025, 3, 10)},
-                      BankCase{D(2025, 3, 7), 1, D(2025, 3, 10)},
-                      BankCase{D(2025, 3, 10), -1, D(2025, 3, 7)},
-                      BankCase{D(2025, 3, 8), 1, D(2025, 3, 11)},
-                      BankCase{D(2025, 3, 8), -1, D(2025, 3, 6)},
-                      BankCase{D(2025, 3, 9), -1, D(2025, 3, 6)},
-                      BankCase{D(2025, 3, 7), 5, D(2025, 3, 14)},
-                      BankCase{D(2025, 3, 10), -5, D(2025, 3, 3)},
-                      BankCase{D(2025, 3, 5), 250, D(2026, 2, 18)},
-                      BankCase{D(2025, 3, 10), -250, D(2024, 3, 25)},
-                      BankCase{DT(2025, 3, 7, 15, 30), 1, DT(2025, 3, 10, 15, 30)},
-                      // Friday 29 December 1899 06:00 lies before the epoch (-1.25).
-                      BankCase{DT(1899, 12, 29, 6, 0), 1, DT(1900, 1, 1, 6, 0)}));
+TEST(IncBankDay, SkipsWeekendsInBothDirections) {
+  const struct { const char* from; int n; const char* expected; } cases[] = {
+      {"2025-03-05", 0, "2025-03-05"},   {"2025-03-08", 0, "2025-03-10"},
+      {"2025-03-09", 0, "2025-03-10"},   {"2025-03-07", 1, "2025-03-10"},
+      {"2025-03-10", -1, "2025-03-07"},  {"2025-03-08", 1, "2025-03-11"},
+      {"2025-03-08", -1, "2025-03-06"},  {"2025-03-09", -1, "2025-03-06"},
+      {"2025-03-07", 5, "2025-03-14"},   {"2025-03-10", -5, "2025-03-03"},
+      {"2025-03-05", 250, "2026-02-18"}, {"2025-03-10", -250, "2024-03-25"},
+      {"2025-03-07 15:30", 1, "2025-03-10 15:30"},
+      // Friday 29 December 1899 06:00 lies before the epoch (-1.25).
+      {"1899-12-29 06:00", 1, "1900-01-01 06:00"}};
+  for (const auto& c : cases)
+    EXPECT_EQ(S(IncBankDay(P(c.from), c.n)), c.expected) << c.from << " " << c.n;
+}
 
-// The week-skipping shortcut must agree with walking day by day as the rule is stated.
+// The rule as stated, one day at a time: the week-skipping shortcut must agree with it.
 TDateTime WalkBankDays(TDateTime d, int n) {
   const int s = n >= 0 ? 1 : -1;
-  for (;;) {
+  for (;; d += s) {
     const int dow = DayOfWeek(d);
-    if (dow != 1 && dow != 7) {
-      if (n == 0) return d;
-      n -= s;
-    }
-    d += s;
+    if (dow == 1 || dow == 7) continue;
+    if (n == 0) return d;
+    n -= s;
   }
 }
 
-TEST(IncBankDay, AgreesWithTheDayByDayWalkFromEveryWeekday) {
-  for (int start = 0; start < 14; ++start) {
-    const TDateTime from = D(2025, 3, 1) + start;
+TEST(IncBankDay, AgreesWithTheDayByDayWalkAndSurvivesExtremes) {
+  for (int start = 0; start < 14; ++start)
     for (int n = -40; n <= 40; ++n)
-      ASSERT_EQ(Show(IncBankDay(from, n)), Show(WalkBankDays(from, n))) << Show(from) << " " << n;
-  }
-}
-
-TEST(IncBankDay, ExtremeCountsAndNonDatesDoNotHang) {
-  const TDateTime far = IncBankDay(D(2025, 3, 5), INT_MAX);
-  EXPECT_GT(far, 3.0e9);
-  EXPECT_LT(IncBankDay(D(2025, 3, 5), INT_MIN), -3.0e9);
-  EXPECT_TRUE(std::isnan(IncBankDay(std::numeric_limits<double>::quiet_NaN(), 1)));
+      ASSERT_EQ(IncBankDay(P("2025-03-01") + start, n), WalkBankDays(P("2025-03-01") + start, n))
+          << start << " " << n;
+  EXPECT_GT(IncBankDay(P("2025-03-05"), INT_MAX), 3.0e9);
+  EXPECT_LT(IncBankDay(P("2025-03-05"), INT_MIN), -3.0e9);
+  EXPECT_TRUE(std::isnan(IncBankDay(kNaN, 1)));
   EXPECT_EQ(IncBankDay(1e300, 1), 1e300);
 }
 
-// ---- week starts and period starts -------------------------------------------------
-
-class WeekStartTable : public ::testing::TestWithParam<int> {};
-
-// Wednesday 5 March 2025 at 14:00; each first day of the week gives the last such day on or
-// before it, and the time of day stays.
-TEST_P(WeekStartTable, IsTheLastFirstDayOnOrBefore) {
-  const int w = GetParam();
-  static const TDateTime expected[8] = {0, DT(2025, 3, 2, 14, 0), DT(2025, 3, 3, 14, 0),
-                                        DT(2025, 3, 4, 14, 0), DT(2025, 3, 5, 14, 0),
-                                        DT(2025, 2, 27, 14, 0), DT(2025, 2, 28, 14, 0),
-                                        DT(2025, 3, 1, 14, 0)};
-  const TDateTime got = GetDLoCorrect(DT(2025, 3, 5, 14, 0), psWeek, w);
-  EXPECT_EQ(Show(got), Show(expected[w]));
-  EXPECT_EQ(DayOfWeek(got), w);
-}
-
-INSTANTIATE_TEST_SUITE_P(EachFirstDay, WeekStartTable, ::testing::Range(1, 8));
-
-TEST(GetDLoCorrect, MonthQuarterHalfYearYearStartAtMidnight) {
-  const TDateTime d = DT(2025, 8, 20, 9, 30);
-  EXPECT_EQ(GetDLoCorrect(d, psMonth, 2), D(2025, 8, 1));
-  EXPECT_EQ(GetDLoCorrect(d, psQuarter, 2), D(2025, 7, 1));
-  EXPECT_EQ(GetDLoCorrect(DT(2025, 6, 30, 9, 30), psQuarter, 2), D(2025, 4, 1));
-  EXPECT_EQ(GetDLoCorrect(d, psHalfYear, 2), D(2025, 7, 1));
-  EXPECT_EQ(GetDLoCorrect(DT(2025, 6, 30, 9, 30), psHalfYear, 2), D(2025, 1, 1));
-  EXPECT_EQ(GetDLoCorrect(d, psYear, 2), D(2025, 1, 1));
+TEST(GetDLoCorrect, StartsTheWeekOnEachFirstDayAndOtherStepsAtMidnight) {
+  // Wednesday 5 March 2025: the last day on or before it with each day-of-week number.
+  const char* weeks[8] = {"",           "2025-03-02 14:00", "2025-03-03 14:00",
+                          "2025-03-04 14:00", "2025-03-05 14:00", "2025-02-27 14:00",
+                          "2025-02-28 14:00", "2025-03-01 14:00"};
+  for (int w = 1; w <= 7; ++w)
+    EXPECT_EQ(S(GetDLoCorrect(P("2025-03-05 14:00"), psWeek, w)), weeks[w]) << w;
+  const TDateTime d = P("2025-08-20 09:30"), june30 = P("2025-06-30 09:30");
+  EXPECT_EQ(S(GetDLoCorrect(d, psMonth, 2)), "2025-08-01");
+  EXPECT_EQ(S(GetDLoCorrect(d, psQuarter, 2)) + S(GetDLoCorrect(june30, psQuarter, 2)),
+            "2025-07-012025-04-01");
+  EXPECT_EQ(S(GetDLoCorrect(d, psHalfYear, 2)) + S(GetDLoCorrect(june30, psHalfYear, 2)),
+            "2025-07-012025-01-01");
+  EXPECT_EQ(S(GetDLoCorrect(d, psYear, 2)), "2025-01-01");
   EXPECT_EQ(GetDLoCorrect(d, psDay, 2), d);
   EXPECT_EQ(GetDLoCorrect(d, 42, 2), d);
 }
 
-// ---- clock arithmetic ----------------------------------------------------------------
-
-struct TimeCase {
-  const char* what;
-  TDateTime got;
-  TDateTime expected;
-};
-
-class IncTimeTable : public ::testing::TestWithParam<TimeCase> {};
-
-TEST_P(IncTimeTable, MovesTheClock) {
-  EXPECT_NEAR(GetParam().got, GetParam().expected, 1e-9) << GetParam().what;
+TEST(IncTime, MovesTheClockWithThe32BitRest) {
+  const TDateTime b = P("2025-03-05");
+  constexpr double ms = 1.0 / 86400000;
+  EXPECT_NEAR(IncHour(b, 25), b + 1 + 1.0 / 24, 1e-9);
+  EXPECT_NEAR(IncHour(b, -25), b - 1 - 1.0 / 24, 1e-9);
+  EXPECT_NEAR(IncSecond(b, 86400), b + 1, 1e-9);
+  EXPECT_NEAR(IncMSec(b, 1), b + ms, 1e-12);
+  EXPECT_NEAR(IncTime(b, 49, 30, 15, 500), b + 2 + (3600000.0 + 30 * 60000 + 15500) * ms, 1e-9);
+  EXPECT_NEAR(IncMinute(b, 35791), b + 35791.0 / 1440, 1e-9);
+  // 35792 minutes are 2 147 520 000 ms: past the 32-bit limit, so they wrap negative.
+  EXPECT_NEAR(IncMinute(b, 35792), b + (2147520000.0 - 4294967296.0) * ms, 1e-9);
+  // Half a day minus 13 hours is below zero, and a negative result has 1 added.
+  EXPECT_NEAR(IncHour(0.5, -13), 0.5 - 13.0 / 24 + 1, 1e-9);
 }
-
-const TDateTime kBase = D(2025, 3, 5);
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, IncTimeTable,
-    ::testing::Values(
-        TimeCase{"25 hours", IncHour(kBase, 25), kBase + 1 + 1.0 / 24},
-        TimeCase{"-25 hours", IncHour(kBase, -25), kBase - 1 - 1.0 / 24},
-        TimeCase{"86400 seconds", IncSecond(kBase, 86400), kBase + 1},
-        TimeCase{"1 ms", IncMSec(kBase, 1), kBase + 1.0 / 86400000},
-        TimeCase{"all parts", IncTime(kBase, 49, 30, 15, 500),
-                 kBase + 2 + (3600000.0 + 30 * 60000 + 15500) / 86400000},
-        TimeCase{"35791 minutes still fit", IncMinute(kBase, 35791), kBase + 35791.0 / 1440},
-        // 35792 minutes are 2 147 520 000 ms: past the 32-bit limit, so they wrap negative.
-        TimeCase{"35792 minutes wrap", IncMinute(kBase, 35792),
-                 kBase + (2147520000.0 - 4294967296.0) / 86400000},
-        // Half a day minus 13 hours is below zero, and a negative result has 1 added.
-        TimeCase{"negative result", IncHour(0.5, -13), 0.5 - 13.0 / 24 + 1}));
-
-// ---- next day ------------------------------------------------------------------------
 
 TEST(NextDay, StopsAtTheEndOfTheCalendar) {
-  EXPECT_EQ(NextDay(D(9999, 12, 30)), D(9999, 12, 31));
-  EXPECT_EQ(NextDay(D(9999, 12, 31)), D(9999, 12, 31));
+  EXPECT_EQ(S(NextDay(P("9999-12-30"))), "Max");
+  EXPECT_EQ(S(NextDay(P("9999-12-31"))), "Max");
   EXPECT_EQ(NextDay(MaxDateTime), MaxDateTime);
-  EXPECT_EQ(Show(NextDay(DT(1899, 12, 29, 6, 0))), Show(DT(1899, 12, 30, 6, 0)));
-  EXPECT_EQ(Show(NextDay(DT(1899, 12, 30, 18, 0))), Show(DT(1899, 12, 31, 18, 0)));
-  EXPECT_TRUE(std::isnan(NextDay(std::numeric_limits<double>::quiet_NaN())));
+  EXPECT_EQ(S(NextDay(P("1899-12-29 06:00"))), "1899-12-30 06:00");
+  EXPECT_EQ(S(NextDay(P("1899-12-30 18:00"))), "1899-12-31 18:00");
+  EXPECT_TRUE(std::isnan(NextDay(kNaN)));
 }
 
-// ---- step counts ---------------------------------------------------------------------
-
-struct CountCase {
-  TDateTime first, last;
-  int id;
-  int expected;
-};
-
-class StepCountTable : public ::testing::TestWithParam<CountCase> {};
-
-TEST_P(StepCountTable, IsTheSmallestCoveringCount) {
-  const CountCase& c = GetParam();
-  EXPECT_EQ(CalcNumOfSteps(c.first, c.last, c.id), c.expected)
-      << Show(c.first) << " .. " << Show(c.last) << " id " << c.id;
+TEST(CalcNumOfSteps, IsTheSmallestCoveringCount) {
+  const struct { const char *first, *last; int id, expected; } cases[] = {
+      {"2025-01-01", "2025-03-31", psMonth, 3},   {"2025-01-01", "2025-04-01", psMonth, 4},
+      {"2024-01-31", "2024-03-30", psMonth, 2},   {"2025-05-05", "2025-01-01", psYear, 1},
+      {"2024-01-01", "2024-12-31", psDay, 366},   {"2025-03-03", "2025-03-10", psWeek, 2},
+      {"2025-01-01", "2025-12-31", psQuarter, 4}, {"0001-01-01", "9999-12-31", psDay, 3652059},
+      {"0001-01-01", "9999-11-30", psMonth, 119987}};
+  for (const auto& c : cases)
+    EXPECT_EQ(CalcNumOfSteps(P(c.first), P(c.last), c.id), c.expected)
+        << c.first << " .. " << c.last << " id " << c.id;
+  // What would never end is refused.
+  const TDateTime first = P("2025-01-01");
+  EXPECT_THROW(CalcNumOfSteps(first, P("2025-02-01"), 7), Exception);
+  EXPECT_THROW(CalcNumOfSteps(first, P("2025-02-01"), 0), Exception);
+  EXPECT_THROW(CalcNumOfSteps(first, std::numeric_limits<double>::infinity(), psDay), Exception);
+  EXPECT_THROW(CalcNumOfSteps(first, 1e300, psDay), EConvertError);
+  EXPECT_THROW(CalcNumOfSteps(first, P("9999-12-31"), psMonth), EConvertError);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, StepCountTable,
-    ::testing::Values(CountCase{D(2025, 1, 1), D(2025, 3, 31), psMonth, 3},
-                      CountCase{D(2025, 1, 1), D(2025, 4, 1), psMonth, 4},
-                      CountCase{D(2025, 5, 5), D(2025, 5, 5), psDay, 1},
-                      CountCase{D(2025, 5, 5), D(2025, 1, 1), psYear, 1},
-                      CountCase{D(2024, 1, 1), D(2024, 12, 31), psDay, 366},
-                      CountCase{D(2025, 3, 3), D(2025, 3, 9), psWeek, 1},
-                      CountCase{D(2025, 3, 3), D(2025, 3, 10), psWeek, 2},
-                      CountCase{D(2025, 1, 1), D(2025, 12, 31), psQuarter, 4},
-                      CountCase{D(2025, 1, 1), D(2025, 12, 31), psHalfYear, 2},
-                      CountCase{D(2025, 1, 1), D(2026, 1, 1), psYear, 2},
-                      CountCase{D(2024, 1, 31), D(2024, 3, 30), psMonth, 2},
-                      CountCase{D(1, 1, 1), D(9999, 12, 31), psDay, 3652059},
-                      CountCase{D(1, 1, 1), D(9999, 11, 30), psMonth, 119987}));
-
-TEST(CalcNumOfSteps, RefusesWhatWouldNeverEnd) {
-  EXPECT_THROW(CalcNumOfSteps(D(2025, 1, 1), D(2025, 2, 1), 7), Exception);
-  EXPECT_THROW(CalcNumOfSteps(D(2025, 1, 1), D(2025, 2, 1), 0), Exception);
-  EXPECT_THROW(CalcNumOfSteps(D(2025, 1, 1), std::numeric_limits<double>::infinity(), psDay),
-               Exception);
-  EXPECT_THROW(CalcNumOfSteps(D(2025, 1, 1), 1e300, psDay), EConvertError);
-  EXPECT_THROW(CalcNumOfSteps(D(2025, 1, 1), D(9999, 12, 31), psMonth), EConvertError);
-}
-
-// ---- today's periods -----------------------------------------------------------------
 
 TEST(CurrentPeriods, FollowThePinnedClock) {
-  PinnedClock clock(DT(2024, 2, 10, 13, 45));
+  PinnedClock clock(P("2024-02-10 13:45"));
   TDateTime lo = 0, hi = 0;
   GetCurrentMonth(lo, hi);
-  EXPECT_EQ(Show(lo), Show(D(2024, 2, 1)));
-  EXPECT_EQ(Show(hi), Show(DT(2024, 2, 29, 23, 59, 59, 999)));
+  EXPECT_EQ(S(lo) + " .. " + FormatDateTime("yyyy-mm-dd hh:nn:ss.zzz", hi),
+            "2024-02-01 .. 2024-02-29 23:59:59.999");
   GetCurrentQuarter(lo, hi);
-  EXPECT_EQ(Show(lo), Show(D(2024, 1, 1)));
-  EXPECT_EQ(Show(hi), Show(DT(2024, 3, 31, 23, 59, 59, 999)));
-  gPinned = D(2025, 12, 31);
+  EXPECT_EQ(S(lo, hi), "2024-01-01 .. 2024-03-31 23:59");
+  gPinned = P("2025-12-31");
   GetCurrentQuarter(lo, hi);
-  EXPECT_EQ(Show(lo), Show(D(2025, 10, 1)));
-  EXPECT_EQ(Show(hi), Show(DT(2025, 12, 31, 23, 59, 59, 999)));
+  EXPECT_EQ(S(lo, hi), "2025-10-01 .. 2025-12-31 23:59");
   GetCurrentYear(lo, hi);
-  EXPECT_EQ(Show(lo), Show(D(2025, 1, 1)));
-  EXPECT_EQ(Show(hi), Show(DT(2025, 12, 31, 23, 59, 59, 999)));
-}
-
-// ---- formats -------------------------------------------------------------------------
-
-TEST(FourDigitYearFormat, LooksAtTheShortDateFormat) {
-  TFormatSettingsGuard guard;
-  EXPECT_TRUE(FourDigitYearFormat());  // dd.mm.yyyy
-  FormatSettings.ShortDateFormat = "dd.MM.YY";
-  EXPECT_FALSE(FourDigitYearFormat());
-  FormatSettings.ShortDateFormat = "YyYy/m/d";
-  EXPECT_TRUE(FourDigitYearFormat());
+  EXPECT_EQ(S(lo, hi), "2025-01-01 .. 2025-12-31 23:59");
 }
 
 TEST(StrToDateFmt, ParsesInTheGivenOrderAndPutsTheFormatBack) {
   TFormatSettingsGuard guard;
-  const AnsiString before = FormatSettings.ShortDateFormat;
-  EXPECT_EQ(StrToDateFmt("mm.dd.yyyy", "03.15.2025"), D(2025, 3, 15));
-  EXPECT_EQ(FormatSettings.ShortDateFormat, before);
-  EXPECT_EQ(StrToDateFmt("yyyy.mm.dd", "2025.03.15"), D(2025, 3, 15));
-  EXPECT_EQ(FormatSettings.ShortDateFormat, before);
+  EXPECT_TRUE(FourDigitYearFormat());  // dd.mm.yyyy
+  EXPECT_EQ(S(StrToDateFmt("mm.dd.yyyy", "03.15.2025")), "2025-03-15");
+  EXPECT_EQ(S(StrToDateFmt("yyyy.mm.dd", "2025.03.15")), "2025-03-15");
   // A view into the settings themselves is a legal argument.
-  EXPECT_EQ(StrToDateFmt(FormatSettings.ShortDateFormat, "15.03.2025"), D(2025, 3, 15));
+  EXPECT_EQ(S(StrToDateFmt(FormatSettings.ShortDateFormat, "15.03.2025")), "2025-03-15");
+  EXPECT_EQ(FormatSettings.ShortDateFormat, "dd.mm.yyyy");
   for (const char* bad : {"31.02.2025", "15.03.2025x", ""}) {
     try {
-      StrToDateFmt("dd.mm.yyyy", bad);
+      StrToDateFmt("yy.mm.dd", bad);
       ADD_FAILURE() << bad << " parsed";
     } catch (const EConvertError& e) {
       EXPECT_NE(e.Message().find(std::string("'") + bad + "'"), std::string::npos) << e.Message();
     }
-    EXPECT_EQ(FormatSettings.ShortDateFormat, before);
+    EXPECT_EQ(FormatSettings.ShortDateFormat, "dd.mm.yyyy");
   }
+  FormatSettings.ShortDateFormat = "dd.MM.YY";
+  EXPECT_FALSE(FourDigitYearFormat());
+  FormatSettings.ShortDateFormat = "YyYy/m/d";
+  EXPECT_TRUE(FourDigitYearFormat());
 }
 
 }  // namespace
