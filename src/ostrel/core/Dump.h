@@ -108,7 +108,8 @@ OSTREL_API void Dump_ByValues(std::string_view names, const Variant& values, IPt
 // Text forms
 //
 // The typed form: items "name:type=text" separated by tabs, type being the variant type
-// code in decimal; dates as "dd-mm-yyyy hh:mm:ss.zzz". Interface values are left out.
+// code in decimal; dates as "dd-mm-yyyy hh:mm:ss.zzz". Interface values are left out; an
+// array value has no text and raises the variant conversion error.
 // Nothing is quoted, so names with ":" and names or values with tabs or surrounding blanks
 // do not survive a round trip.
 
