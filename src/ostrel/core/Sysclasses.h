@@ -248,3 +248,8 @@ class OSTREL_API TkxDumpList : public TInterfacedObject, public IDumpList {
 };
 
 }  // namespace ostrel
+
+// The further classes of the core: variable and ID lists, key indexes, the buffered stream.
+#include <ostrel/core/BufStream.h>
+#include <ostrel/core/KeyIndex.h>
+#include <ostrel/core/VarList.h>
