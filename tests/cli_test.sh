@@ -96,6 +96,34 @@ check_usage unknown "unknown command 'frobnicate'" frobnicate
 check_usage badopt "unknown option '--frob'" --frob demo
 check_usage cyrcmd "unknown command 'ёжик'" ёжик
 
+# The service commands: one value from the arguments, or one per line of standard input.
+check_cmd() {  # check_cmd NAME EXPECTED ARGS...: exit 0 and this exact output
+  local name=$1 expected=$2
+  shift 2
+  run "$name" "$@"
+  [[ $(status "$name") == 0 ]] || fail "$name exited $(status "$name"): $(cat "$work/$name.err")"
+  [[ $(cat "$work/$name.out") == "$expected" ]] ||
+    fail "$name printed '$(cat "$work/$name.out")', expected '$expected'"
+}
+check_cmd words "Одна тысяча двести тридцать четыре рубля 56 копеек" words 1234.56
+check_cmd words_en "Twenty-one dollars 00 cents" words 21 --lang EN --currency USD
+check_cmd number "две тысячи одна" number 2001 --gender f
+check_cmd round "2.68" round 2.675 2
+check_cmd round_even "-2" round -2.5 0 --mode drHalfEven
+check_cmd params "Сумма: 100, клиент Иванов" params 'Сумма: %sum, клиент %name' sum=100 name=Иванов
+check_cmd bankday "23.03.2026 (понедельник)" bankday 20.03.2026 1
+run period period 3 15.05.2025
+expect_line "$work/period.out" '^text +2 квартал 2025$' "period text of a quarter"
+run steps steps 01.01.2025 31.12.2025 3
+expect_line "$work/steps.out" '^12 steps$' "twelve monthly steps in a year"
+run dump dump 'a=1;b=текст'
+expect_line "$work/dump.out" $'a:3=1 <TAB> b:256=текст' "typed form of a dump"
+printf '1\n2,5\nabc\n' | "$ostrel" words >"$work/stdin.out" 2>"$work/stdin.err"
+rc=$?
+[[ $rc == 1 ]] || fail "words with a bad input line exited $rc, not 1"
+[[ $(sed -n 2p "$work/stdin.out") == "Два рубля 50 копеек" ]] || fail "second stdin line: $(cat "$work/stdin.out")"
+grep -q "'abc'" "$work/stdin.err" || fail "the bad line is not named in the error: $(cat "$work/stdin.err")"
+
 if [[ $failures -gt 0 ]]; then
   echo "$failures check(s) failed" >&2
   exit 1
