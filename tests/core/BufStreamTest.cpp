@@ -212,9 +212,10 @@ TEST(BufStream, SetSizeCutsBufferedBytesAndGrowsTheStream) {
     EXPECT_EQ(bs.GetPosition(), 50);
     bs.SetSize(60);
     bs.Write("e", 1);
-    EXPECT_EQ(target.data, std::string(50, 'w') + std::string(10, '\0'));  // "e" is buffered
+    // An append is written through by the Write that makes it.
+    EXPECT_EQ(target.data, std::string(50, 'w') + "e" + std::string(9, '\0'));
   }
-  EXPECT_EQ(target.data, std::string(50, 'w') + "e" + std::string(9, '\0'));  // flushed
+  EXPECT_EQ(target.data, std::string(50, 'w') + "e" + std::string(9, '\0'));
 }
 
 TEST(BufStream, FailingWritesKeepTheBufferDirtyAndAreRetried) {
@@ -229,18 +230,21 @@ TEST(BufStream, FailingWritesKeepTheBufferDirtyAndAreRetried) {
     EXPECT_EQ(bs.GetSize(), 10);
 
     bs.SetPosition(0);
-    EXPECT_EQ(bs.Write("ab", 2), 2);  // inside the stream: no growth needed
-    EXPECT_EQ(MessageOf([&] { bs.FlushBuffer(); }), _SErrBufStmWrite.Str());
+    // The write reaches the end of the buffered bytes, so it goes through at once; the
+    // stream refuses, and the buffer stays dirty with the position where it was.
+    EXPECT_EQ(MessageOf([&] { bs.Write("ab", 2); }), _SErrBufStmWrite.Str());
     EXPECT_TRUE(bs.Dirty());
+    EXPECT_EQ(bs.GetPosition(), 0);
+    EXPECT_EQ(MessageOf([&] { bs.FlushBuffer(); }), _SErrBufStmWrite.Str());
     // Leaving the buffer flushes first; when that fails the position stays.
     EXPECT_EQ(MessageOf([&] { bs.SetPosition(8); }), _SErrBufStmWrite.Str());
-    EXPECT_EQ(bs.GetPosition(), 2);
-    EXPECT_EQ(target.writes, 2);
+    EXPECT_EQ(bs.GetPosition(), 0);
+    EXPECT_EQ(target.writes, 3);
     target.failSeek = true;
     EXPECT_EQ(MessageOf([&] { bs.FlushBuffer(); }), _SErrBufStmFlushSeek.Str());
     target.failSeek = false;
   }
-  EXPECT_EQ(target.writes, 3);  // the destructor tried once more, silently
+  EXPECT_EQ(target.writes, 4);  // the destructor tried once more, silently
   EXPECT_EQ(target.data, "0123456789");
 }
 

@@ -155,10 +155,11 @@ Integer TkxBufStream::Write(const void* buffer, Integer count) {
     fValid = static_cast<Integer>(std::max<Int64>(fValid, fOffset + chunk));
     fDirty = true;
     written += chunk;
-    // The offset moves on inside the buffer, up to its very end: the written bytes stay
-    // there until the buffer is needed elsewhere. (Re-basing as soon as the offset meets
-    // the valid bytes, as reading does, would write every appended piece through at once.)
-    fOffset += chunk;
+    // Moving on as reading does: a write that ends inside the buffered bytes stays in the
+    // buffer, while one that reaches their end re-bases, which writes it through. Appended
+    // data therefore reaches the stream by the end of the Write that produced it, and a
+    // failing stream reports at that Write rather than at some later, unrelated call.
+    MovePos(chunk);
   }
   return count;
 }

@@ -22,9 +22,10 @@ inline constexpr auto _SErrBufStmSetSize =
 // The buffer mirrors the stream's bytes base .. base + valid - 1 and the current position is
 // base + offset. Character access is an index into the buffer; the underlying stream is
 // touched only to reload the buffer, to write it back (flush) and to change its size.
-// Written bytes stay in the buffer (marked dirty) until the buffer moves elsewhere (a write
-// that does not fit behind the position, a read or seek outside the buffered bytes), until
-// FlushBuffer, or until the buffered stream is destroyed.
+// A write moves on as a read does: bytes written inside the buffered range stay in the
+// buffer (marked dirty) until the buffer moves elsewhere, FlushBuffer or destruction, while a
+// write that reaches the end of the buffered bytes (an append) re-bases and so goes to the
+// stream before Write returns.
 //
 // Positions stay within 0 .. size: moving outside the buffer clamps the new position to the
 // stream's size, so seeking past the end lands on the end.
