@@ -7,6 +7,12 @@
 #include <cstring>
 
 #ifdef _WIN32
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
 #include <windows.h>
 #endif
 
@@ -37,7 +43,8 @@ AnsiString SysErrorMessage(Cardinal errorCode) {
   char buf[512];
   DWORD n = ::FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
                              errorCode, 0, buf, sizeof buf, nullptr);
-  while (n > 0 && (buf[n - 1] == '\r' || buf[n - 1] == '\n' || buf[n - 1] == '.')) --n;
+  // The system's texts end in a full stop and a line break, sometimes with blanks between.
+  while (n > 0 && (static_cast<unsigned char>(buf[n - 1]) <= ' ' || buf[n - 1] == '.')) --n;
   return AnsiString(buf, n);
 #else
   // The C library's English text (strerror is locale-dependent only in its language, and the
