@@ -3,6 +3,8 @@
 // refuse to write, to seek or to deliver their bytes.
 #include <ostrel/core/BufStream.h>
 
+#include <TestUtil.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,6 +14,8 @@
 
 namespace ostrel {
 namespace {
+
+using testutil::MessageOf;
 
 // A stream over a string that counts the calls made to it and can be told to fail.
 class ProbeStream : public TStream {
@@ -56,16 +60,6 @@ std::string RandomBytes(std::mt19937& rng, std::size_t n) {
   return s;
 }
 
-template <class Fn>
-std::string MessageOf(Fn&& fn) {
-  try {
-    fn();
-  } catch (const Exception& e) {
-    return e.Message();
-  }
-  return "<no exception>";
-}
-
 std::size_t At(Int64 p) { return static_cast<std::size_t>(p); }
 
 class BufStreamSizes : public ::testing::TestWithParam<int> {};
@@ -73,26 +67,18 @@ class BufStreamSizes : public ::testing::TestWithParam<int> {};
 TEST_P(BufStreamSizes, ReadlnSplitsAtEveryKindOfLineEnd) {
   const std::string nul("nul\0in\r\n", 8);
   const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
-      {"a\r\nb\rc", {"a", "b", "c"}},
-      {"\n\nx", {"", "", "x"}},
-      {"abc\r", {"abc"}},
-      {"\r\n\r\n", {"", ""}},
+      {"a\r\nb\rc", {"a", "b", "c"}}, {"\n\nx", {"", "", "x"}}, {"abc\r", {"abc"}},
+      {"\r\n\r\n", {"", ""}},        {"", {}},
       {"x\n\ry\n", {"x", "", "y"}},  // LF CR is two line ends
-      {"", {}},
       {"a line longer than small buffers\r\nz", {"a line longer than small buffers", "z"}},
-      {nul + Ansi(u8"Кириллица"), {nul.substr(0, 6), Ansi(u8"Кириллица")}},
-  };
+      {nul + Ansi(u8"Кириллица"), {nul.substr(0, 6), Ansi(u8"Кириллица")}}};
   for (const auto& [text, expected] : cases) {
     TkxBufStream bs(new ProbeStream(text), true, GetParam());
     std::vector<std::string> lines;
     AnsiString reused;
-    while (!bs.Eof() && lines.size() < 10) {
-      if (lines.size() % 2 == 0) {  // both forms, alternately
-        lines.push_back(bs.Readln());
-      } else {
-        bs.Readln(reused);
-        lines.push_back(reused);
-      }
+    while (!bs.Eof() && lines.size() < 10) {  // both forms, alternately
+      if (lines.size() % 2 == 0) lines.push_back(bs.Readln());
+      else lines.push_back((bs.Readln(reused), reused));
     }
     EXPECT_EQ(lines, expected) << "buffer " << GetParam() << ", text " << text;
     EXPECT_EQ(bs.Readln(), "");

@@ -5,6 +5,8 @@
 #include <ostrel/rtl/DateTime.h>
 #include <ostrel/services/Sysserv.h>
 
+#include <core/DumpUtil.h>
+
 #include <gtest/gtest.h>
 
 #include <random>
@@ -15,36 +17,14 @@
 namespace ostrel {
 namespace {
 
-template <class Fn>
-std::string MessageOf(Fn&& fn) {
-  try {
-    fn();
-  } catch (const Exception& e) {
-    return e.Message();
-  }
-  return "<no exception>";
-}
-
-AnsiString NotFound(std::string_view name) { return Format(_SErrDumpNameNotFount, name); }
-
-IPtr<IDump> DumpOf(std::initializer_list<std::pair<const char*, Variant>> entries) {
-  IPtr<IDump> d = GetDumpIntf();
-  for (const auto& [name, value] : entries) d->set_ByName(name, value);
-  return d;
-}
+using namespace testutil;
 
 TEST(Dump, NamesIgnoreCaseKeepFirstSpellingAndOrder) {
-  IPtr<IDump> d = GetDumpIntf();
-  d->set_ByName("Alpha", 1);
-  d->set_ByName(Ansi(u8"Сумма"), 10);
-  d->set_ByName(Ansi(u8"ёлка"), 20);
-  d->set_ByName("ALPHA", 2);
-  d->set_ByName(Ansi(u8"СУММА"), 11);
-  d->set_ByName(Ansi(u8"ЁЛКА"), 21);
-  d->set_ByName(Ansi(u8"елка"), 30);  // Е and Ё are different letters
-  d->set_ByName("", 40);              // the empty name is a name too
-  d->set_ByName(" Alpha", 50);        // names are not trimmed
-
+  IPtr<IDump> d = DumpOf({{"Alpha", 1}, {Ansi(u8"Сумма"), 10}, {Ansi(u8"ёлка"), 20},
+                          {"ALPHA", 2}, {Ansi(u8"СУММА"), 11}, {Ansi(u8"ЁЛКА"), 21},
+                          {Ansi(u8"елка"), 30},  // Е and Ё are different letters
+                          {"", 40},              // the empty name is a name too
+                          {" Alpha", 50}});      // names are not trimmed
   ASSERT_EQ(d->get_Count(), 6);
   EXPECT_EQ(Dump_Names(d, "|"), Ansi(u8"Alpha|Сумма|ёлка|елка| Alpha"));
   EXPECT_EQ(d->get_Name(4), "");
@@ -62,12 +42,7 @@ class DumpAgainstModel : public ::testing::TestWithParam<int> {};
 TEST_P(DumpAgainstModel, RandomOperationsAgree) {
   const int size = GetParam();
   std::mt19937 rng(static_cast<unsigned>(size));
-  auto nameOf = [](int k, bool upper) {
-    AnsiString n = Ansi(u8"Поле_") + IntToStr(k);
-    return upper ? AnsiUpperCase(n) : AnsiLowerCase(n);
-  };
-  TkxDump* dump = new TkxDump;
-  IPtr<IDump> d(dump);
+  IPtr<IDump> d(new TkxDump);
   std::vector<std::pair<AnsiString, Integer>> model;
   auto modelIndex = [&](const AnsiString& name) {
     for (std::size_t i = 0; i < model.size(); ++i)
@@ -75,31 +50,28 @@ TEST_P(DumpAgainstModel, RandomOperationsAgree) {
     return -1;
   };
   for (int step = 0; step < size * 6; ++step) {
-    int k = static_cast<int>(rng() % static_cast<unsigned>(size * 2));
-    AnsiString name = nameOf(k, rng() % 2 == 0);
+    AnsiString name = Ansi(u8"Поле_") + IntToStr(rng() % static_cast<unsigned>(size * 2));
+    name = rng() % 2 ? AnsiUpperCase(name) : AnsiLowerCase(name);
+    const Integer i = modelIndex(name);
     switch (rng() % 5) {
       case 0:
-      case 1: {
+      case 1:
         d->set_ByName(name, step);
-        Integer i = modelIndex(name);
         if (i < 0) model.emplace_back(name, step);
         else model[static_cast<std::size_t>(i)].second = step;
         break;
-      }
       case 2:
         if (!model.empty()) {
-          Integer i = static_cast<Integer>(rng() % model.size());
-          d->Delete(i);
-          model.erase(model.begin() + i);
+          const auto at = static_cast<Integer>(rng() % model.size());
+          d->Delete(at);
+          model.erase(model.begin() + at);
         }
         break;
-      default: {
-        Integer i = modelIndex(name);
+      default:
         ASSERT_EQ(d->IndexOf(name), i) << "step " << step;
         if (i >= 0) {
           ASSERT_EQ(VarToInt(d->get_ByName(name)), model[static_cast<std::size_t>(i)].second);
         }
-      }
     }
   }
   ASSERT_EQ(d->get_Count(), static_cast<Integer>(model.size()));
@@ -119,13 +91,11 @@ TEST(Dump, NameListsMissingNamesAndBadIndexes) {
   IPtr<IDump> d = DumpOf({{"a", 1}, {"b", "two"}});
   Variant both = d->get_ByName("a;B");
   ASSERT_TRUE(VarIsArray(both));
-  EXPECT_EQ(VarArrayLowBound(both), 0);
-  EXPECT_EQ(VarArrayHighBound(both), 1);
+  EXPECT_EQ(VarArrayLowBound(both) * 10 + VarArrayHighBound(both), 1);
   EXPECT_EQ(VarToStr(VarArrayGet(both, 1)), "two");
   EXPECT_EQ(MessageOf([&] { d->get_ByName("a;c"); }), NotFound("c"));
   EXPECT_EQ(MessageOf([&] { d->get_ByName(Ansi(u8"Имя")); }),
             Ansi(u8"Элемент/параметр с именем \"Имя\" не найден"));
-
   EXPECT_EQ(MessageOf([&] { d->get_Value(2); }), "List index (2) out of bounds");
   EXPECT_EQ(MessageOf([&] { d->get_Name(-1); }), "List index (-1) out of bounds");
   EXPECT_THROW(d->set_Value(5, 0), EListError);
@@ -140,14 +110,9 @@ TEST(Dump, NameListsMissingNamesAndBadIndexes) {
 }
 
 TEST(DumpGetValue, OutArgumentsClearOrKeepAsTheirTypeSays) {
-  IPtr<IDump> d = GetDumpIntf();
-  d->set_ByName("n", 42);
-  d->set_ByName("null", Variant::Null());
-  d->set_ByName("text", Ansi(u8"1234,5"));
-  d->set_ByName("word", "abc");
-  d->set_ByName("date", Variant::FromDate(EncodeDate(2024, 2, 3)));
-  d->set_ByName("flag", true);
-
+  IPtr<IDump> d = DumpOf({{"n", 42}, {"null", Variant::Null()}, {"text", Ansi(u8"1234,5")},
+                          {"word", "abc"}, {"date", Variant::FromDate(EncodeDate(2024, 2, 3))},
+                          {"flag", true}});
   // Missing: variant and string are cleared, the others keep the caller's default.
   Variant v = 7;
   AnsiString s = "preset";
@@ -158,20 +123,13 @@ TEST(DumpGetValue, OutArgumentsClearOrKeepAsTheirTypeSays) {
   EXPECT_FALSE(Dump_GetValue(d, "missing", v) || Dump_GetValue(d, "missing", s) ||
                Dump_GetValue(d, "missing", i) || Dump_GetValue(d, "missing", x) ||
                Dump_GetValue(d, "missing", b) || Dump_GetValue(d, "missing", t));
-  EXPECT_TRUE(v.IsEmpty());
-  EXPECT_EQ(s, "");
-  EXPECT_EQ(i, 5);
-  EXPECT_EQ(x, 2.5L);
-  EXPECT_TRUE(b);
-  EXPECT_EQ(t, 123.0);
+  EXPECT_TRUE(v.IsEmpty() && s.empty() && i == 5 && x == 2.5L && b && t == 123.0);
 
   // Null reads as the type's zero, except for the date form, which has no null rule.
+  s = "preset";
   EXPECT_TRUE(Dump_GetValue(d, "null", i) && Dump_GetValue(d, "null", x) &&
               Dump_GetValue(d, "null", b) && Dump_GetValue(d, "NULL", s));
-  EXPECT_EQ(i, 0);
-  EXPECT_EQ(x, 0.0L);
-  EXPECT_FALSE(b);
-  EXPECT_EQ(s, "");
+  EXPECT_TRUE(i == 0 && x == 0.0L && !b && s.empty());
   EXPECT_THROW(Dump_GetValue(d, "null", t), EVariantError);
 
   EXPECT_TRUE(Dump_GetValue(d, "text", x) && Dump_GetValue(d, "n", s) &&
@@ -181,10 +139,8 @@ TEST(DumpGetValue, OutArgumentsClearOrKeepAsTheirTypeSays) {
   EXPECT_EQ(t, EncodeDate(2024, 2, 3));
   EXPECT_EQ(i, -1);
   EXPECT_THROW(Dump_GetValue(d, "word", i), EVariantError);
-
   EXPECT_TRUE(Dump_GetVS(d, "n", s));
-  EXPECT_FALSE(Dump_GetVS(d, "null", s));
-  EXPECT_FALSE(Dump_GetVS(d, "missing", s));
+  EXPECT_FALSE(Dump_GetVS(d, "null", s) || Dump_GetVS(d, "missing", s));
 }
 
 TEST(DumpGetValue, DefValueAndFlags) {
@@ -204,11 +160,9 @@ TEST(DumpGetValue, DefValueAndFlags) {
 TEST(DumpIntf, ByNameAndByIdentity) {
   IPtr<IDump> nested = GetDumpIntf();
   IPtr<IDumpList> list(new TkxDumpList);
-  IPtr<IDump> d = DumpOf({{"number", 1},
-                          {"list", list},
+  IPtr<IDump> d = DumpOf({{"number", 1}, {"list", list},
                           {"dispatch", Variant::FromDispatch(IPtr<IInterface>(nested))},
                           {"nested", nested}});
-
   IPtr<IInterface> out = IPtr<IInterface>(list);
   EXPECT_TRUE(Dump_GetIntf(d, "NESTED", IDump::IID, out, false));
   EXPECT_EQ(out.Get(), static_cast<IInterface*>(nested.Get()));
@@ -217,7 +171,6 @@ TEST(DumpIntf, ByNameAndByIdentity) {
   EXPECT_FALSE(out);
   EXPECT_FALSE(Dump_GetIntf(d, "missing", IDump::IID, out, false));
   EXPECT_EQ(Dump_GetIntf<IDump>(d, "nested").Get(), nested.Get());
-
   EXPECT_EQ(MessageOf([&] { Dump_GetIntf(d, "missing", IDump::IID); }), NotFound("missing"));
   EXPECT_EQ(MessageOf([&] { Dump_GetIntf(d, "list", IDump::IID); }),
             "Dump_GetIntf: parameter \"list\" is not supported interface "
@@ -238,8 +191,7 @@ TEST(DumpNames, ListsExcludesContainsRemoves) {
   EXPECT_EQ(Dump_Names_Exclude(d, {"two", "ONE"}, ";"), "Three");
   EXPECT_EQ(Dump_Names_Exclude(d, std::vector<AnsiString>{}, ";"), "One;Two;Three");
   EXPECT_TRUE(Dump_ContainsNames(d, "x;three"));
-  EXPECT_FALSE(Dump_ContainsNames(d, "x;y"));
-  EXPECT_FALSE(Dump_ContainsNames(d, ""));
+  EXPECT_FALSE(Dump_ContainsNames(d, "x;y") || Dump_ContainsNames(d, ""));
   Dump_Remove(d, "x;ONE;three");
   EXPECT_EQ(Dump_Names(d, ";"), "Two");
 }
@@ -248,17 +200,14 @@ TEST(DumpAssign, MergesAllOrTheListedNames) {
   IPtr<IDump> src = DumpOf({{"a", 1}, {"b", 2}, {"c", 3}});
   auto fresh = [] { return DumpOf({{"B", 20}, {"z", 26}}); };
   IPtr<IDump> dest = fresh();
-  EXPECT_FALSE(Dump_Assign(dest, nullptr, ""));
-  EXPECT_FALSE(Dump_Assign(dest, GetDumpIntf(), ""));
+  EXPECT_FALSE(Dump_Assign(dest, nullptr, "") || Dump_Assign(dest, GetDumpIntf(), ""));
   EXPECT_EQ(Dump_AsString(dest, ";"), "B=20;z=26");
   EXPECT_TRUE(Dump_Assign(dest, src, ""));
   EXPECT_EQ(Dump_AsString(dest, ";"), "B=2;z=26;a=1;c=3");
-
   dest = fresh();
   EXPECT_TRUE(Dump_Assign(dest, src, "c;missing;A"));
   EXPECT_EQ(Dump_AsString(dest, ";"), "B=20;z=26;c=3;A=1");
   EXPECT_FALSE(Dump_Assign(dest, src, "missing"));
-
   dest = fresh();
   EXPECT_TRUE(Dump_Assign(dest, src, {"b"}));
   EXPECT_EQ(Dump_AsString(dest, ";"), "B=2;z=26");
@@ -267,8 +216,7 @@ TEST(DumpAssign, MergesAllOrTheListedNames) {
 }
 
 TEST(DumpAssign, SameValuesIsOneSided) {
-  IPtr<IDump> a = GetDumpIntf();
-  IPtr<IDump> b = DumpOf({{"X", 1.0}, {"y", 2}});
+  IPtr<IDump> a = GetDumpIntf(), b = DumpOf({{"X", 1.0}, {"y", 2}});
   EXPECT_TRUE(Dump_SameValues(a, b));
   a->set_ByName("x", 1);
   EXPECT_TRUE(Dump_SameValues(a, b));
@@ -280,8 +228,7 @@ TEST(DumpAssign, SameValuesIsOneSided) {
 
 TEST(DumpAssign, CloneSharesNestedDumpsAndByValuesStopsPastTheArray) {
   IPtr<IDump> nested = GetDumpIntf();
-  IPtr<IDump> src = DumpOf({{"n", nested}, {"s", "text"}});
-  IPtr<IDump> copy;
+  IPtr<IDump> src = DumpOf({{"n", nested}, {"s", "text"}}), copy;
   Dump_Clone(src, copy);
   ASSERT_TRUE(copy);
   EXPECT_EQ(Dump_GetIntf<IDump>(copy, "n").Get(), nested.Get());

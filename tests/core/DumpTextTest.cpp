@@ -5,6 +5,8 @@
 #include <ostrel/rtl/DateTime.h>
 #include <ostrel/services/Sysserv.h>
 
+#include <core/DumpUtil.h>
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -12,86 +14,45 @@
 namespace ostrel {
 namespace {
 
-IPtr<IDump> DumpOf(std::initializer_list<std::pair<const char*, Variant>> entries) {
-  IPtr<IDump> d = GetDumpIntf();
-  for (const auto& [name, value] : entries) d->set_ByName(name, value);
-  return d;
-}
+using testutil::DumpOf;
 
-TEST(DumpTypedForm, WritesNameTypeAndText) {
+TEST(DumpTypedForm, WritesNameTypeAndTextLeavingInterfacesOut) {
   TDateTime when = EncodeDateTime(2024, 2, 3, 14, 5, 6, 7);
   IPtr<IDump> d = DumpOf({{"a", 5}, {"d", Variant::FromDate(when)}});
   EXPECT_EQ(Dump_ToStr(d), "a:3=5\td:7=03-02-2024 14:05:06.007");
-
-  IPtr<IDump> back = GetDumpIntf();
-  Dump_FromStr(back, Dump_ToStr(d));
-  ASSERT_EQ(back->get_Count(), 2);
-  EXPECT_EQ(VarType(back->get_ByName("a")), varInteger);
-  EXPECT_EQ(VarType(back->get_ByName("d")), varDate);
-  EXPECT_EQ(VarToDateTime(back->get_ByName("d")), when);
-
   d->set_ByName("n", Variant::Null());
   d->set_ByName("e", Variant());
   d->set_ByName("i", IPtr<IDump>(GetDumpIntf()));
   EXPECT_EQ(Dump_ToStr(d, {"e", "missing", "A", "i", "N"}), "e:0=\tA:3=5\tN:1=");
-
-  // Interfaces are left out of both forms.
   IPtr<IDump> intfs = DumpOf({{"a", IPtr<IDump>(GetDumpIntf())},
                               {"b", Variant::FromDispatch(IPtr<IInterface>(GetDumpIntf()))}});
-  EXPECT_EQ(Dump_ToStr(intfs), "");
-  EXPECT_EQ(Dump_AsString(intfs, ";"), "");
+  EXPECT_EQ(Dump_ToStr(intfs) + Dump_AsString(intfs, ";"), "");
 }
 
-struct RoundTripCase {
-  const char* label;
-  Variant value;
-};
-
-class DumpTypedRoundTrip : public ::testing::TestWithParam<RoundTripCase> {};
-
-TEST_P(DumpTypedRoundTrip, ReadsBackTypeAndValue) {
-  const Variant& value = GetParam().value;
-  IPtr<IDump> d = DumpOf({{"before", 1}, {"Value", value}, {"after", 2}});
-  AnsiString text = Dump_ToStr(d);
-  IPtr<IDump> back = GetDumpIntf();
-  Dump_FromStr(back, text);
-  ASSERT_EQ(back->get_Count(), 3) << text;
-  Variant got = back->get_ByName("value");
-  EXPECT_EQ(VarType(got), VarType(value)) << text;
-  EXPECT_TRUE(VarSameValue(got, value)) << text;
-  if (VarType(value) == varDate) {
-    EXPECT_EQ(VarToDateTime(got), VarToDateTime(value)) << text;
+TEST(DumpTypedForm, EveryScalarTypeReadsBackWithItsTypeAndValue) {
+  const Variant values[] = {
+      Variant(), Variant::Null(), Variant(SmallInt{-1234}), Variant(Integer{-2000000000}),
+      Variant(1.5f), Variant(-1234.0625), Variant(1.5e-7), Variant(Currency::FromRaw(-12345678)),
+      Variant::FromDate(EncodeDateTime(2024, 2, 3, 14, 5, 6, 7)),
+      Variant::FromDate(EncodeDateTime(1999, 12, 31, 23, 59, 59, 999)),
+      Variant::FromDate(EncodeDate(1900, 3, 1)), Variant(WideString(u"Привет, мир")),
+      Variant(true), Variant(false), Variant(ShortInt{-100}), Variant(Byte{200}),
+      Variant(Word{65000}), Variant(LongWord{4000000000u}), Variant(Int64{-9000000000000000000}),
+      Variant(UInt64{18000000000000000000u}), Variant(Ansi(u8"Сумма: 1 234,50 р.")),
+      Variant::FromUString(u"Ёлка")};
+  for (const Variant& value : values) {
+    const AnsiString text = Dump_ToStr(DumpOf({{"before", 1}, {"Value", value}, {"after", 2}}));
+    IPtr<IDump> back = GetDumpIntf();
+    Dump_FromStr(back, text);
+    ASSERT_EQ(back->get_Count(), 3) << text;
+    Variant got = back->get_ByName("value");
+    EXPECT_EQ(VarType(got), VarType(value)) << text;
+    EXPECT_TRUE(VarSameValue(got, value)) << text;
+    if (VarType(value) == varDate) {
+      EXPECT_EQ(VarToDateTime(got), VarToDateTime(value)) << text;
+    }
   }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    EveryScalarType, DumpTypedRoundTrip,
-    ::testing::Values(
-        RoundTripCase{"empty", Variant()}, RoundTripCase{"null", Variant::Null()},
-        RoundTripCase{"smallint", Variant(SmallInt{-1234})},
-        RoundTripCase{"integer", Variant(Integer{-2000000000})},
-        RoundTripCase{"single", Variant(1.5f)}, RoundTripCase{"double", Variant(-1234.0625)},
-        RoundTripCase{"small double", Variant(1.5e-7)},
-        RoundTripCase{"currency", Variant(Currency::FromRaw(-12345678))},
-        RoundTripCase{"date ms", Variant::FromDate(EncodeDateTime(2024, 2, 3, 14, 5, 6, 7))},
-        RoundTripCase{"date end of day",
-                      Variant::FromDate(EncodeDateTime(1999, 12, 31, 23, 59, 59, 999))},
-        RoundTripCase{"date midnight", Variant::FromDate(EncodeDate(1900, 3, 1))},
-        RoundTripCase{"olestr", Variant(WideString(u"Привет, мир"))},
-        RoundTripCase{"boolean true", Variant(true)}, RoundTripCase{"boolean false", Variant(false)},
-        RoundTripCase{"shortint", Variant(ShortInt{-100})}, RoundTripCase{"byte", Variant(Byte{200})},
-        RoundTripCase{"word", Variant(Word{65000})},
-        RoundTripCase{"longword", Variant(LongWord{4000000000u})},
-        RoundTripCase{"int64", Variant(Int64{-9000000000000000000})},
-        RoundTripCase{"uint64", Variant(UInt64{18000000000000000000u})},
-        RoundTripCase{"string", Variant(Ansi(u8"Сумма: 1 234,50 р."))},
-        RoundTripCase{"ustring", Variant::FromUString(u"Ёлка")}),
-    [](const ::testing::TestParamInfo<RoundTripCase>& info) {
-      std::string name = info.param.label;
-      for (char& c : name)
-        if (c == ' ') c = '_';
-      return name;
-    });
 
 TEST(DumpTypedForm, DatesReadBackWhateverTheDateSettings) {
   TDateTime when = EncodeDateTime(2031, 11, 30, 8, 9, 10, 11);
@@ -108,7 +69,7 @@ TEST(DumpTypedForm, DatesReadBackWhateverTheDateSettings) {
   EXPECT_EQ(FormatSettings.ShortDateFormat, us.ShortDateFormat);
 }
 
-TEST(DumpTypedForm, MalformedItemsAreSkippedOrReadAsEmpty) {
+TEST(DumpTypedForm, MalformedItemsAreSkippedReadAsEmptyOrStopTheRead) {
   IPtr<IDump> d = DumpOf({{"kept", 1}, {"y", 0}});
   Dump_FromStr(d, "x:abc=1\tnocolon\t\t y : 3 =  7 \tz:7=\tw:7=31-02-2024 10:00:00.000"
                   "\ts:256=\tt:-1=5\tu:8=");
@@ -116,10 +77,8 @@ TEST(DumpTypedForm, MalformedItemsAreSkippedOrReadAsEmpty) {
   EXPECT_EQ(VarToInt(d->get_ByName("y")), 7);
   for (const char* name : {"z", "w", "s", "u"})
     EXPECT_EQ(VarType(d->get_ByName(name)), varEmpty) << name;
-}
-
-TEST(DumpTypedForm, ConversionErrorKeepsEarlierItems) {
-  IPtr<IDump> d = GetDumpIntf();
+  // A value its type cannot hold raises, keeping the items read before it.
+  d = GetDumpIntf();
   EXPECT_THROW(Dump_FromStr(d, "a:3=1\tb:3=xyz\tc:3=2"), EVariantError);
   EXPECT_EQ(Dump_Names(d, ";"), "a");
   EXPECT_THROW(Dump_FromStr(d, "big:2=70000"), EVariantError);
@@ -131,8 +90,7 @@ TEST(DumpPlainForm, ScalarsAndArrays) {
   VarArrayPut(from1, "q", 2);
   IPtr<IDump> d = DumpOf({{"n", Variant::Null()},
                           {"v", VarArrayOf({1, Ansi(u8"два"), IPtr<IDump>(GetDumpIntf())})},
-                          {"w", from1},
-                          {"x", 1.5}});
+                          {"w", from1}, {"x", 1.5}});
   EXPECT_EQ(Dump_AsString(d, "; "),
             Ansi(u8"n=; v array [3]; v[0]=1; v[1]=два; w array [3]; w[1]=p; w[2]=q; x=1,5"));
 }
@@ -142,11 +100,7 @@ TEST(DumpPlainForm, ReadsNameValueItemsAsStrings) {
   Dump_FromString(d, Ansi(u8" name = Иванов ;sum=1234,5;;flag ;a=b=c;v array [2]|x"), ';');
   EXPECT_EQ(Dump_Names(d, "|"), Ansi(u8"SUM|name|flag|a|v array [2]|x"));
   EXPECT_EQ(VarType(d->get_ByName("sum")), varString);
-  EXPECT_EQ(VarToStr(d->get_ByName("sum")), "1234,5");
-  EXPECT_EQ(VarToStr(d->get_ByName("name")), Ansi(u8"Иванов"));
-  EXPECT_EQ(VarToStr(d->get_ByName("flag")), "");
-  EXPECT_EQ(VarToStr(d->get_ByName("a")), "b=c");
-  EXPECT_EQ(VarToStr(d->get_ByName("v array [2]|x")), "");
+  EXPECT_EQ(Dump_AsString(d, ";"), Ansi(u8"SUM=1234,5;name=Иванов;flag=;a=b=c;v array [2]|x="));
 }
 
 TEST(DumpLocalize, CopiesByPairs) {
@@ -166,8 +120,7 @@ TEST(DumpValues, AllValuesInOneVariantAndBack) {
   EXPECT_EQ(Dump_AsString(d, ";"), "x=5;p=1;q=two");
   Variant all = TkxDumpPr::GetValues(d);
   ASSERT_TRUE(VarIsArray(all));
-  EXPECT_EQ(VarArrayLowBound(all), 0);
-  EXPECT_EQ(VarArrayHighBound(all), 2);
+  EXPECT_EQ(VarArrayLowBound(all) * 10 + VarArrayHighBound(all), 2);
   EXPECT_EQ(VarToStr(VarArrayGet(all, 2)), "two");
 }
 

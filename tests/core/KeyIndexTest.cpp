@@ -3,6 +3,8 @@
 #include <ostrel/core/KeyIndex.h>
 #include <ostrel/rtl/Format.h>
 
+#include <TestUtil.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,6 +15,8 @@
 namespace ostrel {
 namespace {
 
+using testutil::MessageOf;
+
 struct PolicyCase {
   const char* name;
   TDuplicates dup;
@@ -22,54 +26,45 @@ struct PolicyCase {
   std::string keys;                // afterwards, in index order
 };
 
-class KeyIndexPolicy : public ::testing::TestWithParam<PolicyCase> {};
-
-TEST_P(KeyIndexPolicy, AddKeyPositionsAndResultingOrder) {
-  const PolicyCase& c = GetParam();
-  TkxKeyIndex index(c.dup, c.ignoreCase, c.sorted);
-  for (std::size_t i = 0; i < c.adds.size(); ++i) {
-    void* tag = reinterpret_cast<void*>(i + 1);  // tells which add a record came from
-    if (c.positions[i] < 0) {
-      try {
-        index.AddKey(c.adds[i], tag);
-        ADD_FAILURE() << "no duplicate error for add " << i;
-      } catch (const Exception& e) {
-        EXPECT_EQ(e.Message(), Format(_SErrKeyValueDuplicate, VarToStr(c.adds[i])));
-      }
-      continue;
-    }
-    const Integer pos = index.AddKey(c.adds[i], tag);
-    EXPECT_EQ(pos, c.positions[i]) << "add " << i;
-    if (c.dup == dupAccept) {
-      EXPECT_EQ(index.get_KeyData(pos), tag) << "add " << i;
-    }
-  }
-  std::string keys;
-  for (Integer i = 0; i < index.get_Count(); ++i) keys += VarToStr(index.get_KeyValue(i)) + " ";
-  EXPECT_EQ(keys, c.keys);
-}
-
 const std::string kYozh = Ansi(u8"ёж"), kYOZH = Ansi(u8"ЁЖ"), kEzh = Ansi(u8"еж");
 
-INSTANTIATE_TEST_SUITE_P(
-    Policies, KeyIndexPolicy,
-    ::testing::Values(
-        PolicyCase{"SortedAccept", dupAccept, false, true, {5, 3, 5}, {0, 0, 1}, "3 5 5 "},
-        PolicyCase{"SortedIgnore", dupIgnore, false, true, {2, 1, 2}, {0, 0, 1}, "1 2 "},
-        PolicyCase{"SortedError", dupError, false, true, {2, 1, 2}, {0, 0, -1}, "1 2 "},
-        PolicyCase{"UnsortedAccept", dupAccept, false, false, {5, 3, 5}, {0, 1, 2}, "5 3 5 "},
-        PolicyCase{"UnsortedIgnore", dupIgnore, false, false, {5, 3, 5}, {0, 1, 0}, "5 3 "},
-        PolicyCase{"UnsortedErrorIgnoreCase", dupError, true, false, {"a", "A"}, {0, -1}, "a "},
-        PolicyCase{"UnsortedErrorCaseSensitive", dupError, false, false, {"a", "A"}, {0, 1},
-                   "a A "},
-        // A key equal to others without regard to case goes in front of them.
-        PolicyCase{"SortedAcceptIgnoreCase", dupAccept, true, true, {"b", "A", "a", "B"},
-                   {0, 0, 0, 2}, "a A B b "},
-        PolicyCase{"SortedIgnoreCyrillic", dupIgnore, true, true, {kEzh, kYozh, kYOZH},
-                   {0, 1, 1}, kEzh + " " + kYozh + " "},
-        PolicyCase{"UnsortedIgnoreCaseMixed", dupIgnore, true, false, {"x", kYOZH, "X", kYozh},
-                   {0, 1, 0, 1}, "x " + kYOZH + " "}),
-    [](const auto& info) { return std::string(info.param.name); });
+TEST(KeyIndexPolicy, AddKeyPositionsAndResultingOrder) {
+  const PolicyCase cases[] = {
+      {"SortedAccept", dupAccept, false, true, {5, 3, 5}, {0, 0, 1}, "3 5 5 "},
+      {"SortedIgnore", dupIgnore, false, true, {2, 1, 2}, {0, 0, 1}, "1 2 "},
+      {"SortedError", dupError, false, true, {2, 1, 2}, {0, 0, -1}, "1 2 "},
+      {"UnsortedAccept", dupAccept, false, false, {5, 3, 5}, {0, 1, 2}, "5 3 5 "},
+      {"UnsortedIgnore", dupIgnore, false, false, {5, 3, 5}, {0, 1, 0}, "5 3 "},
+      {"UnsortedErrorIgnoreCase", dupError, true, false, {"a", "A"}, {0, -1}, "a "},
+      {"UnsortedErrorCaseSensitive", dupError, false, false, {"a", "A"}, {0, 1}, "a A "},
+      // A key equal to others without regard to case goes in front of them.
+      {"SortedAcceptIgnoreCase", dupAccept, true, true, {"b", "A", "a", "B"}, {0, 0, 0, 2},
+       "a A B b "},
+      {"SortedIgnoreCyrillic", dupIgnore, true, true, {kEzh, kYozh, kYOZH}, {0, 1, 1},
+       kEzh + " " + kYozh + " "},
+      {"UnsortedIgnoreCaseMixed", dupIgnore, true, false, {"x", kYOZH, "X", kYozh},
+       {0, 1, 0, 1}, "x " + kYOZH + " "}};
+  for (const PolicyCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    TkxKeyIndex index(c.dup, c.ignoreCase, c.sorted);
+    for (std::size_t i = 0; i < c.adds.size(); ++i) {
+      void* tag = reinterpret_cast<void*>(i + 1);  // tells which add a record came from
+      if (c.positions[i] < 0) {
+        EXPECT_EQ(MessageOf([&] { index.AddKey(c.adds[i], tag); }),
+                  Format(_SErrKeyValueDuplicate, VarToStr(c.adds[i])));
+        continue;
+      }
+      const Integer pos = index.AddKey(c.adds[i], tag);
+      EXPECT_EQ(pos, c.positions[i]) << "add " << i;
+      if (c.dup == dupAccept) {
+        EXPECT_EQ(index.get_KeyData(pos), tag) << "add " << i;
+      }
+    }
+    std::string keys;
+    for (Integer i = 0; i < index.get_Count(); ++i) keys += VarToStr(index.get_KeyValue(i)) + " ";
+    EXPECT_EQ(keys, c.keys);
+  }
+}
 
 // Sorted, accepting duplicates, checked against a vector where each new key goes in front of
 // the keys equal to it; enough keys to split and merge many blocks. Integer keys are searched

@@ -2,6 +2,8 @@
 // without a registered localisation library.
 #include <ostrel/core/ModuleLinks.h>
 
+#include <TestUtil.h>
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -10,28 +12,8 @@
 namespace ostrel {
 namespace {
 
-template <class Fn>
-std::string MessageOf(Fn&& fn) {
-  try {
-    fn();
-  } catch (const Exception& e) {
-    return e.Message();
-  }
-  return "<no exception>";
-}
-
-template <class Intf>
-class TestObject : public TInterfacedObject, public Intf {
- public:
-  HRESULT OSTREL_STDCALL QueryInterface(const TGUID& iid, void** obj) override {
-    return TInterfacedObject::QueryInterface(iid, obj);
-  }
-  Integer OSTREL_STDCALL _AddRef() override { return TInterfacedObject::_AddRef(); }
-  Integer OSTREL_STDCALL _Release() override { return TInterfacedObject::_Release(); }
-  bool GetInterface(const TGUID& iid, void** obj) override {
-    return GetInterfaceEntry<Intf>(this, iid, obj) || TInterfacedObject::GetInterface(iid, obj);
-  }
-};
+using testutil::MessageOf;
+using testutil::TIntfObject;
 
 struct IProbe : IInterface {
   static constexpr TGUID IID = TGUID::From("{0C1D2E3F-4A5B-4C6D-8E7F-101112131415}");
@@ -41,7 +23,7 @@ struct IOther : IInterface {
 };
 template <class Intf>
 IPtr<IInterface> New() {
-  return IPtr<IInterface>(static_cast<Intf*>(new TestObject<Intf>));
+  return IPtr<IInterface>(static_cast<Intf*>(new TIntfObject<Intf>));
 }
 
 // A module manager that answers every request with one object and notes the requests.
@@ -105,7 +87,7 @@ TEST_F(ModuleResolver, EmptySlotsAndMissingOrUnsupportedResultsRaise) {
   EXPECT_EQ(MessageOf([&] { GetModuleLink("m", link); }), "GetModuleLink: not implemented");
 }
 
-class RecordingMonitor : public TestObject<IkxSysMonitor> {
+class RecordingMonitor : public TIntfObject<IkxSysMonitor> {
  public:
   void OSTREL_STDCALL TraceStart(std::string_view a, std::string_view b, std::string_view c,
                                  std::string_view d, Integer& id) override {
@@ -138,7 +120,7 @@ TEST(SysMonitor, ForwardsWhileRegisteredAndIsSilentOtherwise) {
   EXPECT_EQ(monitor->log, "start file|load|cap|full; next 42|a|b; next 7||done; ");
 }
 
-class BracketLib : public TestObject<IkxLcLib> {
+class BracketLib : public TIntfObject<IkxLcLib> {
  public:
   void OSTREL_STDCALL Op1() override {}
   AnsiString OSTREL_STDCALL Op2(std::string_view) override { return AnsiString(); }

@@ -4,6 +4,8 @@
 #include <ostrel/rtl/Classes.h>
 #include <ostrel/services/Sysserv.h>
 
+#include <TestUtil.h>
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -12,20 +14,15 @@
 namespace ostrel {
 namespace {
 
+using testutil::MessageOf;
+
 struct ITestA : IInterface {
   static constexpr TGUID IID = TGUID::From("{6A1C0D52-0B7E-4E55-9C3B-1F5A2B6C7D01}");
   virtual int OSTREL_STDCALL Tag() = 0;
-
- protected:
-  ~ITestA() = default;
 };
-
 struct ITestB : IInterface {
   static constexpr TGUID IID = TGUID::From("{6A1C0D52-0B7E-4E55-9C3B-1F5A2B6C7D02}");
   virtual int OSTREL_STDCALL Tag() = 0;
-
- protected:
-  ~ITestB() = default;
 };
 
 using Log = std::vector<std::string>;
@@ -54,34 +51,14 @@ class TProbe : public TkxObject, public ITestA, public ITestB {
 };
 
 // A reference-counted object that is no TkxObject, with or without IObjectReference.
-class TForeign : public TInterfacedObject, public IObjectReference {
+class TForeign : public testutil::TIntfObject<IObjectReference> {
  public:
-  explicit TForeign(bool offersReference) : fOffers(offersReference) {}
-  HRESULT OSTREL_STDCALL QueryInterface(const TGUID& iid, void** obj) override {
-    return TInterfacedObject::QueryInterface(iid, obj);
-  }
-  Integer OSTREL_STDCALL _AddRef() override { return TInterfacedObject::_AddRef(); }
-  Integer OSTREL_STDCALL _Release() override { return TInterfacedObject::_Release(); }
-  bool GetInterface(const TGUID& iid, void** obj) override {
-    if (fOffers && GetInterfaceEntry<IObjectReference>(this, iid, obj)) return true;
-    return TInterfacedObject::GetInterface(iid, obj);
-  }
   TObject* OSTREL_STDCALL GetInstance() override { return this; }
-  bool fOffers;
 };
 
 IPtr<IInterface> Foreign(bool offersReference) {
-  return IPtr<IInterface>(static_cast<TInterfacedObject*>(new TForeign(offersReference)));
-}
-
-template <class Fn>
-std::string MessageOf(Fn&& fn) {
-  try {
-    fn();
-  } catch (const Exception& e) {
-    return e.Message();
-  }
-  return "<no exception>";
+  if (offersReference) return IPtr<IInterface>(static_cast<TInterfacedObject*>(new TForeign));
+  return IPtr<IInterface>(new TInterfacedObject);
 }
 
 class ObjectModel : public ::testing::Test {
@@ -118,7 +95,6 @@ TEST_F(ObjectModel, NotOwnedObjectGoesAtZeroAndUnlinksItself) {
   childRef = nullptr;
   EXPECT_EQ(log, Log{"child"});
   EXPECT_TRUE(LinksOf(controller).empty());
-
   // Attaching a fresh object that nobody references, not owned, frees it at once.
   Make(true, "fresh")->SetController(controller, false, 0);
   EXPECT_EQ(log, (Log{"child", "fresh"}));
@@ -229,29 +205,22 @@ TEST_F(ObjectModel, ObjRefAndObjIntf) {
   EXPECT_FALSE(out);
 }
 
-TEST(ObjectHelpers, CheckPropReadOnlyNamesClassAndProperty) {
-  TComponent c(nullptr);
-  EXPECT_NO_THROW(CheckPropReadOnly(&c, "Caption", false));
-  EXPECT_EQ(MessageOf([&] { CheckPropReadOnly(&c, "Caption", true); }),
-            Ansi(u8"TComponent: свойство \"Caption\" только для чтения"));
-}
-
-TEST(ObjectHelpers, FindComponentExFollowsOwnedNames) {
+TEST(ObjectHelpers, CheckPropReadOnlyAndFindComponentEx) {
   TComponent root(nullptr);
+  EXPECT_NO_THROW(CheckPropReadOnly(&root, "Caption", false));
+  EXPECT_EQ(MessageOf([&] { CheckPropReadOnly(&root, "Caption", true); }),
+            Ansi(u8"TComponent: свойство \"Caption\" только для чтения"));
+
   auto* a = NewComponent<TComponent>(root);
   a->SetName("a");
   auto* b = NewComponent<TComponent>(*a);
   b->SetName("b");
   auto* stray = NewComponent<TComponent>(root);
   stray->SetName("b");
-  struct Case {
-    const char* path;
-    TComponent* expected;
-  };
-  for (const Case& c : {Case{"a.b", b}, Case{"A.B", b}, Case{"a", a}, Case{"b", stray},
-                        Case{"a..b", b}, Case{"", nullptr}, Case{".", nullptr},
-                        Case{"a.x", nullptr}, Case{"x.b", nullptr}, Case{"b.b", nullptr}})
-    EXPECT_EQ(FindComponentEx(&root, c.path), c.expected) << c.path;
+  const std::pair<const char*, TComponent*> paths[] = {
+      {"a.b", b},     {"A.B", b},       {"a", a},         {"b", stray},      {"a..b", b},
+      {"", nullptr},  {".", nullptr},   {"a.x", nullptr}, {"x.b", nullptr},  {"b.b", nullptr}};
+  for (const auto& [path, expected] : paths) EXPECT_EQ(FindComponentEx(&root, path), expected) << path;
   EXPECT_EQ(FindComponentEx(nullptr, "a"), nullptr);
 }
 

@@ -5,6 +5,8 @@
 #include <ostrel/core/VarList.h>
 #include <ostrel/rtl/Format.h>
 
+#include <core/DumpUtil.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -15,17 +17,7 @@
 namespace ostrel {
 namespace {
 
-template <class Fn>
-std::string MessageOf(Fn&& fn) {
-  try {
-    fn();
-  } catch (const Exception& e) {
-    return e.Message();
-  }
-  return "<no exception>";
-}
-
-AnsiString NotFound(std::string_view name) { return Format(_SErrDumpNameNotFount, name); }
+using namespace testutil;
 
 IPtr<IkxIDList> ListOf(std::initializer_list<Integer> ids) {
   IPtr<IkxIDList> l = GetIDListIntf();
@@ -109,36 +101,27 @@ TEST(IDList, KeepsIdsDistinctSortsAndComparesAsSetsOrSequences) {
   for (std::size_t i = 0; i < ids.size(); ++i) ASSERT_EQ(big->get_ID(static_cast<Integer>(i)), ids[i]);
 }
 
-struct TextCase {
-  std::vector<Integer> before;
-  std::string text;
-  char separator;
-  std::string after;  // GetAsString(',') afterwards
-  bool raises;        // EConvertError at a piece that is no integer
-};
-
-class IDListText : public ::testing::TestWithParam<TextCase> {};
-
-TEST_P(IDListText, SetAsStringMergesPiecesUpToTheFirstBadOne) {
-  const TextCase& c = GetParam();
-  IPtr<IkxIDList> l = GetIDListIntf();
-  for (Integer id : c.before) l->Add(id);
-  if (c.raises) {
-    EXPECT_THROW(l->SetAsString(c.text, c.separator), EConvertError);
-  } else {
-    l->SetAsString(c.text, c.separator);
+TEST(IDList, SetAsStringMergesPiecesUpToTheFirstBadOne) {
+  const struct {
+    std::vector<Integer> before;
+    const char* text;
+    char separator;
+    std::string after;  // GetAsString(',') afterwards
+    bool raises;        // EConvertError at a piece that is no integer
+  } cases[] = {{{}, "7; 8 ;7", ';', "7,8", false},
+               {{1, 2}, "3;2;;4", ';', "1,2,3,4", false},
+               {{}, "-2147483648|12|", '|', "-2147483648,12", false},
+               {{}, "5;x;6", ';', "5", true},
+               {{9}, "5; ;6", ';', "9,5", true},
+               {{}, "1;2147483648", ';', "1", true}};
+  for (const auto& c : cases) {
+    IPtr<IkxIDList> l = GetIDListIntf();
+    for (Integer id : c.before) l->Add(id);
+    if (c.raises) EXPECT_THROW(l->SetAsString(c.text, c.separator), EConvertError) << c.text;
+    else l->SetAsString(c.text, c.separator);
+    EXPECT_EQ(l->GetAsString(','), c.after) << c.text;
   }
-  EXPECT_EQ(l->GetAsString(','), c.after);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Texts, IDListText,
-    ::testing::Values(TextCase{{}, "7; 8 ;7", ';', "7,8", false},
-                      TextCase{{1, 2}, "3;2;;4", ';', "1,2,3,4", false},
-                      TextCase{{}, "-2147483648|12|", '|', "-2147483648,12", false},
-                      TextCase{{}, "5;x;6", ';', "5", true},
-                      TextCase{{9}, "5; ;6", ';', "9,5", true},
-                      TextCase{{}, "1;2147483648", ';', "1", true}));
 
 TEST(IDList, ScriptingCommands) {
   IPtr<IkxIDList> l = ListOf({10, 20, 30});

@@ -1,0 +1,38 @@
+// Helpers shared by the test programs: the message an action raises, and a counted object
+// that offers the interfaces a test names.
+#pragma once
+
+#include <ostrel/rtl/System.h>
+
+#include <string>
+
+namespace ostrel::testutil {
+
+// The message of the E that fn raises, or "<no exception>" when it returns. An exception of
+// another class passes through and fails the test.
+template <class E = Exception, class Fn>
+std::string MessageOf(Fn&& fn) {
+  try {
+    fn();
+  } catch (const E& e) {
+    return e.Message();
+  }
+  return "<no exception>";
+}
+
+// A reference-counted object answering for Intf...; a test derives from it to fill the
+// interfaces' own slots.
+template <class... Intf>
+class TIntfObject : public TInterfacedObject, public Intf... {
+ public:
+  HRESULT OSTREL_STDCALL QueryInterface(const TGUID& iid, void** obj) override {
+    return TInterfacedObject::QueryInterface(iid, obj);
+  }
+  Integer OSTREL_STDCALL _AddRef() override { return TInterfacedObject::_AddRef(); }
+  Integer OSTREL_STDCALL _Release() override { return TInterfacedObject::_Release(); }
+  bool GetInterface(const TGUID& iid, void** obj) override {
+    return GetInterfaceEntry<Intf...>(this, iid, obj) || TInterfacedObject::GetInterface(iid, obj);
+  }
+};
+
+}  // namespace ostrel::testutil
