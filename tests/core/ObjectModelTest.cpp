@@ -220,7 +220,8 @@ TEST(ObjectHelpers, CheckPropReadOnlyAndFindComponentEx) {
   const std::pair<const char*, TComponent*> paths[] = {
       {"a.b", b},     {"A.B", b},       {"a", a},         {"b", stray},      {"a..b", b},
       {"", nullptr},  {".", nullptr},   {"a.x", nullptr}, {"x.b", nullptr},  {"b.b", nullptr}};
-  for (const auto& [path, expected] : paths) EXPECT_EQ(FindComponentEx(&root, path), expected) << path;
+  for (const auto& [path, expected] : paths)
+    EXPECT_EQ(FindComponentEx(&root, path), expected) << path;
   EXPECT_EQ(FindComponentEx(nullptr, "a"), nullptr);
 }
 

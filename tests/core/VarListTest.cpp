@@ -98,7 +98,8 @@ TEST(IDList, KeepsIdsDistinctSortsAndComparesAsSetsOrSequences) {
   big->Sort();
   EXPECT_TRUE(big->IsSorted());
   std::sort(ids.begin(), ids.end());
-  for (std::size_t i = 0; i < ids.size(); ++i) ASSERT_EQ(big->get_ID(static_cast<Integer>(i)), ids[i]);
+  for (std::size_t i = 0; i < ids.size(); ++i)
+    ASSERT_EQ(big->get_ID(static_cast<Integer>(i)), ids[i]);
 }
 
 TEST(IDList, SetAsStringMergesPiecesUpToTheFirstBadOne) {

@@ -1,12 +1,16 @@
 #include <ostrel/rtl/DateTime.h>
 
+#include <TestUtil.h>
+#include <periods/TestDates.h>
+
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cmath>
-#include <ostream>
 
 using namespace ostrel;
+using testdates::gPinned;
+using testdates::PinnedClock;
 
 namespace {
 
@@ -29,48 +33,23 @@ TDateTime Encode(const Fields& f) {
 
 template <class F>
 void ExpectConvertError(F call, std::string_view message) {
-  try {
-    call();
-    ADD_FAILURE() << "no error, expected: " << message;
-  } catch (const EConvertError& e) {
-    EXPECT_EQ(e.Message(), message);
-  }
+  EXPECT_EQ(testutil::MessageOf<EConvertError>(call), message);
 }
-
-// A clock the tests can set.
-TDateTime gFixedNow = 0;
-TDateTime FixedClock() { return gFixedNow; }
-
-struct ClockGuard {
-  explicit ClockGuard(TDateTime now) : prev((gFixedNow = now, SetClock(&FixedClock))) {}
-  ~ClockGuard() { SetClock(prev); }
-  TClockFunc prev;
-};
 
 // ---- encoding and decoding --------------------------------------------------------------
 
-struct EncodeRow {
-  Fields fields;
-  TDateTime value;
-};
-
-class EncodeDecode : public ::testing::TestWithParam<EncodeRow> {};
-
-TEST_P(EncodeDecode, EncodesToTheValueAndDecodesBack) {
-  EXPECT_NEAR(Encode(GetParam().fields), GetParam().value, 1e-9);
-  EXPECT_EQ(Decode(GetParam().value), GetParam().fields);
+TEST(DateEncoding, EncodesToTheValueAndDecodesBack) {
+  const std::pair<Fields, TDateTime> rows[] = {
+      {{1899, 12, 30, 0, 0, 0, 0}, 0.0},   {{1900, 1, 1, 0, 0, 0, 0}, 2.0},
+      {{1899, 12, 30, 12, 0, 0, 0}, 0.5},  {{2024, 2, 29, 12, 0, 0, 0}, 45351.5},
+      {{1899, 12, 29, 6, 0, 0, 0}, -1.25},  // the time counts away from the day
+      {{1899, 12, 29, 18, 0, 0, 0}, -1.75}, {{1, 1, 1, 0, 0, 0, 0}, MinDateTime},
+      {{9999, 12, 31, 23, 59, 59, 999}, 2958465.0 + 86399999.0 / 86400000.0}};
+  for (const auto& [fields, value] : rows) {
+    EXPECT_NEAR(Encode(fields), value, 1e-9);
+    EXPECT_EQ(Decode(value), fields);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, EncodeDecode,
-    ::testing::Values(
-        EncodeRow{{1899, 12, 30, 0, 0, 0, 0}, 0.0}, EncodeRow{{1900, 1, 1, 0, 0, 0, 0}, 2.0},
-        EncodeRow{{1899, 12, 30, 12, 0, 0, 0}, 0.5},
-        EncodeRow{{1899, 12, 29, 6, 0, 0, 0}, -1.25},  // the time counts away from the day
-        EncodeRow{{1899, 12, 29, 18, 0, 0, 0}, -1.75},
-        EncodeRow{{2024, 2, 29, 12, 0, 0, 0}, 45351.5},
-        EncodeRow{{1, 1, 1, 0, 0, 0, 0}, MinDateTime},
-        EncodeRow{{9999, 12, 31, 23, 59, 59, 999}, 2958465.0 + 86399999.0 / 86400000.0}));
 
 TEST(DateDecoding, EveryDayOfTheCalendarEncodesAndDecodesInSequence) {
   Word y = 1, m = 1, d = 1;
@@ -153,55 +132,34 @@ TEST(DateParts, DayOfWeekTimeOfAndCompose) {
   EXPECT_FALSE(SameDate(45000.9, 45001.0));
 }
 
-struct WeekRow {
-  Word y, m, d, week, weekYear;
-};
-
-class IsoWeek : public ::testing::TestWithParam<WeekRow> {};
-
-TEST_P(IsoWeek, NumberAndYearOfTheWeek) {
-  const auto r = GetParam();
-  Word year = 0;
-  EXPECT_EQ(WeekOfTheYear(EncodeDateTime(r.y, r.m, r.d, 23, 0, 0, 0), year), r.week);
-  EXPECT_EQ(year, r.weekYear);
-  EXPECT_EQ(WeekOfTheYear(EncodeDate(r.y, r.m, r.d)), r.week);
+TEST(DateParts, IsoWeekNumberAndYearAroundNewYear) {
+  struct { Word y, m, d, week, weekYear; } const rows[] = {
+      {2020, 12, 31, 53, 2020}, {2021, 1, 3, 53, 2020}, {2021, 1, 4, 1, 2021},
+      {2024, 12, 30, 1, 2025},  {2024, 1, 1, 1, 2024},  {2027, 1, 1, 53, 2026},
+      {2008, 12, 29, 1, 2009},  {2024, 3, 5, 10, 2024}, {1, 1, 1, 1, 1}};
+  for (const auto& r : rows) {
+    Word year = 0;
+    EXPECT_EQ(WeekOfTheYear(EncodeDateTime(r.y, r.m, r.d, 23, 0, 0, 0), year), r.week) << r.y;
+    EXPECT_EQ(year, r.weekYear);
+    EXPECT_EQ(WeekOfTheYear(EncodeDate(r.y, r.m, r.d)), r.week);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    AroundNewYear, IsoWeek,
-    ::testing::Values(WeekRow{2020, 12, 31, 53, 2020}, WeekRow{2021, 1, 3, 53, 2020},
-                      WeekRow{2021, 1, 4, 1, 2021}, WeekRow{2024, 12, 30, 1, 2025},
-                      WeekRow{2024, 1, 1, 1, 2024}, WeekRow{2027, 1, 1, 53, 2026},
-                      WeekRow{2008, 12, 29, 1, 2009}, WeekRow{2024, 3, 5, 10, 2024},
-                      WeekRow{1, 1, 1, 1, 1}));
 
 // ---- arithmetic --------------------------------------------------------------------------
 
-struct MonthRow {
-  Fields from;
-  int months;
-  Word y, m, d;
-};
-
-class IncMonthTable : public ::testing::TestWithParam<MonthRow> {};
-
-TEST_P(IncMonthTable, ClampsTheDayAndKeepsTheTime) {
-  const auto& [f, months, y, m, d] = GetParam();
-  const Fields want{y, m, d, f[3], f[4], f[5], f[6]};
-  EXPECT_EQ(IncMonth(Encode(f), months), Encode(want));
+TEST(DateArithmetic, IncMonthClampsTheDayAndKeepsTheTime) {
+  struct { Fields from; int months; Word y, m, d; } const rows[] = {
+      {{2024, 1, 31, 10, 30, 0, 0}, 1, 2024, 2, 29},  {{2023, 1, 31, 0, 0, 0, 0}, 1, 2023, 2, 28},
+      {{2024, 1, 29, 8, 0, 0, 0}, 1, 2024, 2, 29},    {{2024, 3, 30, 0, 0, 0, 0}, -1, 2024, 2, 29},
+      {{2024, 5, 31, 23, 59, 59, 999}, 1, 2024, 6, 30},
+      {{2024, 12, 31, 0, 0, 0, 0}, 2, 2025, 2, 28},  {{2024, 1, 15, 0, 0, 0, 0}, -13, 2022, 12, 15},
+      {{1899, 11, 30, 6, 0, 0, 0}, 1, 1899, 12, 30},  // across the epoch
+      {{1900, 1, 31, 6, 0, 0, 0}, -2, 1899, 11, 30}};
+  for (const auto& [f, months, y, m, d] : rows) {
+    const Fields want{y, m, d, f[3], f[4], f[5], f[6]};
+    EXPECT_EQ(IncMonth(Encode(f), months), Encode(want)) << f[0] << '-' << f[1] << '-' << f[2];
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, IncMonthTable,
-    ::testing::Values(MonthRow{{2024, 1, 31, 10, 30, 0, 0}, 1, 2024, 2, 29},
-                      MonthRow{{2023, 1, 31, 0, 0, 0, 0}, 1, 2023, 2, 28},
-                      MonthRow{{2024, 1, 29, 8, 0, 0, 0}, 1, 2024, 2, 29},
-                      MonthRow{{2024, 3, 30, 0, 0, 0, 0}, -1, 2024, 2, 29},
-                      MonthRow{{2024, 5, 31, 23, 59, 59, 999}, 1, 2024, 6, 30},
-                      MonthRow{{2024, 12, 31, 0, 0, 0, 0}, 2, 2025, 2, 28},
-                      MonthRow{{2024, 1, 15, 0, 0, 0, 0}, -13, 2022, 12, 15},
-                      MonthRow{{1899, 11, 30, 6, 0, 0, 0}, 1, 1899, 12, 30},  // across the epoch
-                      MonthRow{{1900, 1, 31, 6, 0, 0, 0}, -2, 1899, 11, 30}));
 
 TEST(DateArithmetic, YearsWeeksDaysAndRangeErrors) {
   EXPECT_EQ(IncYear(EncodeDate(2024, 2, 29), 1), EncodeDate(2025, 2, 28));
@@ -252,15 +210,15 @@ TEST(DateArithmetic, DaysBetweenCountsWholeDays) {
 TEST(Clock, ReplacementIsSeenByNowDateAndTimeAndRestored) {
   const TDateTime fixed = EncodeDateTime(2030, 6, 15, 18, 30, 0, 0);
   {
-    ClockGuard guard(fixed);
+    PinnedClock clock(fixed);
     EXPECT_EQ(Now(), fixed);
     EXPECT_EQ(Date(), EncodeDate(2030, 6, 15));
     EXPECT_NEAR(Time(), EncodeTime(18, 30, 0, 0), 1e-9);
-    gFixedNow = -1.25;
+    gPinned = -1.25;
     EXPECT_EQ(Time(), 0.25);
     // Installing nullptr gives back the replaced clock and restores the system one.
-    EXPECT_EQ(SetClock(nullptr), &FixedClock);
-    EXPECT_EQ(SetClock(&FixedClock), &SystemNow);
+    EXPECT_EQ(SetClock(nullptr), &testdates::PinnedNow);
+    EXPECT_EQ(SetClock(&testdates::PinnedNow), &SystemNow);
   }
   EXPECT_LT(std::fabs(Now() - SystemNow()), 5 * OneSecond);
   EXPECT_GE(YearOf(Now()), 2024);
@@ -276,54 +234,33 @@ TFormatSettings TestSettings() {
   return fs;
 }
 
-struct FormatRow {
-  const char* format;
-  TDateTime value;
-  const char8_t* expected;
-};
-
-void PrintTo(const FormatRow& r, std::ostream* os) { *os << '"' << r.format << '"'; }
-
-class FormatLetters : public ::testing::TestWithParam<FormatRow> {};
-
-TEST_P(FormatLetters, RussianLocale) {
-  const auto& r = GetParam();
-  EXPECT_EQ(FormatDateTime(r.format, r.value, TestSettings()), Ansi(r.expected))
-      << "format " << r.format;
-}
-
 const TDateTime kEvening = EncodeDateTime(2024, 3, 5, 21, 7, 4, 32);
-const TDateTime kHalfPastMidnight = EncodeDateTime(2024, 3, 5, 0, 30, 0, 0);
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, FormatLetters,
-    ::testing::Values(
-        FormatRow{"d|dd|ddd|dddd|ddddd|dddddd", kSample,
-                  u8"5|05|Вт|вторник|05.03.2024|5 Март 2024 г."},
-        FormatRow{"m|mm|mmm|mmmm", kSample, u8"3|03|мар|Март"},
-        FormatRow{"y|yy|yyy|yyyy", EncodeDate(987, 1, 1), u8"87|87|0987|0987"},
-        FormatRow{"h|hh|n|nn|s|ss|z|zz|zzz|t|tt", kSample,
-                  u8"9|09|7|07|4|04|32|32|032|9:07|9:07:04"},
-        FormatRow{"c", kSample, u8"05.03.2024 9:07:04"},
-        FormatRow{"c", EncodeDate(2024, 3, 5), u8"05.03.2024"},
-        FormatRow{"", kSample, u8"05.03.2024 9:07:04"},
-        // m after an hour means minutes, until another letter intervenes.
-        FormatRow{"hh:mm|h:m", kSample, u8"09:07|9:7"},
-        FormatRow{"hh 'mm' mm", kSample, u8"09 mm 07"},
-        FormatRow{"hh:nn mm", kSample, u8"09:07 03"},
-        FormatRow{"hh:mm dd.mm", kSample, u8"09:07 05.03"},
-        FormatRow{"DD.MM.YYYY HH:NN:SS", kSample, u8"05.03.2024 09:07:04"},
-        FormatRow{"\"yyyy\" yyyy 'd''d'", kSample, u8"yyyy 2024 dd"},
-        FormatRow{"'unterminated d", kSample, u8"unterminated d"},
-        FormatRow{"[d] #%", kSample, u8"[5] #%"},
-        FormatRow{"dd/mm hh:nn", kSample, u8"05.03 09:07"},
-        FormatRow{"h:nn am/pm a/p", kEvening, u8"9:07 pm p"},
-        FormatRow{"h:nn AM/PM A/P", kSample, u8"9:07 AM A"},
-        FormatRow{"hh ampm", kEvening, u8"09 пп"},
-        FormatRow{"h ampm", kHalfPastMidnight, u8"12 дп"},
-        FormatRow{"h:nn AM/PM", EncodeDateTime(2024, 3, 5, 12, 0, 0, 0), u8"12:00 PM"},
-        FormatRow{"h 'am/pm' h", kEvening, u8"21 am/pm 21"},  // quoted markers do not count
-        FormatRow{"dd.mm.yyyy hh:nn", -1.25, u8"29.12.1899 06:00"}));
+TEST(FormatDateTimeText, EveryLetterInTheRussianLocale) {
+  const TDateTime halfPastMidnight = EncodeDateTime(2024, 3, 5, 0, 30, 0, 0);
+  struct { const char* format; TDateTime value; const char8_t* expected; } const rows[] = {
+      {"d|dd|ddd|dddd|ddddd|dddddd", kSample, u8"5|05|Вт|вторник|05.03.2024|5 Март 2024 г."},
+      {"m|mm|mmm|mmmm", kSample, u8"3|03|мар|Март"},
+      {"y|yy|yyy|yyyy", EncodeDate(987, 1, 1), u8"87|87|0987|0987"},
+      {"h|hh|n|nn|s|ss|z|zz|zzz|t|tt", kSample, u8"9|09|7|07|4|04|32|32|032|9:07|9:07:04"},
+      {"c", kSample, u8"05.03.2024 9:07:04"},       {"", kSample, u8"05.03.2024 9:07:04"},
+      {"c", EncodeDate(2024, 3, 5), u8"05.03.2024"},
+      // m after an hour means minutes, until another letter intervenes.
+      {"hh:mm|h:m", kSample, u8"09:07|9:7"},        {"hh 'mm' mm", kSample, u8"09 mm 07"},
+      {"hh:nn mm", kSample, u8"09:07 03"},          {"hh:mm dd.mm", kSample, u8"09:07 05.03"},
+      {"DD.MM.YYYY HH:NN:SS", kSample, u8"05.03.2024 09:07:04"},
+      {"\"yyyy\" yyyy 'd''d'", kSample, u8"yyyy 2024 dd"},
+      {"'unterminated d", kSample, u8"unterminated d"}, {"[d] #%", kSample, u8"[5] #%"},
+      {"dd/mm hh:nn", kSample, u8"05.03 09:07"},    {"h:nn am/pm a/p", kEvening, u8"9:07 pm p"},
+      {"h:nn AM/PM A/P", kSample, u8"9:07 AM A"},   {"hh ampm", kEvening, u8"09 пп"},
+      {"h ampm", halfPastMidnight, u8"12 дп"},
+      {"h:nn AM/PM", EncodeDateTime(2024, 3, 5, 12, 0, 0, 0), u8"12:00 PM"},
+      {"h 'am/pm' h", kEvening, u8"21 am/pm 21"},  // quoted markers do not count
+      {"dd.mm.yyyy hh:nn", -1.25, u8"29.12.1899 06:00"}};
+  for (const auto& r : rows)
+    EXPECT_EQ(FormatDateTime(r.format, r.value, TestSettings()), Ansi(r.expected))
+        << "format " << r.format;
+}
 
 TEST(FormatDateTimeText, SeparatorsAndNestedFormatsFollowTheSettings) {
   TFormatSettings fs = TestSettings();
@@ -352,43 +289,30 @@ TEST(FormatDateTimeText, ToStrFunctionsUseTheProcessSettings) {
 
 // ---- parsing ----------------------------------------------------------------------------
 
-struct ParseRow {
-  const char* text;
-  TDateTime expected;
-};
-
-void PrintTo(const ParseRow& r, std::ostream* os) { *os << '"' << r.text << '"'; }
-
-class ParseValid : public ::testing::TestWithParam<ParseRow> {};
-
-TEST_P(ParseValid, ReadsTheValue) {
+TEST(ParseValid, ReadsTheValue) {
   TFormatSettingsGuard guard(TestSettings());
-  ClockGuard clock(EncodeDate(2030, 6, 15));
-  TDateTime v = -7;
-  ASSERT_TRUE(TryStrToDateTime(GetParam().text, v)) << GetParam().text;
-  EXPECT_NEAR(v, GetParam().expected, 1e-10) << GetParam().text;
-  EXPECT_EQ(StrToDateTime(GetParam().text), v);
+  PinnedClock clock(EncodeDate(2030, 6, 15));
+  const std::pair<const char*, TDateTime> rows[] = {
+      {"05.03.2024", EncodeDate(2024, 3, 5)}, {" 5 .3. 2024 ", EncodeDate(2024, 3, 5)},
+      {"05.03.24", EncodeDate(2024, 3, 5)},
+      {"05.03.81", EncodeDate(1981, 3, 5)},  // window of 50 years back from 2030
+      {"05.03.79", EncodeDate(2079, 3, 5)},
+      {"05.03", EncodeDate(2030, 3, 5)},     // the clock's year
+      {"05.03.0024", EncodeDate(24, 3, 5)},  // four digits are taken as written
+      {"05.03.2024 10:30", EncodeDateTime(2024, 3, 5, 10, 30, 0, 0)},
+      {"05.03.2024 10:30:15.250", EncodeDateTime(2024, 3, 5, 10, 30, 15, 250)},
+      {"05.03.2024 10:30:15,250", EncodeDateTime(2024, 3, 5, 10, 30, 15, 250)},
+      {"29.12.1899 06:00", -1.25},            {"10:30", EncodeTime(10, 30, 0, 0)},
+      {"10:30 PM", EncodeTime(22, 30, 0, 0)}, {"pm 10:30", EncodeTime(22, 30, 0, 0)},
+      {"12:00 AM", 0.0},
+      {"1:15 \xEF\xEF", EncodeTime(13, 15, 0, 0)}};  // "пп" of the settings
+  for (const auto& [text, expected] : rows) {
+    TDateTime v = -7;
+    ASSERT_TRUE(TryStrToDateTime(text, v)) << text;
+    EXPECT_NEAR(v, expected, 1e-10) << text;
+    EXPECT_EQ(StrToDateTime(text), v);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, ParseValid,
-    ::testing::Values(
-        ParseRow{"05.03.2024", EncodeDate(2024, 3, 5)},
-        ParseRow{" 5 .3. 2024 ", EncodeDate(2024, 3, 5)},
-        ParseRow{"05.03.24", EncodeDate(2024, 3, 5)},
-        ParseRow{"05.03.81", EncodeDate(1981, 3, 5)},  // window of 50 years back from 2030
-        ParseRow{"05.03.79", EncodeDate(2079, 3, 5)},
-        ParseRow{"05.03", EncodeDate(2030, 3, 5)},     // the clock's year
-        ParseRow{"05.03.0024", EncodeDate(24, 3, 5)},  // four digits are taken as written
-        ParseRow{"05.03.2024 10:30", EncodeDateTime(2024, 3, 5, 10, 30, 0, 0)},
-        ParseRow{"05.03.2024 10:30:15.250", EncodeDateTime(2024, 3, 5, 10, 30, 15, 250)},
-        ParseRow{"05.03.2024 10:30:15,250", EncodeDateTime(2024, 3, 5, 10, 30, 15, 250)},
-        ParseRow{"29.12.1899 06:00", -1.25},
-        ParseRow{"10:30", EncodeTime(10, 30, 0, 0)},
-        ParseRow{"10:30 PM", EncodeTime(22, 30, 0, 0)},
-        ParseRow{"pm 10:30", EncodeTime(22, 30, 0, 0)},
-        ParseRow{"12:00 AM", 0.0},
-        ParseRow{"1:15 \xEF\xEF", EncodeTime(13, 15, 0, 0)}));  // "пп" of the settings
 
 TEST(ParseInvalid, TryFailsAndTheRaisingFormsNameTheText) {
   TFormatSettingsGuard guard(TestSettings());

@@ -17,26 +17,20 @@ TEST(Cp1251Conversion, EveryByteSurvivesUtf8AndUtf16RoundTrips) {
   }
 }
 
-TEST(Cp1251Conversion, KnownLettersAndSymbols) {
-  EXPECT_EQ(Utf8ToAnsi("Ёё"), "\xA8\xB8");
-  EXPECT_EQ(Utf8ToAnsi("АЯая"), "\xC0\xDF\xE0\xFF");
-  EXPECT_EQ(Utf8ToAnsi("№ €"), "\xB9 \x88");
+TEST(Cp1251Conversion, KnownLettersAndWhatHasNoFormBecomesQuestionMarks) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"Ёё", "\xA8\xB8"},        {"АЯая", "\xC0\xDF\xE0\xFF"}, {"№ €", "\xB9 \x88"},
+      {"a\u4E2Db", "a?b"},       // CJK
+      {"\U0001F600", "?"},       // outside the BMP
+      {"a\xFF" "b", "a?b"},      // malformed UTF-8 is replaced bytewise
+      {"\xD0", "?"},             // truncated sequence at the end
+      {"\xC0\xAF", "??"},        // overlong encoding of '/'
+      {"\xED\xA0\x80", "???"}};  // encoded surrogate
+  for (const auto& [utf8, ansi] : rows) EXPECT_EQ(Utf8ToAnsi(utf8), ansi) << utf8;
   EXPECT_EQ(AnsiToUtf8("\xA0"), "\xC2\xA0");  // no-break space
   EXPECT_EQ(AnsiToWide("\xC0"), u"\u0410");
-}
-
-TEST(Cp1251Conversion, CharactersWithoutAFormBecomeQuestionMarks) {
-  EXPECT_EQ(Utf8ToAnsi("a\u4E2Db"), "a?b");      // CJK
-  EXPECT_EQ(Utf8ToAnsi("\U0001F600"), "?");      // outside the BMP
-  EXPECT_EQ(WideToAnsi(u"x\u00E9y"), "x?y");     // é has no CP1251 form
+  EXPECT_EQ(WideToAnsi(u"x\u00E9y"), "x?y");  // é has no CP1251 form
   EXPECT_EQ(WideToAnsi(std::u16string(1, char16_t(0xD800))), "?");  // lone surrogate
-}
-
-TEST(Cp1251Conversion, MalformedUtf8IsReplacedBytewise) {
-  EXPECT_EQ(Utf8ToAnsi("a\xFF" "b"), "a?b");
-  EXPECT_EQ(Utf8ToAnsi("\xD0"), "?");              // truncated sequence at the end
-  EXPECT_EQ(Utf8ToAnsi("\xC0\xAF"), "??");         // overlong encoding of '/'
-  EXPECT_EQ(Utf8ToAnsi("\xED\xA0\x80"), "???");    // encoded surrogate
 }
 
 TEST(Cp1251Conversion, CompileTimeLiteralMatchesRunTimeConversion) {
@@ -50,28 +44,20 @@ TEST(Cp1251Conversion, Utf16AndUtf8AgreeOutsideTheCodePage) {
   EXPECT_EQ(WideToUtf8(Utf8ToWide(utf8)), utf8);
 }
 
-struct CaseRow {
-  const char8_t* lower;
-  const char8_t* upper;
-};
-
-class AnsiCaseFolding : public ::testing::TestWithParam<CaseRow> {};
-
-TEST_P(AnsiCaseFolding, UpperAndLowerAreInverse) {
-  AnsiString lo = Ansi(GetParam().lower), up = Ansi(GetParam().upper);
-  EXPECT_EQ(AnsiUpperCase(lo), up);
-  EXPECT_EQ(AnsiLowerCase(up), lo);
-  EXPECT_TRUE(AnsiSameText(lo, up));
-  EXPECT_EQ(AnsiCompareText(lo, up), 0);
+TEST(AnsiCase, UpperAndLowerAreInverseForEveryLetter) {
+  const std::pair<const char8_t*, const char8_t*> rows[] = {
+      {u8"ёлка и ёж", u8"ЁЛКА И ЁЖ"},
+      {u8"абвгдежзийклмнопрстуфхцчшщъыьэюя", u8"АБВГДЕЖЗИЙКЛМНОПРСТУФХЦЧШЩЪЫЬЭЮЯ"},
+      {u8"ґєіїўђѓљњќћџјѕ", u8"ҐЄІЇЎЂЃЉЊЌЋЏЈЅ"},
+      {u8"abc xyz 123", u8"ABC XYZ 123"}};
+  for (const auto& [lower, upper] : rows) {
+    const AnsiString lo = Ansi(lower), up = Ansi(upper);
+    EXPECT_EQ(AnsiUpperCase(lo), up);
+    EXPECT_EQ(AnsiLowerCase(up), lo);
+    EXPECT_TRUE(AnsiSameText(lo, up));
+    EXPECT_EQ(AnsiCompareText(lo, up), 0);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Letters, AnsiCaseFolding,
-    ::testing::Values(CaseRow{u8"ёлка и ёж", u8"ЁЛКА И ЁЖ"},
-                      CaseRow{u8"абвгдежзийклмнопрстуфхцчшщъыьэюя",
-                              u8"АБВГДЕЖЗИЙКЛМНОПРСТУФХЦЧШЩЪЫЬЭЮЯ"},
-                      CaseRow{u8"ґєіїўђѓљњќћџјѕ", u8"ҐЄІЇЎЂЃЉЊЌЋЏЈЅ"},
-                      CaseRow{u8"abc xyz 123", u8"ABC XYZ 123"}));
 
 TEST(AnsiCase, NonLettersAreUnchanged) {
   AnsiString all;

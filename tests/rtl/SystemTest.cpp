@@ -1,5 +1,7 @@
 #include <ostrel/rtl/System.h>
 
+#include <TestUtil.h>
+
 #include <gtest/gtest.h>
 
 namespace ostrel {
@@ -15,25 +17,16 @@ TEST(GuidText, RoundTripsInUpperCase) {
   EXPECT_TRUE(g == TGUID::From("{F346B0A8-C5A8-473A-A9C6-C9784A57FF2C}"));
 }
 
-class MalformedGuid : public testing::TestWithParam<const char*> {};
-
-TEST_P(MalformedGuid, RaisesConvertErrorQuotingTheText) {
-  try {
-    StringToGUID(GetParam());
-    FAIL() << "accepted " << GetParam();
-  } catch (const EConvertError& e) {
-    EXPECT_EQ(e.Message(), "'" + std::string(GetParam()) + "' is not a valid GUID value");
-  }
+TEST(GuidText, MalformedTextRaisesConvertErrorQuotingIt) {
+  for (const char* text : {"", "F346B0A8-C5A8-473A-A9C6-C9784A57FF2C",  // no braces
+                           "{F346B0A8-C5A8-473A-A9C6-C9784A57FF2C",      // no closing brace
+                           "{F346B0A8C-5A8-473A-A9C6-C9784A57FF2C}",     // dash misplaced
+                           "{G346B0A8-C5A8-473A-A9C6-C9784A57FF2C}",     // not hexadecimal
+                           "{F346B0A8-C5A8-473A-A9C6-C9784A57FF2C}0",    // trailing text
+                           "{F346B0A8-C5A8-473A-A9C6-C9784A57FF2 }"})
+    EXPECT_EQ(testutil::MessageOf<EConvertError>([&] { StringToGUID(text); }),
+              "'" + std::string(text) + "' is not a valid GUID value");
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Texts, MalformedGuid,
-    testing::Values("", "F346B0A8-C5A8-473A-A9C6-C9784A57FF2C",     // no braces
-                    "{F346B0A8-C5A8-473A-A9C6-C9784A57FF2C",         // no closing brace
-                    "{F346B0A8C-5A8-473A-A9C6-C9784A57FF2C}",        // dash misplaced
-                    "{G346B0A8-C5A8-473A-A9C6-C9784A57FF2C}",        // not hexadecimal
-                    "{F346B0A8-C5A8-473A-A9C6-C9784A57FF2C}0",       // trailing text
-                    "{F346B0A8-C5A8-473A-A9C6-C9784A57FF2 }"));
 
 struct ITestIntf : IInterface {
   static constexpr TGUID IID = TGUID::From("{6A1D4E20-0B7C-4F0E-9D53-2C3B8E7F1A01}");
@@ -43,19 +36,11 @@ struct IOtherIntf : IInterface {
   static constexpr TGUID IID = TGUID::From("{6A1D4E20-0B7C-4F0E-9D53-2C3B8E7F1A02}");
 };
 
-class TTestObject : public TInterfacedObject, public ITestIntf {
+class TTestObject : public testutil::TIntfObject<ITestIntf> {
   OSTREL_CLASS(TTestObject, TInterfacedObject)
  public:
   explicit TTestObject(int* destroyed) : fDestroyed(destroyed) {}
   ~TTestObject() override { ++*fDestroyed; }
-  HRESULT OSTREL_STDCALL QueryInterface(const TGUID& iid, void** obj) override {
-    return TInterfacedObject::QueryInterface(iid, obj);
-  }
-  Integer OSTREL_STDCALL _AddRef() override { return TInterfacedObject::_AddRef(); }
-  Integer OSTREL_STDCALL _Release() override { return TInterfacedObject::_Release(); }
-  bool GetInterface(const TGUID& iid, void** obj) override {
-    return GetInterfaceEntry<ITestIntf>(this, iid, obj) || TInterfacedObject::GetInterface(iid, obj);
-  }
   Integer OSTREL_STDCALL Value() override { return 42; }
 
  private:
