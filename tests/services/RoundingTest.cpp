@@ -17,90 +17,58 @@ namespace {
 
 std::string U8(std::u8string_view s) { return std::string(s.begin(), s.end()); }
 
-struct RoundCase {
-  Extended x;
-  int places;
-  TDecimalRoundingCtrl mode;
-  Extended expected;
-};
-
-void PrintTo(const RoundCase& c, std::ostream* os) {
-  *os << "RoundExt(" << static_cast<double>(c.x) << ", " << c.places << ", mode "
-      << static_cast<int>(c.mode) << ")";
-}
-
-class RoundExtTable : public ::testing::TestWithParam<RoundCase> {};
-
-TEST_P(RoundExtTable, GivesTheBookkeepersResult) {
-  const RoundCase& c = GetParam();
-  EXPECT_EQ(RoundExt(c.x, c.places, c.mode), c.expected);
-}
-
 // Just inside and just outside the relative tolerance around 2.5.
 constexpr Extended kHalfPlusIn = 2.5L + 2.5L * 5.0e-16L;
 constexpr Extended kHalfPlusOut = 2.5L + 2.5L * 6.0e-16L;
 constexpr Extended kHalfMinusIn = 2.5L - 2.5L * 5.0e-16L;
 constexpr Extended kHalfMinusOut = 2.5L - 2.5L * 6.0e-16L;
 
-INSTANTIATE_TEST_SUITE_P(
-    HalfUp, RoundExtTable,
-    ::testing::Values(RoundCase{2.675, 2, drHalfUp, 2.68L}, RoundCase{-2.675, 2, drHalfUp, -2.68L},
-                      RoundCase{2.675L, 2, drHalfUp, 2.68L}, RoundCase{1.005, 2, drHalfUp, 1.01L},
-                      RoundCase{2.5, 0, drHalfUp, 3}, RoundCase{-2.5, 0, drHalfUp, -3},
-                      RoundCase{2.4999, 0, drHalfUp, 2}, RoundCase{1234.5, -2, drHalfUp, 1200},
-                      RoundCase{1250, -2, drHalfUp, 1300}, RoundCase{-1250, -2, drHalfUp, -1300},
-                      RoundCase{0.3, 0, drHalfUp, 0}, RoundCase{kHalfMinusIn, 0, drHalfUp, 3},
-                      RoundCase{kHalfMinusOut, 0, drHalfUp, 2},
-                      RoundCase{0.1 + 0.2, 1, drHalfUp, 0.3L},
-                      RoundCase{123456789.125, 2, drHalfUp, 123456789.13L}));
+TEST(RoundExt, GivesTheBookkeepersResultInEveryMode) {
+  const auto beyond = static_cast<TDecimalRoundingCtrl>(12);
+  const struct {
+    Extended x;
+    int places;
+    TDecimalRoundingCtrl mode;
+    Extended expected;
+  } cases[] = {
+      {2.675, 2, drHalfUp, 2.68L},    {-2.675, 2, drHalfUp, -2.68L},  {2.675L, 2, drHalfUp, 2.68L},
+      {1.005, 2, drHalfUp, 1.01L},    {2.5, 0, drHalfUp, 3},          {-2.5, 0, drHalfUp, -3},
+      {2.4999, 0, drHalfUp, 2},       {1234.5, -2, drHalfUp, 1200},   {1250, -2, drHalfUp, 1300},
+      {-1250, -2, drHalfUp, -1300},   {0.3, 0, drHalfUp, 0},         {0.1 + 0.2, 1, drHalfUp, 0.3L},
+      {kHalfMinusIn, 0, drHalfUp, 3}, {kHalfMinusOut, 0, drHalfUp, 2},
+      {123456789.125, 2, drHalfUp, 123456789.13L},
 
-INSTANTIATE_TEST_SUITE_P(
-    HalfEven, RoundExtTable,
-    ::testing::Values(RoundCase{2.5, 0, drHalfEven, 2}, RoundCase{3.5, 0, drHalfEven, 3},
-                      RoundCase{3.51, 0, drHalfEven, 4}, RoundCase{-3.5, 0, drHalfEven, -3},
-                      RoundCase{-3.51, 0, drHalfEven, -4}, RoundCase{2.6, 0, drHalfEven, 3},
-                      RoundCase{2.4, 0, drHalfEven, 2}, RoundCase{2.675, 2, drHalfEven, 2.67L},
-                      RoundCase{1350, -2, drHalfEven, 1300}, RoundCase{1351, -2, drHalfEven, 1400},
-                      RoundCase{kHalfPlusIn, 0, drHalfEven, 2},
-                      RoundCase{kHalfPlusOut, 0, drHalfEven, 3}));
+      {2.5, 0, drHalfEven, 2},        {3.5, 0, drHalfEven, 3},        {3.51, 0, drHalfEven, 4},
+      {-3.5, 0, drHalfEven, -3},      {-3.51, 0, drHalfEven, -4},     {2.6, 0, drHalfEven, 3},
+      {2.4, 0, drHalfEven, 2},        {2.675, 2, drHalfEven, 2.67L},  {1350, -2, drHalfEven, 1300},
+      {1351, -2, drHalfEven, 1400},   {kHalfPlusIn, 0, drHalfEven, 2},
+      {kHalfPlusOut, 0, drHalfEven, 3},
 
-INSTANTIATE_TEST_SUITE_P(
-    HalfDirected, RoundExtTable,
-    ::testing::Values(RoundCase{2.5, 0, drHalfPos, 3}, RoundCase{-2.5, 0, drHalfPos, -2},
-                      RoundCase{2.675, 2, drHalfPos, 2.68L},
-                      RoundCase{-2.675, 2, drHalfPos, -2.67L},
-                      RoundCase{-150, -2, drHalfPos, -100}, RoundCase{2.5, 0, drHalfNeg, 2},
-                      RoundCase{-2.5, 0, drHalfNeg, -3}, RoundCase{2.675, 2, drHalfNeg, 2.67L},
-                      RoundCase{-2.675, 2, drHalfNeg, -2.68L}, RoundCase{150, -2, drHalfNeg, 100},
-                      RoundCase{2.5, 0, drHalfDown, 2}, RoundCase{-2.5, 0, drHalfDown, -2},
-                      RoundCase{2.6, 0, drHalfDown, 3}, RoundCase{-2.6, 0, drHalfDown, -3},
-                      RoundCase{-2.675, 2, drHalfDown, -2.67L},
-                      RoundCase{kHalfPlusIn, 0, drHalfDown, 2},
-                      RoundCase{kHalfPlusOut, 0, drHalfDown, 3}));
+      {2.5, 0, drHalfPos, 3},         {-2.5, 0, drHalfPos, -2},       {2.675, 2, drHalfPos, 2.68L},
+      {-2.675, 2, drHalfPos, -2.67L}, {-150, -2, drHalfPos, -100},    {2.5, 0, drHalfNeg, 2},
+      {-2.5, 0, drHalfNeg, -3},       {2.675, 2, drHalfNeg, 2.67L},  {-2.675, 2, drHalfNeg, -2.68L},
+      {150, -2, drHalfNeg, 100},      {2.5, 0, drHalfDown, 2},        {-2.5, 0, drHalfDown, -2},
+      {2.6, 0, drHalfDown, 3},        {-2.6, 0, drHalfDown, -3},    {-2.675, 2, drHalfDown, -2.67L},
+      {kHalfPlusIn, 0, drHalfDown, 2}, {kHalfPlusOut, 0, drHalfDown, 3},
 
-INSTANTIATE_TEST_SUITE_P(
-    Directed, RoundExtTable,
-    ::testing::Values(RoundCase{2.1, 0, drRndNeg, 2}, RoundCase{-2.1, 0, drRndNeg, -3},
-                      RoundCase{2, 0, drRndNeg, 2}, RoundCase{-2, 0, drRndNeg, -2},
-                      RoundCase{1299, -2, drRndNeg, 1200}, RoundCase{-1201, -2, drRndNeg, -1300},
-                      RoundCase{2.1, 0, drRndPos, 3}, RoundCase{-2.9, 0, drRndPos, -2},
-                      RoundCase{2, 0, drRndPos, 2}, RoundCase{1201, -2, drRndPos, 1300},
-                      RoundCase{2.9, 0, drRndDown, 2}, RoundCase{-2.9, 0, drRndDown, -2},
-                      RoundCase{1.15, 1, drRndDown, 1.1L}, RoundCase{-1299, -2, drRndDown, -1200},
-                      RoundCase{2.1, 0, drRndUp, 3}, RoundCase{-2.1, 0, drRndUp, -3},
-                      RoundCase{2, 0, drRndUp, 2}, RoundCase{1201, -2, drRndUp, 1300},
-                      // Representation noise within the tolerance is forgiven.
-                      RoundCase{1.0000000000000002, 0, drRndUp, 1},
-                      RoundCase{0.1 + 0.2, 1, drRndUp, 0.3L},
-                      RoundCase{0.7 - 0.4, 1, drRndDown, 0.3L},
-                      RoundCase{0.7 - 0.4, 1, drRndNeg, 0.3L}));
+      {2.1, 0, drRndNeg, 2},          {-2.1, 0, drRndNeg, -3},        {2, 0, drRndNeg, 2},
+      {-2, 0, drRndNeg, -2},          {1299, -2, drRndNeg, 1200},     {-1201, -2, drRndNeg, -1300},
+      {2.1, 0, drRndPos, 3},          {-2.9, 0, drRndPos, -2},        {2, 0, drRndPos, 2},
+      {1201, -2, drRndPos, 1300},     {2.9, 0, drRndDown, 2},         {-2.9, 0, drRndDown, -2},
+      {1.15, 1, drRndDown, 1.1L},     {-1299, -2, drRndDown, -1200},  {2.1, 0, drRndUp, 3},
+      {-2.1, 0, drRndUp, -3},         {2, 0, drRndUp, 2},             {1201, -2, drRndUp, 1300},
+      // Representation noise within the tolerance is forgiven.
+      {1.0000000000000002, 0, drRndUp, 1}, {0.1 + 0.2, 1, drRndUp, 0.3L},
+      {0.7 - 0.4, 1, drRndDown, 0.3L}, {0.7 - 0.4, 1, drRndNeg, 0.3L},
 
-INSTANTIATE_TEST_SUITE_P(
-    NoRounding, RoundExtTable,
-    ::testing::Values(RoundCase{2.675L, 2, drNone, 2.675L}, RoundCase{-7.77L, -1, drNone, -7.77L},
-                      // An ordinal beyond the modes rounds the scaled value as it is.
-                      RoundCase{2.6, 0, static_cast<TDecimalRoundingCtrl>(12), 3},
-                      RoundCase{2.5, 0, static_cast<TDecimalRoundingCtrl>(12), 2}));
+      {2.675L, 2, drNone, 2.675L},    {-7.77L, -1, drNone, -7.77L},
+      // An ordinal beyond the modes rounds the scaled value as it is.
+      {2.6, 0, beyond, 3},            {2.5, 0, beyond, 2}};
+  for (const auto& c : cases)
+    EXPECT_EQ(RoundExt(c.x, c.places, c.mode), c.expected)
+        << "RoundExt(" << static_cast<double>(c.x) << ", " << c.places << ", mode "
+        << static_cast<int>(c.mode) << ")";
+}
 
 TEST(RoundExt, LeavesNonFiniteValuesAndExtremePlacesAlone) {
   const Extended nan = std::numeric_limits<Extended>::quiet_NaN();
@@ -186,28 +154,22 @@ TEST(PercentAndTax, Sums) {
     Extended got, expected;
     const char* what;
   } cases[] = {
-      {TaxSum(100, 18, 2), 18, "18% on top of 100"},
-      {TaxSum(118, -18, 2), 18, "18% inside 118"},
+      {TaxSum(100, 18, 2), 18, "18% on top of 100"},  {TaxSum(118, -18, 2), 18, "18% inside 118"},
       {TaxSum(10.01, 20, 2), 2, "2.002 rounds to 2.00"},
       {TaxSum(0.05, 18, 2), 0.01L, "0.009 rounds to 0.01"},
-      {TaxSum(1.15, 10, 3), 0.115L, "three places"},
-      {TaxSum(-100, 18, 2), -18, "a refund"},
-      {TaxApply(100, 18, 2), 118, "gross"},
-      {TaxApply(118, -18, 2), 100, "net"},
+      {TaxSum(1.15, 10, 3), 0.115L, "three places"},  {TaxSum(-100, 18, 2), -18, "a refund"},
+      {TaxApply(100, 18, 2), 118, "gross"},           {TaxApply(118, -18, 2), 100, "net"},
       {TaxApply(99.99, 20, 2), 119.99L, "19.998 rounds up"},
       {TaxCalc(118, -18, 2), 18, "rate of an included tax"},
       {TaxCalc(100, 18, 2), 18, "rate of a tax on top"},
-      {TaxCalc(18, -18, 2), 0, "nothing left but tax"},
-      {TaxCalc(0, 5, 2), 0, "empty sum"},
-      {TaxCalc(300, 1, 4), 0.3333L, "rounded rate"},
-      {PercentBack(118, 18), 100, "base of 118 at 18%"},
+      {TaxCalc(18, -18, 2), 0, "nothing left but tax"}, {TaxCalc(0, 5, 2), 0, "empty sum"},
+      {TaxCalc(300, 1, 4), 0.3333L, "rounded rate"},  {PercentBack(118, 18), 100, "base of 118"},
       {PercentBack(118, -100), 0, "guarded division"},
       {PercentApply(100, 10), 110, "plus ten percent"},
       {PercentApply(100, -10), 90, "minus ten percent"},
       {PercentApply(100, 0), 100, "zero percent"},
       {PercentCalc(200, 150), 25, "150 is 25% below 200"},
-      {PercentCalc(200, 250), -25, "250 is 25% above 200"},
-  };
+      {PercentCalc(200, 250), -25, "250 is 25% above 200"}};
   for (const Case& c : cases)
     EXPECT_NEAR(static_cast<double>(c.got), static_cast<double>(c.expected), 1e-12) << c.what;
   EXPECT_TRUE(std::isinf(PercentCalc(0, 1)));
@@ -244,11 +206,9 @@ TEST(Formatting, FixedPointInTheRussianLocale) {
 TEST(Formatting, CurrencySymbols) {
   TFormatSettingsGuard guard(TFormatSettings::Russian());
   const AnsiString rub = Ansi(u8"р.");
-  EXPECT_EQ(AnsiToUtf8(FToStrSymb(5, 2, 2, 0, rub, false)), U8(u8"р.5,00"));
-  EXPECT_EQ(AnsiToUtf8(FToStrSymb(5, 2, 2, 1, rub, false)), U8(u8"5,00р."));
-  EXPECT_EQ(AnsiToUtf8(FToStrSymb(5, 2, 2, 2, rub, false)), U8(u8"р. 5,00"));
-  EXPECT_EQ(AnsiToUtf8(FToStrSymb(5, 2, 2, 3, rub, false)), U8(u8"5,00 р."));
-  EXPECT_EQ(AnsiToUtf8(FToStrSymb(5, 2, 2, 4, rub, false)), U8(u8"5,00"));
+  const std::u8string_view layouts[] = {u8"р.5,00", u8"5,00р.", u8"р. 5,00", u8"5,00 р.", u8"5,00"};
+  for (int f = 0; f < 5; ++f)
+    EXPECT_EQ(AnsiToUtf8(FToStrSymb(5, 2, 2, f, rub, false)), U8(layouts[f])) << f;
   EXPECT_EQ(AnsiToUtf8(CrcToStr(1234.5)), U8(u8"1\u00A0234,50 р."));
   EXPECT_EQ(AnsiToUtf8(CrcToStr(0.125, true)), U8(u8"0,125 р."));
   CurrencySymbol = false;
@@ -258,12 +218,9 @@ TEST(Formatting, CurrencySymbols) {
 
 TEST(Formatting, IntegersAndMemorySizes) {
   TFormatSettingsGuard guard(TFormatSettings::Russian());
-  EXPECT_EQ(Int0Str(7, 3), "007");
-  EXPECT_EQ(Int0Str(12345, 3), "123");
-  EXPECT_EQ(Int0Str(-5, 3), "0-5");
-  EXPECT_EQ(Int0Str(42, 2), "42");
-  EXPECT_EQ(Int0Str(42, 0), "");
-  EXPECT_EQ(Int0Str(42, -1), "");
+  EXPECT_EQ(Int0Str(7, 3) + "|" + Int0Str(12345, 3) + "|" + Int0Str(-5, 3) + "|" + Int0Str(42, 2) +
+                "|" + Int0Str(42, 0) + "|" + Int0Str(42, -1),
+            "007|123|0-5|42||");
 
   EXPECT_EQ(AnsiToUtf8(MemSizeStr(1000)), U8(u8"1\u00A0000 B"));
   EXPECT_EQ(AnsiToUtf8(MemSizeStr(0)), "0 B");
@@ -301,11 +258,8 @@ TEST(Formatting, Hexadecimal) {
   EXPECT_EQ(HexToInt("FF"), 255);
   EXPECT_EQ(HexToInt("$1a"), 26);
   EXPECT_EQ(HexToInt("7FFFFFFF"), INT_MAX);
-  EXPECT_THROW(HexToInt(""), EConvertError);
-  EXPECT_THROW(HexToInt("xyz"), EConvertError);
-  EXPECT_THROW(HexToInt("$"), EConvertError);
-  EXPECT_EQ(HexToInt("xyz", -7), -7);
-  EXPECT_EQ(HexToInt("", 3), 3);
+  for (const char* bad : {"", "xyz", "$"}) EXPECT_THROW(HexToInt(bad), EConvertError) << bad;
+  EXPECT_EQ(HexToInt("xyz", -7) + HexToInt("", 3), -4);
   EXPECT_EQ(HexToInt("10", 3), 16);
 }
 

@@ -16,38 +16,26 @@ const TCharSet kSemi{';'};
 // ---------------------------------------------------------------------------------------
 // Tokenising
 
-struct TokenCase {
-  const char* s;
-  int startPos;
-  std::vector<std::string> tokens;
-};
-
-class ExtractStrTable : public ::testing::TestWithParam<TokenCase> {};
-
-TEST_P(ExtractStrTable, YieldsNonEmptyTokensThenFalseWithEmptyToken) {
-  const TokenCase& c = GetParam();
-  int pos = c.startPos;
-  std::vector<std::string> got;
-  AnsiString token = "stale";
-  int guard = 0;
-  while (ExtractStr(c.s, pos, kSemi, token) && ++guard < 100) got.push_back(token);
-  EXPECT_EQ(got, c.tokens);
-  EXPECT_EQ(token, "");
-  EXPECT_FALSE(ExtractStr(c.s, pos, kSemi, token));  // stays exhausted
-  pos = c.startPos;
-  std::vector<std::string> again;  // the returning overload walks the same tokens
-  for (AnsiString t; !(t = ExtractStr(c.s, pos, kSemi)).empty() && again.size() < 100;)
-    again.push_back(t);
-  EXPECT_EQ(again, c.tokens);
+TEST(StrServTokens, ExtractStrYieldsNonEmptyTokensThenFalseWithEmptyToken) {
+  const struct { const char* s; int startPos; std::vector<std::string> tokens; } cases[] = {
+      {";a;;b;", 1, {"a", "b"}}, {"a;b", 0, {"a", "b"}}, {"ab;c", -7, {"ab", "c"}}, {"", 1, {}},
+      {";;;", 1, {}},            {"abc", 4, {}},         {"abc", 1000, {}},
+      {"xy;z", 2, {"y", "z"}},   {"one", 1, {"one"}}};
+  for (const auto& c : cases) {
+    int pos = c.startPos;
+    std::vector<std::string> got;
+    AnsiString token = "stale";
+    while (ExtractStr(c.s, pos, kSemi, token) && got.size() < 100) got.push_back(token);
+    EXPECT_EQ(got, c.tokens) << c.s;
+    EXPECT_EQ(token, "");
+    EXPECT_FALSE(ExtractStr(c.s, pos, kSemi, token));  // stays exhausted
+    pos = c.startPos;
+    std::vector<std::string> again;  // the returning overload walks the same tokens
+    for (AnsiString t; !(t = ExtractStr(c.s, pos, kSemi)).empty() && again.size() < 100;)
+      again.push_back(t);
+    EXPECT_EQ(again, c.tokens) << c.s;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    StrServ, ExtractStrTable,
-    ::testing::Values(TokenCase{";a;;b;", 1, {"a", "b"}}, TokenCase{"a;b", 0, {"a", "b"}},
-                      TokenCase{"ab;c", -7, {"ab", "c"}}, TokenCase{"", 1, {}},
-                      TokenCase{";;;", 1, {}}, TokenCase{"abc", 4, {}},
-                      TokenCase{"abc", 1000, {}}, TokenCase{"xy;z", 2, {"y", "z"}},
-                      TokenCase{"one", 1, {"one"}}));
 
 TEST(StrServTokens, DelimiterEndingATokenIsLeftForTheNextCall) {
   int pos = 1;
@@ -66,49 +54,27 @@ TEST(StrServTokens, DelimiterEndingATokenIsLeftForTheNextCall) {
   EXPECT_EQ(s, "first");
 }
 
-struct WordCase {
-  int n;
-  const char* s;
-  const char* word;
-};
-
-class ExtractWordTable : public ::testing::TestWithParam<WordCase> {};
-
-TEST_P(ExtractWordTable, NthRunOfNonDelimiters) {
-  const WordCase& c = GetParam();
-  EXPECT_EQ(ExtractWord(c.n, c.s, TCharSet{' ', ';'}), c.word);
+TEST(StrServTokens, ExtractWordTakesTheNthRunOfNonDelimiters) {
+  const struct { int n; const char* s; const char* word; } cases[] = {
+      {1, "  one two ", "one"}, {2, "  one two ", "two"}, {3, "  one two ", ""}, {0, "one", ""},
+      {-1, "one", ""},          {1, "", ""},              {1, " ;; ", ""},
+      {2, ";;a; ;b;", "b"},     {1, "whole", "whole"}};
+  for (const auto& c : cases) EXPECT_EQ(ExtractWord(c.n, c.s, TCharSet{' ', ';'}), c.word) << c.n;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    StrServ, ExtractWordTable,
-    ::testing::Values(WordCase{1, "  one two ", "one"}, WordCase{2, "  one two ", "two"},
-                      WordCase{3, "  one two ", ""}, WordCase{0, "one", ""},
-                      WordCase{-1, "one", ""}, WordCase{1, "", ""}, WordCase{1, " ;; ", ""},
-                      WordCase{2, ";;a; ;b;", "b"}, WordCase{1, "whole", "whole"}));
-
-struct DivCase {
-  const char* s;
-  const char* head;
-  const char* tail;
-};
-
-class StrDivTable : public ::testing::TestWithParam<DivCase> {};
-
-TEST_P(StrDivTable, SplitsAtFirstCharAndTrimsBothParts) {
-  const DivCase& c = GetParam();
-  AnsiString tail = "stale";
-  EXPECT_EQ(StrDiv(c.s, tail, ':'), c.head);
-  EXPECT_EQ(tail, c.tail);
+TEST(StrServTokens, StrDivSplitsAtTheFirstCharAndTrimsBothParts) {
+  const struct { const char *s, *head, *tail; } cases[] = {
+      {"  key : value ", "key", "value"}, {"abc", "abc", ""},  {"  abc\t", "abc", ""},
+      {"\t\x01" "a\r:\x1F" "b\r\n", "a", "b"}, {":x", "", "x"},  {"a:", "a", ""},
+      {"a:b:c", "a", "b:c"},
+      // A no-break space (0xA0) is above code 32, so it stays.
+      {"\xA0k\xA0 : v", "\xA0k\xA0", "v"}};
+  for (const auto& c : cases) {
+    AnsiString tail = "stale";
+    EXPECT_EQ(StrDiv(c.s, tail, ':'), c.head);
+    EXPECT_EQ(tail, c.tail);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    StrServ, StrDivTable,
-    ::testing::Values(DivCase{"  key : value ", "key", "value"}, DivCase{"abc", "abc", ""},
-                      DivCase{"  abc\t", "abc", ""}, DivCase{"\t\x01" "a\r:\x1F" "b\r\n", "a", "b"},
-                      DivCase{":x", "", "x"}, DivCase{"a:", "a", ""},
-                      DivCase{"a:b:c", "a", "b:c"},
-                      // A no-break space (0xA0) is above code 32, so it stays.
-                      DivCase{"\xA0k\xA0 : v", "\xA0k\xA0", "v"}));
 
 // ---------------------------------------------------------------------------------------
 // Joining, trimming, deleting
@@ -127,78 +93,53 @@ TEST(StrServJoin, EmptyPiecesNeverDoubleOrLeadSeparators) {
   EXPECT_EQ(self, "abcdefghijklmnopqrstuvwxyzaabcdefghijklmnopqrstuvwxyz");
 }
 
-struct TrimCase {
-  std::u8string s;
-  std::u8string set;
-  std::u8string left, right, both, deleted;
-};
-
-class TrimBySetTable : public ::testing::TestWithParam<TrimCase> {};
-
-TEST_P(TrimBySetTable, RemovesOnlyCharactersOfTheSet) {
-  const TrimCase& c = GetParam();
-  const AnsiString s = Ansi(c.s);
-  const TCharSet set = TCharSet::Of(Ansi(c.set));
-  EXPECT_EQ(TrimLeftCh(s, set), Ansi(c.left));
-  EXPECT_EQ(TrimRightCh(s, set), Ansi(c.right));
-  EXPECT_EQ(TrimCh(s, set), Ansi(c.both));
-  EXPECT_EQ(DelCh(s, set), Ansi(c.deleted));
-  AnsiString inPlace = s;
-  TkxStrPr::TrimCh(inPlace, set);
-  EXPECT_EQ(inPlace, Ansi(c.both));
+TEST(StrServJoin, TrimAndDeleteRemoveOnlyCharactersOfTheSet) {
+  const struct { std::u8string s, set, left, right, both, deleted; } cases[] = {
+      {u8"ааБвагаа", u8"а", u8"Бвагаа", u8"ааБваг", u8"Бваг", u8"Бвг"},
+      {u8"Аа", u8"а", u8"Аа", u8"А", u8"А", u8"А"},  // case matters: 'А' is not in {'а'}
+      // Codes above 0x7F (я is 0xFF, ё 0xB8) must not be taken as negative.
+      {u8"яёxяё", u8"ёя", u8"xяё", u8"яёx", u8"x", u8"x"},
+      {u8"--", u8"-", u8"", u8"", u8"", u8""},
+      {u8"", u8"-", u8"", u8"", u8"", u8""},
+      {u8" a b ", u8"", u8" a b ", u8" a b ", u8" a b ", u8" a b "}};
+  for (const auto& c : cases) {
+    const AnsiString s = Ansi(c.s);
+    const TCharSet set = TCharSet::Of(Ansi(c.set));
+    EXPECT_EQ(TrimLeftCh(s, set), Ansi(c.left));
+    EXPECT_EQ(TrimRightCh(s, set), Ansi(c.right));
+    EXPECT_EQ(TrimCh(s, set), Ansi(c.both));
+    EXPECT_EQ(DelCh(s, set), Ansi(c.deleted));
+    AnsiString inPlace = s;
+    TkxStrPr::TrimCh(inPlace, set);
+    EXPECT_EQ(inPlace, Ansi(c.both));
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    StrServ, TrimBySetTable,
-    ::testing::Values(
-        TrimCase{u8"ааБвагаа", u8"а", u8"Бвагаа", u8"ааБваг", u8"Бваг", u8"Бвг"},
-        // Case matters: 'А' is not in {'а'}.
-        TrimCase{u8"Аа", u8"а", u8"Аа", u8"А", u8"А", u8"А"},
-        // Codes above 0x7F (я is 0xFF, ё 0xB8) must not be taken as negative.
-        TrimCase{u8"яёxяё", u8"ёя", u8"xяё", u8"яёx", u8"x", u8"x"},
-        TrimCase{u8"--", u8"-", u8"", u8"", u8"", u8""},
-        TrimCase{u8"", u8"-", u8"", u8"", u8"", u8""},
-        TrimCase{u8" a b ", u8"", u8" a b ", u8" a b ", u8" a b ", u8" a b "}));
 
 // ---------------------------------------------------------------------------------------
 // Comparing
 
-TEST(StrServCompare, CompareIntSignWithoutOverflow) {
+TEST(StrServCompare, CompareVarGivesSignAndIsAntisymmetric) {
   EXPECT_EQ(CompareInt(7, 7), 0);
-  EXPECT_EQ(CompareInt(INT64_MIN, INT64_MAX), -1);
-  EXPECT_EQ(CompareInt(INT64_MAX, -1), 1);
-}
-
-struct VarCase {
-  Variant a, b;
-  bool ignoreCase;
-  int expected;
-};
-
-class CompareVarTable : public ::testing::TestWithParam<VarCase> {};
-
-TEST_P(CompareVarTable, GivesSignAndIsAntisymmetric) {
-  const VarCase& c = GetParam();
-  EXPECT_EQ(CompareVar(c.a, c.b, c.ignoreCase), c.expected);
-  if (!VarIsArray(c.a)) {
-    EXPECT_EQ(CompareVar(c.b, c.a, c.ignoreCase), -c.expected);
+  EXPECT_EQ(CompareInt(INT64_MIN, INT64_MAX) * 10 + CompareInt(INT64_MAX, -1), -9);
+  const struct { Variant a, b; bool ignoreCase; int expected; } cases[] = {
+      {"abc", "ABC", true, 0}, {"abc", "abd", true, -1}, {Ansi(u8"ёЛка"), Ansi(u8"ЁлКА"), true, 0},
+      {Variant(u"Abc"), "aBC", true, 0},
+      // Not both strings: the case flag does not turn numbers into text.
+      {10, "9", true, 1},      {10, 9.5, false, 1},      {1, 2.5, false, -1},
+      {Variant::Null(), 1, false, 0},                    {Variant(), Variant::Null(), true, 0},
+      {VarArrayOf({1, 5, 0}), VarArrayOf({1, 2, 9}), false, 1},
+      {VarArrayOf({1, "b", 3}), VarArrayOf({1, "B", 0}), true, 1},
+      {VarArrayOf({1, 2, 3}), VarArrayOf({0}), false, 1},
+      {VarArrayOf({1, 2}), VarArrayOf({1, 2, 3}), false, 0},
+      {VarArrayCreate(0, -1), VarArrayOf({1}), false, 0}};
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    const auto& c = cases[i];
+    EXPECT_EQ(CompareVar(c.a, c.b, c.ignoreCase), c.expected) << "case #" << i;
+    if (!VarIsArray(c.a)) {
+      EXPECT_EQ(CompareVar(c.b, c.a, c.ignoreCase), -c.expected) << "case #" << i;
+    }
   }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    StrServ, CompareVarTable,
-    ::testing::Values(
-        VarCase{"abc", "ABC", true, 0}, VarCase{"abc", "abd", true, -1},
-        VarCase{Ansi(u8"ёЛка"), Ansi(u8"ЁлКА"), true, 0},
-        VarCase{Variant(u"Abc"), "aBC", true, 0},
-        // Not both strings: the case flag does not turn numbers into text.
-        VarCase{10, "9", true, 1}, VarCase{10, 9.5, false, 1}, VarCase{1, 2.5, false, -1},
-        VarCase{Variant::Null(), 1, false, 0}, VarCase{Variant(), Variant::Null(), true, 0},
-        VarCase{VarArrayOf({1, 5, 0}), VarArrayOf({1, 2, 9}), false, 1},
-        VarCase{VarArrayOf({1, "b", 3}), VarArrayOf({1, "B", 0}), true, 1},
-        VarCase{VarArrayOf({1, 2, 3}), VarArrayOf({0}), false, 1},
-        VarCase{VarArrayOf({1, 2}), VarArrayOf({1, 2, 3}), false, 0},
-        VarCase{VarArrayCreate(0, -1), VarArrayOf({1}), false, 0}));
 
 TEST(StrServCompare, CaseCountsWithoutTheFlag) {
   EXPECT_NE(CompareVar("abc", "ABC", false), 0);
