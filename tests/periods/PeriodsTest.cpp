@@ -2,6 +2,7 @@
 // localisation of the words, and temporary date formats.
 #include <ostrel/periods/Kxdateutils.h>
 
+#include <TestUtil.h>
 #include <periods/TestDates.h>
 
 #include <gtest/gtest.h>
@@ -209,17 +210,8 @@ TEST_F(Periods, DatePeriodInfoStrNamesEachKind) {
 
 // Translates the period words into English and marks anything else with "?". The word for
 // "days" carries a percent sign, which must reach the text as it is.
-class EnglishLib : public TInterfacedObject, public IkxLcLib {
+class EnglishLib : public testutil::TIntfObject<IkxLcLib> {
  public:
-  HRESULT OSTREL_STDCALL QueryInterface(const TGUID& iid, void** obj) override {
-    return TInterfacedObject::QueryInterface(iid, obj);
-  }
-  Integer OSTREL_STDCALL _AddRef() override { return TInterfacedObject::_AddRef(); }
-  Integer OSTREL_STDCALL _Release() override { return TInterfacedObject::_Release(); }
-  bool GetInterface(const TGUID& iid, void** obj) override {
-    return GetInterfaceEntry<IkxLcLib>(this, iid, obj) ||
-           TInterfacedObject::GetInterface(iid, obj);
-  }
   void OSTREL_STDCALL Op1() override {}
   AnsiString OSTREL_STDCALL Op2(std::string_view) override { return {}; }
   WideString OSTREL_STDCALL TranslateW(std::u16string_view text, std::string_view) override {
