@@ -17,6 +17,8 @@ namespace {
 
 using testutil::MessageOf;
 
+std::size_t At(Int64 p) { return static_cast<std::size_t>(p); }
+
 // A stream over a string that counts the calls made to it and can be told to fail.
 class ProbeStream : public TStream {
  public:
@@ -24,16 +26,15 @@ class ProbeStream : public TStream {
   Integer Read(void* buffer, Integer count) override {
     ++reads;
     const Int64 n = std::clamp<Int64>(static_cast<Int64>(data.size()) - pos, 0, count);
-    data.copy(static_cast<char*>(buffer), static_cast<std::size_t>(n), static_cast<std::size_t>(pos));
+    data.copy(static_cast<char*>(buffer), At(n), At(pos));
     pos += n;
     return static_cast<Integer>(n);
   }
   Integer Write(const void* buffer, Integer count) override {
     ++writes;
     if (readOnly || count <= 0) return 0;
-    if (pos > static_cast<Int64>(data.size())) data.resize(static_cast<std::size_t>(pos));
-    data.replace(static_cast<std::size_t>(pos), static_cast<std::size_t>(count),
-                 static_cast<const char*>(buffer), static_cast<std::size_t>(count));
+    if (pos > static_cast<Int64>(data.size())) data.resize(At(pos));
+    data.replace(At(pos), At(count), static_cast<const char*>(buffer), At(count));
     pos += count;
     return count;
   }
@@ -42,9 +43,11 @@ class ProbeStream : public TStream {
     if (failSeek || from + offset < 0) return -1;
     return pos = from + offset;
   }
-  Int64 GetSize() override { return claimedSize >= 0 ? claimedSize : static_cast<Int64>(data.size()); }
+  Int64 GetSize() override {
+    return claimedSize >= 0 ? claimedSize : static_cast<Int64>(data.size());
+  }
   void SetSize(Int64 size) override {
-    if (!readOnly) data.resize(static_cast<std::size_t>(size));
+    if (!readOnly) data.resize(At(size));
   }
 
   std::string data;
@@ -59,8 +62,6 @@ std::string RandomBytes(std::mt19937& rng, std::size_t n) {
   for (char& c : s) c = static_cast<char>(rng());
   return s;
 }
-
-std::size_t At(Int64 p) { return static_cast<std::size_t>(p); }
 
 class BufStreamSizes : public ::testing::TestWithParam<int> {};
 

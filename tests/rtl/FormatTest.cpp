@@ -22,10 +22,7 @@ const AnsiString NB = "\xA0";
 constexpr Extended kInf = std::numeric_limits<Extended>::infinity();
 constexpr Extended kNaN = std::numeric_limits<Extended>::quiet_NaN();
 
-struct TextCase {
-  AnsiString expected;
-  AnsiString (*make)();
-};
+struct TextCase { AnsiString expected; AnsiString (*make)(); };
 
 void CheckTexts(const std::vector<TextCase>& cases) {
   TFormatSettingsGuard guard(TFormatSettings::Russian());
@@ -131,10 +128,7 @@ TEST(FormatTest, BadSpecifiersRaiseWithTheFormatText) {
 }
 
 TEST(FloatTextTest, ShortestGeneralText) {
-  struct Case {
-    Extended value;
-    const char* expected;
-  };
+  struct Case { Extended value; const char* expected; };
   const Case cases[] = {
       {0.0, "0"},          {-0.0, "0"},         {0.1, "0,1"},         {0.1 + 0.2, "0,3"},
       {-1.5, "-1,5"},      {100.0, "100"},      {1.0 / 3.0, "0,333333333333333"},
@@ -150,12 +144,7 @@ TEST(FloatTextTest, ShortestGeneralText) {
 }
 
 TEST(FloatTextTest, AllFormats) {
-  struct Case {
-    Extended value;
-    TFloatFormat format;
-    int precision, digits;
-    AnsiString expected;
-  };
+  struct Case { Extended value; TFloatFormat format; int precision, digits; AnsiString expected; };
   const AnsiString rub = " " + R(u8"р.");
   const Case cases[] = {
       {1234.5678, ffFixed, 15, 2, "1234,57"}, {2.675L, ffFixed, 15, 2, "2,68"},
@@ -199,11 +188,7 @@ TEST(FloatTextTest, CurrencyLayouts) {
 }
 
 TEST(FormatFloatTest, Pictures) {
-  struct Case {
-    AnsiString format;
-    Extended value;
-    AnsiString expected;
-  };
+  struct Case { AnsiString format; Extended value; AnsiString expected; };
   const Case cases[] = {
       {"0.00", 1234.567, "1234,57"},   {"#,##0.00", 1234567.891, "1" + NB + "234" + NB + "567,89"},
       {"#,##0", -1234567.0, "-1" + NB + "234" + NB + "567"},
@@ -223,10 +208,7 @@ TEST(FormatFloatTest, Pictures) {
 }
 
 TEST(IntParseTest, AcceptsTheClassicSyntax) {
-  struct Case {
-    const char* text;
-    Integer value;
-  };
+  struct Case { const char* text; Integer value; };
   const Case cases[] = {
       {"0", 0},           {"  42", 42},     {"+7", 7},
       {"-2147483648", std::numeric_limits<Integer>::min()},
@@ -266,10 +248,7 @@ TEST(IntTextTest, DecimalAndHex) {
 }
 
 TEST(FloatParseTest, ParsesWithTheLocaleSeparator) {
-  struct Case {
-    const char* text;
-    Extended value;
-  };
+  struct Case { const char* text; Extended value; };
   const Case cases[] = {
       {"1,5", 1.5L},   {"  -2,25  ", -2.25L}, {"1E3", 1000.0L}, {"1,5e-2", 0.015L},
       {",5", 0.5L},    {"5,", 5.0L},          {"+3", 3.0L},     {"0,1", 0.1L},
@@ -300,10 +279,7 @@ TEST(FloatParseTest, RejectsForeignSyntax) {
 }
 
 TEST(CurrencyTextTest, DoubleToCurrencyRoundsHalfToEven) {
-  struct Case {
-    Extended value;
-    Int64 raw;
-  };
+  struct Case { Extended value; Int64 raw; };
   const Case cases[] = {
       {0.03125, 312},  // exactly 312.5 ten-thousandths: to the even neighbour
       {0.09375, 938},  {-0.03125, -312}, {1.23456, 12346}, {0.0, 0},
@@ -316,10 +292,7 @@ TEST(CurrencyTextTest, DoubleToCurrencyRoundsHalfToEven) {
 }
 
 TEST(CurrencyTextTest, TextInAndOut) {
-  struct Case {
-    Int64 raw;
-    const char* text;
-  };
+  struct Case { Int64 raw; const char* text; };
   const Case out[] = {
       {15000, "1,5"},   {-1, "-0,0001"}, {30000, "3"},  {0, "0"}, {123456789, "12345,6789"},
       {std::numeric_limits<Int64>::max(), "922337203685477,5807"},
@@ -346,10 +319,7 @@ TEST(CurrencyTextTest, TextInAndOut) {
 TEST(BoolTextTest, TextsBothWays) {
   EXPECT_EQ(BoolToStr(true) + BoolToStr(false) + BoolToStr(true, true) + BoolToStr(false, true),
             "-10TrueFalse");
-  struct Case {
-    const char* text;
-    bool value;
-  };
+  struct Case { const char* text; bool value; };
   const Case good[] = {{"true", true}, {"FALSE", false}, {"0", false},
                        {"-1", true},   {"2,5", true},    {"0,0", false}};
   TFormatSettingsGuard guard(TFormatSettings::Russian());

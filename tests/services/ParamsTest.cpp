@@ -76,10 +76,7 @@ TEST(ParseParams, NonStrictListsWhatWasMissing) {
 TEST(ParseParams, StrictRaisesAndLeavesTheDumpAlone) {
   IPtr<IDump> d = SampleDump();
   const Integer before = d->get_Count();
-  struct Case {
-    const char* text;
-    const char* message;
-  } cases[] = {
+  struct Case { const char* text; const char* message; } cases[] = {
       {"ok %x, then %abc", "Parameter \"abc\" not found"},
       {"%\"no such\"", "Parameter \"no such\" not found"},
       {"%emptyv", "Value of parameter \"emptyv\" is empty"},
@@ -94,11 +91,7 @@ TEST(ParseParams, StrictRaisesAndLeavesTheDumpAlone) {
 }
 
 TEST(GetCmdParams, SwitchesAndValues) {
-  struct Case {
-    Args args;
-    bool strip;
-    const char* stored;
-  } cases[] = {
+  struct Case { Args args; bool strip; const char* stored; } cases[] = {
       {{"a.exe", "-q", "/v=1", "-n", ":7", "-m", "="}, false, "-q=;-v=1;-n=7;-m=;"},
       {{"a.exe", "-user=ivan"}, false, "-user=ivan;"},
       {{"a.exe", "-user", "=ivan"}, false, "-user=ivan;"},
@@ -148,10 +141,7 @@ TEST(GetCmdParams, ReadsTheRealCommandLineOfTheProcess) {
 }
 
 TEST(Str2Bool, TruthWords) {
-  struct Case {
-    std::u8string_view text;
-    bool value;
-  } cases[] = {
+  struct Case { std::u8string_view text; bool value; } cases[] = {
       {u8"1", true},     {u8"T", true},    {u8"t", true},     {u8"TRUE", true},
       {u8"true", true},  {u8"True", true}, {u8"Y", true},     {u8"y", true},
       {u8"YES", true},   {u8"yes", true},  {u8"Д", true},     {u8"д", true},

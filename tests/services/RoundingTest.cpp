@@ -25,12 +25,7 @@ constexpr Extended kHalfMinusOut = 2.5L - 2.5L * 6.0e-16L;
 
 TEST(RoundExt, GivesTheBookkeepersResultInEveryMode) {
   const auto beyond = static_cast<TDecimalRoundingCtrl>(12);
-  const struct {
-    Extended x;
-    int places;
-    TDecimalRoundingCtrl mode;
-    Extended expected;
-  } cases[] = {
+  const struct { Extended x; int places; TDecimalRoundingCtrl mode; Extended expected; } cases[] = {
       {2.675, 2, drHalfUp, 2.68L},    {-2.675, 2, drHalfUp, -2.68L},  {2.675L, 2, drHalfUp, 2.68L},
       {1.005, 2, drHalfUp, 1.01L},    {2.5, 0, drHalfUp, 3},          {-2.5, 0, drHalfUp, -3},
       {2.4999, 0, drHalfUp, 2},       {1234.5, -2, drHalfUp, 1200},   {1250, -2, drHalfUp, 1300},
@@ -128,10 +123,7 @@ TEST(RoundF, ShorthandsAndSteps) {
 }
 
 TEST(CompareSums, RoundTheDifferenceBeforeComparing) {
-  struct Case {
-    Extended a, b;
-    int places, cmp, est;
-  } cases[] = {
+  struct Case { Extended a, b; int places, cmp, est; } cases[] = {
       {1.004, 1.0, 2, 0, 2},   {1.006, 1.0, 2, 1, 3},   {1.0, 1.006, 2, -1, 1},
       {0, 5, 2, -1, 0},        {-1, 5, 2, -1, -1},      {5, 5, 2, 0, 2},
       {0.004, 5, 2, -1, 0},    {0.1 + 0.2, 0.3, 8, 0, 2}, {-0.006, 0, 2, -1, -1},
@@ -150,10 +142,7 @@ TEST(CompareSums, RoundTheDifferenceBeforeComparing) {
 }
 
 TEST(PercentAndTax, Sums) {
-  struct Case {
-    Extended got, expected;
-    const char* what;
-  } cases[] = {
+  struct Case { Extended got, expected; const char* what; } cases[] = {
       {TaxSum(100, 18, 2), 18, "18% on top of 100"},  {TaxSum(118, -18, 2), 18, "18% inside 118"},
       {TaxSum(10.01, 20, 2), 2, "2.002 rounds to 2.00"},
       {TaxSum(0.05, 18, 2), 0.01L, "0.009 rounds to 0.01"},
@@ -177,12 +166,7 @@ TEST(PercentAndTax, Sums) {
 
 TEST(Formatting, FixedPointInTheRussianLocale) {
   TFormatSettingsGuard guard(TFormatSettings::Russian());
-  struct Case {
-    Extended x;
-    int lo, hi;
-    bool mark;
-    std::u8string_view expected;
-  } cases[] = {
+  struct Case { Extended x; int lo, hi; bool mark; std::u8string_view expected; } cases[] = {
       {1.5, 0, 2, false, u8"1,5"},
       {1.2345, 0, 2, true, u8"~1,23"},
       {1.2345, 0, 2, false, u8"1,23"},
@@ -234,11 +218,7 @@ TEST(Formatting, IntegersAndMemorySizes) {
 
 TEST(Formatting, NumbersFromFreeText) {
   TFormatSettingsGuard guard(TFormatSettings::Russian());
-  struct Case {
-    std::u8string_view text;
-    bool found;
-    Extended value;
-  } cases[] = {
+  struct Case { std::u8string_view text; bool found; Extended value; } cases[] = {
       {u8"Итого: -12,50 руб.", true, 12.5},
       {u8"нет", false, 0},
       {u8"", false, 0},
