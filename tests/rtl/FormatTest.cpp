@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <string>
 
@@ -21,14 +22,6 @@ const AnsiString NB = "\xA0";
 
 constexpr Extended kInf = std::numeric_limits<Extended>::infinity();
 constexpr Extended kNaN = std::numeric_limits<Extended>::quiet_NaN();
-
-struct TextCase { AnsiString expected; AnsiString (*make)(); };
-
-void CheckTexts(const std::vector<TextCase>& cases) {
-  TFormatSettingsGuard guard(TFormatSettings::Russian());
-  for (std::size_t i = 0; i < cases.size(); ++i)
-    EXPECT_EQ(cases[i].make(), cases[i].expected) << "case #" << i;
-}
 
 TEST(FormatSettingsTest, RussianDefaultsAndInvariant) {
   const TFormatSettings ru = TFormatSettings::Russian();
@@ -61,44 +54,32 @@ TEST(FormatSettingsTest, GuardRestoresAfterException) {
 }
 
 TEST(FormatTest, SpecifiersIndexWidthPrecision) {
-  CheckTexts({
-      {"42", [] { return Format("%d", 42); }},
-      {"   42|42   |", [] { return Format("%5d|%-5d|", 42, 42); }},
-      {"-00042", [] { return Format("%.5d", -42); }},
-      {"18446744073709551615", [] { return Format("%d", std::numeric_limits<UInt64>::max()); }},
-      {"FF|00FF", [] { return Format("%x|%.4x", 255, 255); }},
-      {"FFFFFFFF", [] { return Format("%x", -1); }},
-      {"FFFFFFFFFFFFFFFF", [] { return Format("%X", Int64{-1}); }},
-      {"4294967295", [] { return Format("%u", -1); }},
-      {"a-b-c", [] { return Format("%s-%s-%s", "a", AnsiString("b"), 'c'); }},
-      {"ab|    ab|ab  |", [] { return Format("%.2s|%6.2s|%-4s|", "abcdef", "abcdef", "ab"); }},
-      {"b a b", [] { return Format("%1:s %0:s %s", "a", "b"); }},
-      {"   42|2,3     |", [] { return Format("%*d|%-*.*f|", 5, 42, 8, 1, 2.25); }},
-      {"7 %", [] { return Format("%D %%", 7); }},
-      {R(u8"Сумма: 5"), [] { return Format(R(u8"Сумма: %d"), 5); }},
-      {std::string(sizeof(void*) * 2, '0'),
-       [] { return Format("%p", static_cast<const void*>(nullptr)); }},
-  });
+  TFormatSettingsGuard guard(TFormatSettings::Russian());
+  EXPECT_EQ(Format("%d|%5d|%-5d|%.5d", 42, 42, 42, -42), "42|   42|42   |-00042");
+  EXPECT_EQ(Format("%d", std::numeric_limits<UInt64>::max()), "18446744073709551615");
+  EXPECT_EQ(Format("%x|%.4x|%x|%u", 255, 255, -1, -1), "FF|00FF|FFFFFFFF|4294967295");
+  EXPECT_EQ(Format("%X", Int64{-1}), "FFFFFFFFFFFFFFFF");
+  EXPECT_EQ(Format("%s-%s-%s", "a", AnsiString("b"), 'c'), "a-b-c");
+  EXPECT_EQ(Format("%.2s|%6.2s|%-4s|", "abcdef", "abcdef", "ab"), "ab|    ab|ab  |");
+  EXPECT_EQ(Format("%1:s %0:s %s", "a", "b"), "b a b");
+  EXPECT_EQ(Format("%*d|%-*.*f|", 5, 42, 8, 1, 2.25), "   42|2,3     |");
+  EXPECT_EQ(Format("%D %%", 7), "7 %");
+  EXPECT_EQ(Format(R(u8"Сумма: %d"), 5), R(u8"Сумма: 5"));
+  EXPECT_EQ(Format("%p", static_cast<const void*>(nullptr)), std::string(sizeof(void*) * 2, '0'));
 }
 
 TEST(FormatTest, FloatSpecifiers) {
-  CheckTexts({
-      {"1234,50", [] { return Format("%f", 1234.5); }},
-      {"3", [] { return Format("%.0f", 2.5); }},
-      {"0,000", [] { return Format("%.3f", -0.0004); }},
-      {"1" + NB + "234" + NB + "567,89", [] { return Format("%n", 1234567.891); }},
-      {"-1" + NB + "235", [] { return Format("%.0n", -1234.5); }},
-      {"1" + NB + "234,50 " + R(u8"р."), [] { return Format("%m", 1234.5); }},
-      {"-5,00 " + R(u8"р."), [] { return Format("%m", -5.0); }},
-      {"3,0 " + R(u8"р."), [] { return Format("%.1m", Currency::FromInt(3)); }},
-      {"0,1", [] { return Format("%g", 0.1); }},
-      {"1E020", [] { return Format("%g", 1e20); }},
-      {"1,5E-007", [] { return Format("%g", 1.5e-7); }},
-      {"1,23456789000000E+003", [] { return Format("%e", 1234.56789); }},
-      {"-1,23E-004", [] { return Format("%.3e", -0.000123456); }},
-      {"0,00000000000000E+000", [] { return Format("%e", 0.0); }},
-      {"12,5000", [] { return Format("%.4f", Currency::FromRaw(125000)); }},
-  });
+  TFormatSettingsGuard guard(TFormatSettings::Russian());
+  const AnsiString rub = " " + R(u8"р.");
+  EXPECT_EQ(Format("%f|%.0f|%.3f", 1234.5, 2.5, -0.0004), "1234,50|3|0,000");
+  EXPECT_EQ(Format("%n|%.0n", 1234567.891, -1234.5),
+            "1" + NB + "234" + NB + "567,89|-1" + NB + "235");
+  EXPECT_EQ(Format("%m|%m", 1234.5, -5.0), "1" + NB + "234,50" + rub + "|-5,00" + rub);
+  EXPECT_EQ(Format("%.1m", Currency::FromInt(3)), "3,0" + rub);
+  EXPECT_EQ(Format("%g|%g|%g", 0.1, 1e20, 1.5e-7), "0,1|1E020|1,5E-007");
+  EXPECT_EQ(Format("%e|%.3e", 1234.56789, -0.000123456), "1,23456789000000E+003|-1,23E-004");
+  EXPECT_EQ(Format("%e", 0.0), "0,00000000000000E+000");
+  EXPECT_EQ(Format("%.4f", Currency::FromRaw(125000)), "12,5000");
 }
 
 TEST(FormatTest, BadSpecifiersRaiseWithTheFormatText) {
@@ -128,8 +109,7 @@ TEST(FormatTest, BadSpecifiersRaiseWithTheFormatText) {
 }
 
 TEST(FloatTextTest, ShortestGeneralText) {
-  struct Case { Extended value; const char* expected; };
-  const Case cases[] = {
+  const struct { Extended value; const char* expected; } cases[] = {
       {0.0, "0"},          {-0.0, "0"},         {0.1, "0,1"},         {0.1 + 0.2, "0,3"},
       {-1.5, "-1,5"},      {100.0, "100"},      {1.0 / 3.0, "0,333333333333333"},
       {2.0 / 3.0, "0,666666666666667"},         {123456789012345.0, "123456789012345"},
@@ -140,13 +120,17 @@ TEST(FloatTextTest, ShortestGeneralText) {
       // 18 digits are produced first (1.00000000000000500), then cut half-up at 15.
       {1.000000000000004999999L, "1,00000000000001"}};
   TFormatSettingsGuard guard(TFormatSettings::Russian());
-  for (const Case& c : cases) EXPECT_EQ(FloatToStr(c.value), c.expected) << c.expected;
+  for (const auto& c : cases) EXPECT_EQ(FloatToStr(c.value), c.expected) << c.expected;
 }
 
 TEST(FloatTextTest, AllFormats) {
-  struct Case { Extended value; TFloatFormat format; int precision, digits; AnsiString expected; };
   const AnsiString rub = " " + R(u8"р.");
-  const Case cases[] = {
+  const struct {
+    Extended value;
+    TFloatFormat format;
+    int precision, digits;
+    AnsiString expected;
+  } cases[] = {
       {1234.5678, ffFixed, 15, 2, "1234,57"}, {2.675L, ffFixed, 15, 2, "2,68"},
       {2.675, ffFixed, 15, 2, "2,67"},  // the double lies below the half
       {1.005L, ffFixed, 15, 2, "1,01"},
@@ -166,7 +150,7 @@ TEST(FloatTextTest, AllFormats) {
       {-0.001, ffCurrency, 15, 2, "0,00" + rub},
       {kNaN, ffFixed, 15, 2, "NAN"},          {-kInf, ffCurrency, 15, 2, "-INF"}};
   TFormatSettingsGuard guard(TFormatSettings::Russian());
-  for (const Case& c : cases)
+  for (const auto& c : cases)
     EXPECT_EQ(FloatToStrF(c.value, c.format, c.precision, c.digits), c.expected)
         << c.expected;
 }
@@ -188,8 +172,7 @@ TEST(FloatTextTest, CurrencyLayouts) {
 }
 
 TEST(FormatFloatTest, Pictures) {
-  struct Case { AnsiString format; Extended value; AnsiString expected; };
-  const Case cases[] = {
+  const struct { AnsiString format; Extended value; AnsiString expected; } cases[] = {
       {"0.00", 1234.567, "1234,57"},   {"#,##0.00", 1234567.891, "1" + NB + "234" + NB + "567,89"},
       {"#,##0", -1234567.0, "-1" + NB + "234" + NB + "567"},
       {"#,##0.00", 0.5, "0,50"},       {"#.##", 0.5, ",5"},        {"#.##", 0.0, ""},
@@ -203,22 +186,17 @@ TEST(FormatFloatTest, Pictures) {
       {"", 1.5, "1,5"},                {"0.00", kNaN, "NAN"},
       {R(u8"'Итого: '#,##0.00' р.'"), 1500.0, R(u8"Итого: 1") + NB + R(u8"500,00 р.")}};
   TFormatSettingsGuard guard(TFormatSettings::Russian());
-  for (const Case& c : cases)
+  for (const auto& c : cases)
     EXPECT_EQ(FormatFloat(c.format, c.value), c.expected) << "'" << c.format << "'";
 }
 
 TEST(IntParseTest, AcceptsTheClassicSyntax) {
-  struct Case { const char* text; Integer value; };
-  const Case cases[] = {
-      {"0", 0},           {"  42", 42},     {"+7", 7},
-      {"-2147483648", std::numeric_limits<Integer>::min()},
-      {"2147483647", 2147483647},            {"$FF", 255},
-      {"0x1f", 31},       {"x10", 16},      {"-$10", -16},
-      {"$FFFFFFFF", -1},  {"007", 7},
-  };
-  for (const Case& c : cases) EXPECT_EQ(StrToInt(c.text), c.value) << c.text;
-  EXPECT_EQ(StrToInt64("9223372036854775807"), std::numeric_limits<Int64>::max());
-  EXPECT_EQ(StrToInt64("-9223372036854775808"), std::numeric_limits<Int64>::min());
+  const struct { const char* text; Integer value; } cases[] = {
+      {"0", 0}, {"  42", 42}, {"+7", 7}, {"-2147483648", INT32_MIN}, {"2147483647", INT32_MAX},
+      {"$FF", 255}, {"0x1f", 31}, {"x10", 16}, {"-$10", -16}, {"$FFFFFFFF", -1}, {"007", 7}};
+  for (const auto& c : cases) EXPECT_EQ(StrToInt(c.text), c.value) << c.text;
+  EXPECT_EQ(StrToInt64("9223372036854775807"), INT64_MAX);
+  EXPECT_EQ(StrToInt64("-9223372036854775808"), INT64_MIN);
   EXPECT_EQ(StrToInt64("$FFFFFFFFFFFFFFFF"), -1);
   EXPECT_EQ(StrToInt64("99999999999"), 99999999999);
 }
@@ -248,14 +226,12 @@ TEST(IntTextTest, DecimalAndHex) {
 }
 
 TEST(FloatParseTest, ParsesWithTheLocaleSeparator) {
-  struct Case { const char* text; Extended value; };
-  const Case cases[] = {
+  const struct { const char* text; Extended value; } cases[] = {
       {"1,5", 1.5L},   {"  -2,25  ", -2.25L}, {"1E3", 1000.0L}, {"1,5e-2", 0.015L},
       {",5", 0.5L},    {"5,", 5.0L},          {"+3", 3.0L},     {"0,1", 0.1L},
-      {"1E-5000", 0.0L},
-  };
+      {"1E-5000", 0.0L}};
   TFormatSettingsGuard guard(TFormatSettings::Russian());
-  for (const Case& c : cases) EXPECT_EQ(StrToFloat(c.text), c.value) << c.text;
+  for (const auto& c : cases) EXPECT_EQ(StrToFloat(c.text), c.value) << c.text;
   double d = 0;
   ASSERT_TRUE(TryStrToFloat("0,1", d));
   EXPECT_EQ(d, 0.1);  // rounded once, straight to double
@@ -279,13 +255,12 @@ TEST(FloatParseTest, RejectsForeignSyntax) {
 }
 
 TEST(CurrencyTextTest, DoubleToCurrencyRoundsHalfToEven) {
-  struct Case { Extended value; Int64 raw; };
-  const Case cases[] = {
+  const struct { Extended value; Int64 raw; } cases[] = {
       {0.03125, 312},  // exactly 312.5 ten-thousandths: to the even neighbour
       {0.09375, 938},  {-0.03125, -312}, {1.23456, 12346}, {0.0, 0},
       {0.00015, 1},    // the double is just below 1.5 ten-thousandths
       {-922337203685477.0L, -9223372036854770000}};
-  for (const Case& c : cases) EXPECT_EQ(DoubleToCurrency(c.value).Raw, c.raw) << c.raw;
+  for (const auto& c : cases) EXPECT_EQ(DoubleToCurrency(c.value).Raw, c.raw) << c.raw;
   EXPECT_EQ(CurrencyToExtended(Currency::FromRaw(-15000)), -1.5L);
   for (Extended bad : {1e15L, -1e15L, kNaN, kInf})
     EXPECT_THROW(DoubleToCurrency(bad), EConvertError);
@@ -295,11 +270,9 @@ TEST(CurrencyTextTest, TextInAndOut) {
   struct Case { Int64 raw; const char* text; };
   const Case out[] = {
       {15000, "1,5"},   {-1, "-0,0001"}, {30000, "3"},  {0, "0"}, {123456789, "12345,6789"},
-      {std::numeric_limits<Int64>::max(), "922337203685477,5807"},
-      {std::numeric_limits<Int64>::min(), "-922337203685477,5808"},
-  };
+      {INT64_MAX, "922337203685477,5807"}, {INT64_MIN, "-922337203685477,5808"}};
   TFormatSettingsGuard guard(TFormatSettings::Russian());
-  for (const Case& c : out) {
+  for (const auto& c : out) {
     EXPECT_EQ(CurrToStr(Currency::FromRaw(c.raw)), c.text);
     EXPECT_EQ(StrToCurr(c.text).Raw, c.raw) << c.text;
   }
@@ -309,7 +282,7 @@ TEST(CurrencyTextTest, TextInAndOut) {
             "-1" + NB + "234,6 " + R(u8"р."));
 
   const Case in[] = {{12346, "1,23455"}, {12344, "1,23445"}, {0, "-0,00005"}, {10000, " 1 "}};
-  for (const Case& c : in) EXPECT_EQ(StrToCurr(c.text).Raw, c.raw) << c.text;
+  for (const auto& c : in) EXPECT_EQ(StrToCurr(c.text).Raw, c.raw) << c.text;
   Currency c;
   for (const char* bad : {"922337203685478", "1.5", "", "1,5 р."})
     EXPECT_FALSE(TryStrToCurr(bad, c)) << bad;
@@ -319,11 +292,10 @@ TEST(CurrencyTextTest, TextInAndOut) {
 TEST(BoolTextTest, TextsBothWays) {
   EXPECT_EQ(BoolToStr(true) + BoolToStr(false) + BoolToStr(true, true) + BoolToStr(false, true),
             "-10TrueFalse");
-  struct Case { const char* text; bool value; };
-  const Case good[] = {{"true", true}, {"FALSE", false}, {"0", false},
-                       {"-1", true},   {"2,5", true},    {"0,0", false}};
+  const struct { const char* text; bool value; } good[] = {
+      {"true", true}, {"FALSE", false}, {"0", false}, {"-1", true}, {"2,5", true}, {"0,0", false}};
   TFormatSettingsGuard guard(TFormatSettings::Russian());
-  for (const Case& c : good) EXPECT_EQ(StrToBool(c.text), c.value) << c.text;
+  for (const auto& c : good) EXPECT_EQ(StrToBool(c.text), c.value) << c.text;
   bool b;
   for (const char* bad : {"yes", "", "T", "1.0"}) EXPECT_FALSE(TryStrToBool(bad, b)) << bad;
   EXPECT_EQ(MessageOf<EConvertError>([] { StrToBool("maybe"); }),
