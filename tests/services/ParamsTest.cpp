@@ -5,7 +5,7 @@
 #include <ostrel/rtl/Exceptions.h>
 #include <ostrel/rtl/Variants.h>
 
-#include <TestUtil.h>
+#include <core/DumpUtil.h>
 
 #include <gtest/gtest.h>
 
@@ -19,15 +19,8 @@ namespace {
 std::string U8(std::u8string_view s) { return std::string(s.begin(), s.end()); }
 
 IPtr<IDump> SampleDump() {
-  IPtr<IDump> d = GetDumpIntf();
-  d->set_ByName("name", Variant(5));
-  d->set_ByName("long name", Variant("LN"));
-  d->set_ByName("x", Variant("X"));
-  d->set_ByName("1", Variant("one"));
-  d->set_ByName("pct", Variant("50%"));
-  d->set_ByName("nullv", Variant::Null());
-  d->set_ByName("emptyv", Variant());
-  return d;
+  return testutil::DumpOf({{"name", 5}, {"long name", "LN"}, {"x", "X"}, {"1", "one"},
+                           {"pct", "50%"}, {"nullv", Variant::Null()}, {"emptyv", Variant()}});
 }
 
 using Args = std::vector<AnsiString>;
@@ -77,11 +70,9 @@ TEST(ParseParams, StrictRaisesAndLeavesTheDumpAlone) {
   IPtr<IDump> d = SampleDump();
   const Integer before = d->get_Count();
   struct Case { const char* text; const char* message; } cases[] = {
-      {"ok %x, then %abc", "Parameter \"abc\" not found"},
+      {"ok %x, then %abc", "Parameter \"abc\" not found"}, {"%,", "Parameter \"\" not found"},
       {"%\"no such\"", "Parameter \"no such\" not found"},
-      {"%emptyv", "Value of parameter \"emptyv\" is empty"},
-      {"%,", "Parameter \"\" not found"},
-  };
+      {"%emptyv", "Value of parameter \"emptyv\" is empty"}};
   for (const Case& c : cases) {
     EXPECT_EQ(testutil::MessageOf([&] { ParseParams(c.text, d, '%', true); }), c.message);
     EXPECT_EQ(testutil::MessageOf([&] { ReplaceParams(c.text, d, '%', true); }), c.message);
@@ -99,17 +90,11 @@ TEST(GetCmdParams, SwitchesAndValues) {
       {{"a.exe", "-user=", " ivan"}, false, "-user=ivan;"},
       {{"a.exe", "/user", "=", "ivan"}, false, "-user=ivan;"},
       {{"a.exe", "/user", "=", "ivan"}, true, "user=ivan;"},
-      {{"a.exe", "-x", "/x"}, true, "x=;"},
-      {{"a.exe", "-a=1", "-A=2"}, false, "-a=2;"},
-      {{"a.exe", "-a", "", "-b"}, false, "-a=;"},
-      {{"a.exe", "-a=", ""}, false, "-a=;"},
+      {{"a.exe", "-x", "/x"}, true, "x=;"},       {{"a.exe", "-a=1", "-A=2"}, false, "-a=2;"},
+      {{"a.exe", "-a", "", "-b"}, false, "-a=;"}, {{"a.exe", "-a=", ""}, false, "-a=;"},
       {{"a.exe", "-conn=a=b", "-t", "=", "-u"}, false, "-conn=a=b;-t=-u;"},
-      {{"a.exe", "file.txt"}, false, "-file.txt=;"},
-      {{"a.exe", "file.txt"}, true, "file.txt=;"},
-      {{"a.exe", "-", ":"}, true, "=;"},
-      {{"a.exe"}, false, ""},
-      {{}, false, ""},
-  };
+      {{"a.exe", "file.txt"}, false, "-file.txt=;"}, {{"a.exe", "file.txt"}, true, "file.txt=;"},
+      {{"a.exe", "-", ":"}, true, "=;"},         {{"a.exe"}, false, ""}, {{}, false, ""}};
   for (const Case& c : cases) {
     IPtr<IDump> d = GetDumpIntf();
     GetCmdParams(d, c.strip, c.args);
