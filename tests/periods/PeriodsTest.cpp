@@ -44,18 +44,13 @@ class Periods : public ::testing::Test {
 TEST_F(Periods, GetPeriodGivesWholeDayBounds) {
   const TDateTime aug20 = P("2025-08-20 14:30");  // a Wednesday
   const struct { int kind; TDateTime anchor; const char* expected; } cases[] = {
-      {pkDay, aug20, "2025-08-20 .. 2025-08-20"},
-      {pkWeek, aug20, "2025-08-18 .. 2025-08-24"},
-      {pkMonth, aug20, "2025-08-01 .. 2025-08-31"},
-      {pkQuarter, aug20, "2025-07-01 .. 2025-09-30"},
-      {pkHalfYear, aug20, "2025-07-01 .. 2025-12-31"},
-      {pkYear, aug20, "2025-01-01 .. 2025-12-31"},
-      {pkFrom, aug20, "2025-08-20 .. Max"},
-      {pkUntil, aug20, "Min .. 2025-08-20"},
+      {pkDay, aug20, "2025-08-20 .. 2025-08-20"},   {pkWeek, aug20, "2025-08-18 .. 2025-08-24"},
+      {pkMonth, aug20, "2025-08-01 .. 2025-08-31"}, {pkQuarter, aug20, "2025-07-01 .. 2025-09-30"},
+      {pkHalfYear, aug20, "2025-07-01 .. 2025-12-31"}, {pkYear, aug20, "2025-01-01 .. 2025-12-31"},
+      {pkFrom, aug20, "2025-08-20 .. Max"}, {pkUntil, aug20, "Min .. 2025-08-20"},
       {pkAll, aug20, "Min .. Max"},
       // No bounds to compute: false, and the caller's bounds stay as they were.
-      {pkInterval, aug20, ""},
-      {10, aug20, ""},
+      {pkInterval, aug20, ""},              {10, aug20, ""},
       // An empty anchor keeps the caller's bound, cut to its date.
       {pkFrom, 0.0, "2000-01-02 .. Max"},
       {pkUntil, 0.0, "Min .. 2000-01-03"},
@@ -95,12 +90,9 @@ TEST_F(Periods, IncDTMovesByTheKindsUnitWithinTheCalendar) {
 
 TEST_F(Periods, IncPeriodMovesOrWidensTheBounds) {
   const struct { int kind, step; const char* expected; } cases[] = {
-      {pkMonth, 1, "2025-04-01 .. 2025-04-30"},
-      {pkInterval, -1, "2025-02-28 .. 2025-03-31"},
-      {pkInterval, 0, "2025-03-01 .. 2025-03-31"},
-      {pkInterval, 2, "2025-03-01 .. 2025-04-02"},
-      {pkFrom, 1, "2025-03-02 .. Max"},
-      {pkUntil, -1, "Min .. 2025-03-30"},
+      {pkMonth, 1, "2025-04-01 .. 2025-04-30"},    {pkInterval, -1, "2025-02-28 .. 2025-03-31"},
+      {pkInterval, 0, "2025-03-01 .. 2025-03-31"}, {pkInterval, 2, "2025-03-01 .. 2025-04-02"},
+      {pkFrom, 1, "2025-03-02 .. Max"},            {pkUntil, -1, "Min .. 2025-03-30"},
       {pkAll, 1, "2025-03-01 .. 2025-03-31"}};
   TDateTime newLo = 0, newHi = 0;
   for (const auto& c : cases) {
@@ -160,8 +152,6 @@ TEST_F(Periods, QuarterAndHalfYearNumbering) {
   EXPECT_EQ(quarters + " " + halves, "111222333444 111111222222");
   EXPECT_EQ(S(StartOfTheQuarter(P("2024-05-31 23:00")), EndOfTheQuarter(P("2024-05-31 23:00"))),
             "2024-04-01 .. 2024-06-30");
-  EXPECT_EQ(FormatDateTime("yyyy-mm-dd", MinDate()), "0001-01-01");
-  EXPECT_EQ(FormatDateTime("yyyy-mm-dd", MaxDate()), "9999-12-31");
 }
 
 TEST_F(Periods, DatePeriodToStrShortensTheYear) {

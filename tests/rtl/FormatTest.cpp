@@ -24,11 +24,7 @@ constexpr Extended kInf = std::numeric_limits<Extended>::infinity();
 constexpr Extended kNaN = std::numeric_limits<Extended>::quiet_NaN();
 
 TEST(FormatSettingsTest, RussianDefaultsAndInvariant) {
-  const TFormatSettings ru = TFormatSettings::Russian();
-  EXPECT_EQ(ru.LongMonthNames[0] + "|" + ru.ShortMonthNames[4] + "|" + ru.LongDayNames[0] + "|" +
-                ru.ShortDayNames[6],
-            R(u8"Январь|май|воскресенье|Сб"));
-  EXPECT_EQ(ru.LongDateFormat, R(u8"d mmmm yyyy 'г.'"));
+  EXPECT_EQ(TFormatSettings::Russian().LongDateFormat, R(u8"d mmmm yyyy 'г.'"));
   EXPECT_EQ(FormatSettings.DecimalSeparator, ',');  // the process starts Russian
   EXPECT_EQ(FloatToStrF(-1234.5, ffCurrency, 15, 2, TFormatSettings::Invariant()),
             "(\xA4" "1,234.50)");
