@@ -4,6 +4,7 @@
 
 #include <ostrel/rtl/System.h>
 
+#include <sstream>
 #include <string>
 
 namespace ostrel::testutil {
@@ -18,6 +19,16 @@ std::string MessageOf(Fn&& fn) {
     return e.Message();
   }
   return "<no exception>";
+}
+
+// The values as text, separated by blanks: several small results compared in one line.
+template <class... T>
+std::string Join(const T&... values) {
+  std::ostringstream out;
+  ((out << values << ' '), ...);
+  std::string text = out.str();
+  if (!text.empty()) text.pop_back();
+  return text;
 }
 
 // A reference-counted object answering for Intf...; a test derives from it to fill the

@@ -5,6 +5,7 @@
 #include <ostrel/rtl/Exceptions.h>
 #include <ostrel/services/ErrServ.h>
 
+#include <TestUtil.h>
 #include <periods/TestDates.h>
 
 #include <gtest/gtest.h>
@@ -68,7 +69,7 @@ TEST(DateRanges, EditingAndBoundsOfTheList) {
   FillBase(r);
   r.DeleteRange(1);
   EXPECT_EQ(Keys(r), (std::vector<double>{1, 5, 120, 125, 130, 135}));
-  EXPECT_EQ(r.get_DTLo() * 1000 + r.get_DTHi(), 1135);
+  EXPECT_EQ(testutil::Join(r.get_DTLo(), r.get_DTHi()), "1 135");
   EXPECT_THROW(r.DeleteRange(3), EListError);
   r.SetDTHi(0, 118);
   r.SetDTLo(2, 127);
@@ -79,7 +80,7 @@ TEST(DateRanges, EditingAndBoundsOfTheList) {
   EXPECT_THROW(r.SetKey(6, 1), EListError);
   TDateTime lo = -1, hi = -2;
   EXPECT_FALSE(r.GetRange(3, lo, hi) || r.GetRange(-1, lo, hi));
-  EXPECT_EQ(lo * 10 + hi, -12);
+  EXPECT_EQ(testutil::Join(lo, hi), "-1 -2");
   r.Clear();
   EXPECT_EQ(r.get_Count(), 0);
   EXPECT_THROW(r.get_DTLo(), EListError);

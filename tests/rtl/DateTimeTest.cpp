@@ -79,8 +79,8 @@ TEST(DateDecoding, RoundsToTheMillisecondSoNoTimeShowsAs24Hours) {
   // negative side of the epoch.
   for (Word minute = 0; minute < 24 * 60; ++minute) {
     const TDateTime v = EncodeDateTime(2024, 2, 29, minute / 60, minute % 60, 59, 999);
-    ASSERT_EQ(DayOf(v) * 100000 + SecondOf(v) * 1000 + MilliSecondOf(v), 2959999) << v;
-    ASSERT_EQ(SecondOf(-v) * 1000 + MilliSecondOf(-v), 59999) << -v;
+    ASSERT_EQ(testutil::Join(DayOf(v), SecondOf(v), MilliSecondOf(v)), "29 59 999") << v;
+    ASSERT_EQ(testutil::Join(SecondOf(-v), MilliSecondOf(-v)), "59 999") << -v;
   }
 }
 
@@ -120,9 +120,10 @@ TEST(DateParts, DayOfWeekTimeOfAndCompose) {
   // DayOfWeek counts from Sunday, DayOfTheWeek from Monday. Tuesday 5 March 2024, Sunday
   // 3 March 2024, Saturday 30 December 1899 (day 0), Friday 29 December 1899 (-1.25) and
   // Monday 1 January of the year 1.
-  EXPECT_EQ(DayOfWeek(kSample) * 10 + DayOfTheWeek(kSample), 32);
+  EXPECT_EQ(testutil::Join(DayOfWeek(kSample), DayOfTheWeek(kSample)), "3 2");
   EXPECT_EQ(DayOfTheWeek(EncodeDate(2024, 3, 3)), 7);
-  EXPECT_EQ(DayOfWeek(0) * 100 + DayOfWeek(-1.25) * 10 + DayOfWeek(EncodeDate(1, 1, 1)), 762);
+  EXPECT_EQ(testutil::Join(DayOfWeek(0), DayOfWeek(-1.25), DayOfWeek(EncodeDate(1, 1, 1))),
+            "7 6 2");
   Word y, m, d, dow;
   EXPECT_TRUE(DecodeDateFully(kSample, y, m, d, dow));
   EXPECT_EQ(dow, 3);

@@ -1,11 +1,14 @@
 #include <ostrel/rtl/Strings.h>
 
+#include <TestUtil.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <vector>
 
 using namespace ostrel;
+using testutil::Join;
 
 namespace {
 
@@ -76,21 +79,19 @@ TEST(AsciiCase, LeavesCyrillicAlone) {
 }
 
 TEST(AnsiCompare, AlphabetOrderPutsYoRightAfterYe) {
-  std::vector<AnsiString> words = {Ansi(u8"жук"), Ansi(u8"ёж"), Ansi(u8"еда"), Ansi(u8"Ель"),
-                                   Ansi(u8"яма"), Ansi(u8"apple"), Ansi(u8"Zebra"), Ansi(u8"10")};
+  std::vector<AnsiString> words;
+  for (auto w : {u8"жук", u8"ёж", u8"еда", u8"Ель", u8"яма", u8"apple", u8"Zebra", u8"10"})
+    words.push_back(Ansi(w));
   std::sort(words.begin(), words.end(),
             [](const AnsiString& a, const AnsiString& b) { return AnsiCompareText(a, b) < 0; });
-  std::vector<AnsiString> expected = {Ansi(u8"10"),  Ansi(u8"apple"), Ansi(u8"Zebra"),
-                                      Ansi(u8"еда"), Ansi(u8"Ель"),   Ansi(u8"ёж"),
-                                      Ansi(u8"жук"), Ansi(u8"яма")};
-  EXPECT_EQ(words, expected);
+  AnsiString sorted;
+  for (const AnsiString& w : words) sorted += w + " ";
+  EXPECT_EQ(sorted, Ansi(u8"10 apple Zebra еда Ель ёж жук яма "));
 }
 
 TEST(AnsiCompare, PrefixSortsFirstAndCaseBreaksTiesLowerFirst) {
-  EXPECT_EQ(AnsiCompareText("ab", "abc"), -1);
-  EXPECT_EQ(AnsiCompareText("abc", "AB"), 1);
-  EXPECT_EQ(AnsiCompareStr("a", "A"), -1);
-  EXPECT_EQ(AnsiCompareStr(Ansi(u8"Ёж"), Ansi(u8"ёж")), 1);
+  EXPECT_EQ(Join(AnsiCompareText("ab", "abc"), AnsiCompareText("abc", "AB")), "-1 1");
+  EXPECT_EQ(Join(AnsiCompareStr("a", "A"), AnsiCompareStr(Ansi(u8"Ёж"), Ansi(u8"ёж"))), "-1 1");
   EXPECT_EQ(AnsiCompareStr("A", "ab"), -1);  // letters first, case only on a tie
   EXPECT_EQ(AnsiCompareStr("same", "same"), 0);
   EXPECT_FALSE(AnsiSameStr("a", "A"));
@@ -106,38 +107,29 @@ TEST(AnsiCompare, FoldAndHashAgreeWithSameText) {
 
 TEST(Trim, RemovesControlCodesAndBlanksOnly) {
   EXPECT_EQ(Trim("\t\r\n  x y \x01\x1F "), "x y");
-  EXPECT_EQ(TrimLeft("  x "), "x ");
-  EXPECT_EQ(TrimRight("  x \n"), "  x");
+  EXPECT_EQ(TrimLeft("  x ") + "|" + TrimRight("  x \n"), "x |  x");
   EXPECT_EQ(Trim("\xA0x\xA0"), "\xA0x\xA0");  // the no-break space is code 160, kept
-  EXPECT_EQ(Trim("   "), "");
-  EXPECT_EQ(Trim(""), "");
+  EXPECT_EQ(Trim("   ") + Trim(""), "");
 }
 
 TEST(CharSets, MembershipRangesAndAlgebra) {
   constexpr TCharSet digits{{'0', '9'}};
   constexpr TCharSet sep{';', ',', ' '};
   static_assert(CharInSet('5', digits) && !CharInSet('a', digits));
-  TCharSet both = digits + sep;
-  EXPECT_TRUE(both.Contains(';'));
-  EXPECT_TRUE(both.Contains('0'));
-  EXPECT_FALSE((both - sep).Contains(';'));
+  const TCharSet both = digits + sep;
+  EXPECT_TRUE(both.Contains(';') && both.Contains('0') && !(both - sep).Contains(';'));
   EXPECT_TRUE((both * sep) == sep);
-  TCharSet high = TCharSet::FromCodes(0xC0, 0xFF);
-  EXPECT_TRUE(high.Contains('\xFF'));
-  EXPECT_FALSE(high.Contains('\xBF'));
-  EXPECT_TRUE(TCharSet().Empty());
+  const TCharSet high = TCharSet::FromCodes(0xC0, 0xFF);
+  EXPECT_TRUE(high.Contains('\xFF') && !high.Contains('\xBF') && TCharSet().Empty());
   EXPECT_TRUE(BlankChars.Contains('\0') && BlankChars.Contains(' ') && !BlankChars.Contains('!'));
 }
 
 TEST(SmallSearches, PosCopyAndReplaceUseOneBasedPositions) {
-  EXPECT_EQ(Pos("b", "abcb"), 2);
-  EXPECT_EQ(Pos("b", "abcb", 3), 4);
-  EXPECT_EQ(Pos("", "abc"), 0);
-  EXPECT_EQ(Pos("z", "abc"), 0);
-  EXPECT_EQ(Copy("abcdef", 2, 3), "bcd");
-  EXPECT_EQ(Copy("abc", 0, 2), "ab");
-  EXPECT_EQ(Copy("abc", 3, 100), "c");
-  EXPECT_EQ(Copy("abc", 4, 1), "");
+  EXPECT_EQ(Join(Pos("b", "abcb"), Pos("b", "abcb", 3), Pos("", "abc"), Pos("z", "abc")),
+            "2 4 0 0");
+  EXPECT_EQ(Copy("abcdef", 2, 3) + "|" + Copy("abc", 0, 2) + "|" + Copy("abc", 3, 100) + "|" +
+                Copy("abc", 4, 1),
+            "bcd|ab|c|");
   EXPECT_EQ(StringReplaceAll(Ansi(u8"Да да ДА"), Ansi(u8"да"), "+", true), "+ + +");
   EXPECT_EQ(QuotedStr("it's"), "'it''s'");
 }

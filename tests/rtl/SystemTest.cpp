@@ -9,10 +9,7 @@ namespace {
 
 TEST(GuidText, RoundTripsInUpperCase) {
   const TGUID g = StringToGUID("{f346b0a8-c5a8-473a-a9c6-c9784a57ff2c}");
-  EXPECT_EQ(g.D1, 0xF346B0A8u);
-  EXPECT_EQ(g.D2, 0xC5A8u);
-  EXPECT_EQ(g.D4[0], 0xA9u);
-  EXPECT_EQ(g.D4[7], 0x2Cu);
+  EXPECT_TRUE(g.D1 == 0xF346B0A8u && g.D2 == 0xC5A8u && g.D4[0] == 0xA9u && g.D4[7] == 0x2Cu);
   EXPECT_EQ(GUIDToString(g), "{F346B0A8-C5A8-473A-A9C6-C9784A57FF2C}");
   EXPECT_TRUE(g == TGUID::From("{F346B0A8-C5A8-473A-A9C6-C9784A57FF2C}"));
 }

@@ -277,7 +277,7 @@ TEST_F(VariantTest, ArrayShapes) {
 TEST_F(VariantTest, TypedArrayConvertsWhatItStores) {
   Variant a = VarArrayCreate(1, 2, varInteger);
   a.SetElement(2, Variant("2,5"));
-  EXPECT_EQ(VarType(a.GetElement(1)) * 100 + VarType(a.GetElement(2)), varInteger * 101);
+  EXPECT_EQ(testutil::Join(VarType(a.GetElement(1)), VarType(a.GetElement(2))), "3 3");
   EXPECT_EQ(Shape(a), "1..2: 0|2");
   EXPECT_THROW(a.SetElement(1, Variant("x")), EVariantTypeCastError);
   EXPECT_THROW(a.SetElement(1, Variant(1e10)), EVariantOverflowError);
@@ -342,12 +342,10 @@ TEST_F(VariantTest, OperatorsFollowTheVariantRules) {
   EXPECT_TRUE(Variant(2) == Variant(2.0) && Variant(2) != Variant("3"));
   EXPECT_TRUE(Variant(2) < Variant(2.5) && Variant(3) > Variant(Curr(29999)));
   EXPECT_TRUE(Variant("b") >= Variant("a") && Variant("a") <= Variant("a"));
-  EXPECT_TRUE(Variant::Null() == Variant::Null());
-  EXPECT_FALSE(Variant::Null() == Variant(0));
-  EXPECT_TRUE(Variant::Null() < Variant(-5));   // null sorts first among values
-  EXPECT_TRUE(Unassigned < Variant::Null());    // and empty before null
-  EXPECT_FALSE(Unassigned == Variant(0));
-  EXPECT_FALSE(Variant(std::nan("")) == Variant(std::nan("")));
+  EXPECT_TRUE(Variant::Null() == Variant::Null() && !(Variant::Null() == Variant(0)));
+  // Null sorts first among values, and empty before null.
+  EXPECT_TRUE(Variant::Null() < Variant(-5) && Unassigned < Variant::Null());
+  EXPECT_FALSE(Unassigned == Variant(0) || Variant(std::nan("")) == Variant(std::nan("")));
 
   IPtr<IInterface> ref(new Probe);
   EXPECT_THROW((void)(VarArrayOf({1}) == VarArrayOf({1})), EVariantInvalidOpError);
@@ -360,11 +358,9 @@ TEST_F(VariantTest, OperatorsFollowTheVariantRules) {
 TEST_F(VariantTest, SameValue) {
   EXPECT_TRUE(VarSameValue(Variant::Null(), Variant::Null()));
   EXPECT_TRUE(VarSameValue(Unassigned, Unassigned));
-  EXPECT_FALSE(VarSameValue(Unassigned, Variant::Null()));
-  EXPECT_FALSE(VarSameValue(Variant(0), Unassigned));
+  EXPECT_FALSE(VarSameValue(Unassigned, Variant::Null()) || VarSameValue(Variant(0), Unassigned));
   EXPECT_FALSE(VarSameValue(Variant::Null(), VarArrayOf({})));  // no raise for null
-  EXPECT_TRUE(VarSameValue(Variant(1), Variant("1")));
-  EXPECT_FALSE(VarSameValue(Variant("x"), Variant("X")));
+  EXPECT_TRUE(VarSameValue(Variant(1), Variant("1")) && !VarSameValue(Variant("x"), Variant("X")));
 }
 
 }  // namespace

@@ -5,6 +5,8 @@
 #include <ostrel/rtl/Format.h>
 #include <ostrel/rtl/Strings.h>
 
+#include <TestUtil.h>
+
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -108,8 +110,7 @@ TEST(RoundExt, RunsInExtendedPrecisionWhateverTheHostSetUp) {
 TEST(RoundF, ShorthandsAndSteps) {
   const Extended x = 0.123456789012345678L;
   EXPECT_TRUE(RoundF(x, 15) == x && RoundF(x, 40) == x && RoundF(x, 14) != x);
-  EXPECT_EQ(rnd(2.675, 2), 2.68L);
-  EXPECT_EQ(rnd4(1.00005), 1.0001L);
+  EXPECT_TRUE(rnd(2.675, 2) == 2.68L && rnd4(1.00005) == 1.0001L);
   EXPECT_EQ(rnd8(-0.000000125), -0.00000013L);
   EXPECT_TRUE(RoundStep(0) == 1.0L && RoundStep(-3) == 1000.0L);
   EXPECT_NEAR(static_cast<double>(RoundStep(2)), 0.01, 1e-18);
@@ -126,7 +127,7 @@ TEST(CompareSums, RoundTheDifferenceBeforeComparing) {
     EXPECT_EQ(cmpf(c.a, c.b, c.places), c.cmp) << c.a << " vs " << c.b;
     EXPECT_EQ(estf(c.a, c.b, c.places), c.est) << c.a << " vs " << c.b;
   }
-  EXPECT_EQ(cmp8(1.000000004, 1.0) * 10 + cmp8(1.000000006, 1.0), 1);
+  EXPECT_EQ(testutil::Join(cmp8(1.000000004, 1.0), cmp8(1.000000006, 1.0)), "0 1");
   EXPECT_TRUE(equ8(0.1 + 0.2, 0.3));
   EXPECT_EQ(est8(2, 1), 3);
   EXPECT_TRUE(Sign(-0.0L) == 0 && Sign(-1e-300L) == -1 && Sign(1e-4000L) == 1);

@@ -1,6 +1,8 @@
 #include <ostrel/services/Sysserv.h>
 #include <ostrel/rtl/DateTime.h>
 
+#include <TestUtil.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -123,7 +125,7 @@ TEST(StrServJoin, TrimAndDeleteRemoveOnlyCharactersOfTheSet) {
 
 TEST(StrServCompare, CompareVarGivesSignAndIsAntisymmetric) {
   EXPECT_EQ(CompareInt(7, 7), 0);
-  EXPECT_EQ(CompareInt(INT64_MIN, INT64_MAX) * 10 + CompareInt(INT64_MAX, -1), -9);
+  EXPECT_EQ(testutil::Join(CompareInt(INT64_MIN, INT64_MAX), CompareInt(INT64_MAX, -1)), "-1 1");
   const struct { Variant a, b; bool ignoreCase; int expected; } cases[] = {
       {"abc", "ABC", true, 0}, {"abc", "abd", true, -1}, {Ansi(u8"ёЛка"), Ansi(u8"ЁлКА"), true, 0},
       {Variant(u"Abc"), "aBC", true, 0},
