@@ -11,6 +11,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <mutex>
 
@@ -66,14 +67,35 @@ void AppendForm(AnsiString& out, std::string_view entry, int k) {
   }
 }
 
-// The text being built: appends go to a buffer on the stack, and only a text longer than
-// that moves to the heap. One string is made at the end.
 #if defined(__GNUC__) || defined(__clang__)
 #  define OSTREL_HOT_INLINE inline __attribute__((always_inline))
 #else
 #  define OSTREL_HOT_INLINE inline
 #endif
 
+// A short text kept in a fixed cell, so that it is copied with one fixed-size move and
+// then cut to its length.
+struct alignas(32) Cell {
+  char Text[31] = {};
+  std::uint8_t Len = 0;
+
+  // The pieces one after another; false when they do not fit.
+  bool Set(std::initializer_list<std::string_view> pieces) {
+    std::size_t len = 0;
+    for (std::string_view piece : pieces) {
+      if (piece.size() > sizeof Text - len) return false;
+      std::copy(piece.begin(), piece.end(), Text + len);
+      len += piece.size();
+    }
+    Len = static_cast<std::uint8_t>(len);
+    return true;
+  }
+  std::string_view View() const { return std::string_view(Text, Len); }
+  bool operator==(const Cell& other) const { return View() == other.View(); }
+};
+
+// The text being built: appends go to a buffer on the stack, and only a text longer than
+// that moves to the heap. One string is made at the end.
 class Sink {
  public:
   OSTREL_HOT_INLINE Sink& operator+=(std::string_view s) {
@@ -82,10 +104,14 @@ class Sink {
       Spill(s);
       return *this;
     }
-    // Words are short: copy them with a few fixed-size moves instead of a call.
+    // Words and group texts are short: copy them with a few fixed-size moves instead of a
+    // call.
     char* dst = fLocal + fLen;
     const char* src = s.data();
-    if (n >= 8 && n <= 16) {
+    if (n > 16 && n <= 32) {
+      std::memcpy(dst, src, 16);
+      std::memcpy(dst + n - 16, src + n - 16, 16);
+    } else if (n >= 8 && n <= 16) {
       std::memcpy(dst, src, 8);
       std::memcpy(dst + n - 8, src + n - 8, 8);
     } else if (n >= 4 && n < 8) {
@@ -98,6 +124,15 @@ class Sink {
     }
     fLen += n;
     return *this;
+  }
+  // A whole cell is copied while there is room for it; only its length counts.
+  OSTREL_HOT_INLINE void Append(const Cell& c) {
+    if (!fSpilled && fLen + sizeof c <= sizeof fLocal) {
+      std::memcpy(fLocal + fLen, &c, sizeof c);
+      fLen += c.Len;
+    } else {
+      *this += c.View();
+    }
   }
   OSTREL_HOT_INLINE Sink& operator+=(char c) {
     if (!fSpilled && fLen < sizeof fLocal)
@@ -145,7 +180,7 @@ struct Form {
     }
   }
 
-  void AppendTo(Sink& out, int k) const {
+  OSTREL_HOT_INLINE void AppendTo(Sink& out, int k) const {
     out += Stem;
     if (k >= 1 && k <= 3) out += Parts[static_cast<std::size_t>(k - 1)];
   }
@@ -167,14 +202,31 @@ char SplitSex(std::string_view entry, std::string_view& stripped) {
 struct Unit {
   Form Word;
   char Letter = '\0';
+  TSex Sex = Male;
+  std::array<Cell, 4> Spoken{};  // [1..3]: a blank and the word in that form
+  bool InCells = false;          // whether every form fits its cell
 
   Unit() = default;
   explicit Unit(std::string_view entry) {
     std::string_view stripped;
     Letter = SplitSex(entry, stripped);
     Word = Form(stripped);
+    Sex = SexOfLetter(Letter);
+    InCells = true;
+    for (std::size_t k = 1; k <= 3; ++k)
+      InCells = InCells && Spoken[k].Set({" ", Word.Stem, Word.Parts[k - 1]});
   }
   bool Russian() const { return Letter != 'A'; }
+
+  // A blank and the word in form k.
+  OSTREL_HOT_INLINE void AppendTo(Sink& out, int k) const {
+    if (InCells && k >= 1 && k <= 3) {
+      out.Append(Spoken[static_cast<std::size_t>(k)]);
+      return;
+    }
+    out += ' ';
+    Word.AppendTo(out, k);
+  }
 };
 
 // The word lists of a dictionary split into their entries. The views point into the
@@ -198,18 +250,19 @@ struct Words {
   }
 };
 
-// Every group 0..999 spoken once, in the five ways numbers use them: the lowest group in
-// each gender (0..2), thousands (3) and the groups above (4). A dictionary of the table
-// builds this on its first conversion, so that a number is a few copies of ready text.
+// The pieces numbers are made of, spoken once, in the five ways numbers use the groups of
+// three digits: the lowest group in each gender (0..2), thousands (3) and the groups above
+// (4). A group is its hundreds (with the joiner when more follows) and its last two digits.
+// A dictionary of the table builds this on its first conversion; the tables are small
+// enough to stay in the nearest cache, and ways that come out the same (in Russian the
+// thousands are the feminine lowest group) share one.
 struct GroupTexts {
-  std::string Text;
-  std::array<std::array<std::uint32_t, 1001>, 5> Start{};  // text of n: Start[v][n]..[n + 1]
+  using Low = std::array<Cell, 100>;  // 1..99
 
-  std::string_view Get(int variant, int n) const {
-    const auto& st = Start[static_cast<std::size_t>(variant)];
-    const std::size_t i = static_cast<std::size_t>(n);
-    return std::string_view(Text).substr(st[i], st[i + 1] - st[i]);
-  }
+  std::array<std::array<Cell, 2>, 10> Hundred{};  // [1..9][more follows]: with the joiner
+  std::array<std::array<Cell, 4>, 5> Power{};     // [group 1..4][form 1..3]: " thousand "
+  std::vector<Low> Lows;                          // the distinct ways
+  std::array<const Low*, 5> Way{};                // the table of each way
 };
 
 std::unique_ptr<GroupTexts> BuildGroups(const Words& w);
@@ -250,13 +303,16 @@ struct Dict {
 
 // Replaced dictionaries stay allocated until the process ends: a conversion running in
 // another thread may still be reading one. Applications replace dictionaries at start-up,
-// so these are a handful at most. Every change bumps the version, which lets each thread
-// keep its last lookup without taking the lock.
+// so these are a handful at most. Readers take no lock: every change publishes a new list
+// of the dictionaries, and lists once published never change and are kept as well.
+using DictList = std::vector<const Dict*>;
+
 struct DictTable {
   std::mutex Lock;
   std::vector<std::unique_ptr<const Dict>> Dicts;
   std::vector<std::unique_ptr<const Dict>> Retired;
-  std::atomic<std::uint64_t> Version{1};
+  std::vector<std::unique_ptr<const DictList>> Lists;
+  std::atomic<const DictList*> Current{nullptr};  // null until the first dictionary comes
 };
 
 // Codes compare without regard to case; plain ASCII codes, the usual case, need no tables.
@@ -287,14 +343,24 @@ int IndexOfLocked(const DictTable& t, std::string_view code) {
 void AddLocked(DictTable& t, TkxNumToTextRec rec) {
   auto p = std::make_unique<const Dict>(std::move(rec));
   const int i = IndexOfLocked(t, p->Rec.Code);
+  // Whatever may fail comes first, so that the table and the published list agree.
+  auto list = std::make_unique<DictList>();
+  list->reserve(t.Dicts.size() + 1);
+  for (const auto& d : t.Dicts) list->push_back(d.get());
+  t.Lists.reserve(t.Lists.size() + 1);
+  t.Retired.reserve(t.Retired.size() + 1);
+  t.Dicts.reserve(t.Dicts.size() + 1);
   if (i >= 0) {
+    (*list)[static_cast<std::size_t>(i)] = p.get();
     auto& slot = t.Dicts[static_cast<std::size_t>(i)];
     t.Retired.push_back(std::move(slot));
     slot = std::move(p);
   } else {
+    list->push_back(p.get());
     t.Dicts.push_back(std::move(p));
   }
-  t.Version.fetch_add(1, std::memory_order_release);
+  t.Current.store(list.get(), std::memory_order_release);
+  t.Lists.push_back(std::move(list));
 }
 
 // The dictionaries are built by aggregate initialisation in field order: Code, Plus, Minus,
@@ -342,22 +408,15 @@ TkxNumToTextRec BuiltInRussian() {
        {"EUR", Cp1251(u8"eвро"), Cp1251(u8"цент||а|ов:m")}}};
 }
 
-// The last lookup of this thread.
-struct LastLookup {
-  std::uint64_t Version = 0;
-  const Dict* D = nullptr;
-  std::size_t Len = 0;
-  char Code[16] = {};
-};
-thread_local LastLookup tLast;
-
 // The dictionary for a code, filling the table with the built-in ones when it is empty.
 const Dict* FindDict(std::string_view code, bool raiseIfAbsent) {
   DictTable& t = Table();
-  if (tLast.D && tLast.Len == code.size() &&
-      tLast.Version == t.Version.load(std::memory_order_acquire) &&
-      std::memcmp(tLast.Code, code.data(), code.size()) == 0)
-    return tLast.D;
+  if (const DictList* list = t.Current.load(std::memory_order_acquire)) {
+    for (const Dict* d : *list)
+      if (SameCode(d->Rec.Code, code)) return d;
+    if (raiseIfAbsent) DIE(_SErrNumToTextUnkCode, code);
+    return nullptr;
+  }
 
   std::lock_guard<std::mutex> lock(t.Lock);
   if (t.Dicts.empty()) {
@@ -365,16 +424,7 @@ const Dict* FindDict(std::string_view code, bool raiseIfAbsent) {
     AddLocked(t, BuiltInRussian());
   }
   const int i = IndexOfLocked(t, code);
-  if (i >= 0) {
-    const Dict* d = t.Dicts[static_cast<std::size_t>(i)].get();
-    if (code.size() <= sizeof tLast.Code) {
-      tLast.Version = t.Version.load(std::memory_order_relaxed);
-      tLast.D = d;
-      tLast.Len = code.size();
-      std::memcpy(tLast.Code, code.data(), code.size());
-    }
-    return d;
-  }
+  if (i >= 0) return t.Dicts[static_cast<std::size_t>(i)].get();
   if (raiseIfAbsent) DIE(_SErrNumToTextUnkCode, code);
   return nullptr;
 }
@@ -385,6 +435,11 @@ int FindCrc(const TkxNumToTextRec& rec, std::string_view crcCode, bool raiseIfAb
     if (SameCode(rec.Currencies[i].Code, crcCode)) return static_cast<int>(i);
   if (raiseIfAbsent) DIE(_SErrNumToTextUnkCrcCode, rec.Code, crcCode);
   return -1;
+}
+
+// The unit words of a currency of a dictionary of the table, raising when it is absent.
+const std::array<Unit, 2>& FindUnits(const Dict* dict, std::string_view crcCode) {
+  return dict->Units[static_cast<std::size_t>(FindCrc(dict->Rec, crcCode, true))];
 }
 
 // ---------------------------------------------------------------------------------------
@@ -444,29 +499,91 @@ void AppendGroup(Sink& out, const Words& w, int group, TSex sex, std::string_vie
   }
 }
 
+// Null when some piece is too long for a cell; such a dictionary is spoken word by word.
 std::unique_ptr<GroupTexts> BuildGroups(const Words& w) {
   auto g = std::make_unique<GroupTexts>();
-  std::uint32_t pos = 0;
-  for (int v = 0; v < 5; ++v) {
-    const int group = v < 3 ? 0 : v - 2;
+  const std::string_view joiner =
+      w.Rec->HundredsDiv.empty() ? std::string_view(" ") : std::string_view(w.Rec->HundredsDiv);
+  for (std::size_t d = 1; d <= 9; ++d)
+    if (!g->Hundred[d][0].Set({w.Hundreds[d]}) || !g->Hundred[d][1].Set({w.Hundreds[d], joiner}))
+      return nullptr;
+  for (std::size_t group = 1; group <= 4; ++group) {
+    const Form& power = w.PowerForms[group];
+    for (std::size_t form = 1; form <= 3; ++form)
+      if (!g->Power[group][form].Set({" ", power.Stem, power.Parts[form - 1], " "}))
+        return nullptr;
+  }
+
+  g->Lows.reserve(g->Way.size());  // never moves once the pointers are taken
+  for (std::size_t v = 0; v < g->Way.size(); ++v) {
+    const int group = v < 3 ? 0 : static_cast<int>(v) - 2;
     const TSex sex = v < 3 ? static_cast<TSex>(v) : (v == 3 ? Female : Male);
-    for (int n = 0; n < 1000; ++n) {
-      const char digits[3] = {static_cast<char>('0' + n / 100),
-                              static_cast<char>('0' + n / 10 % 10),
-                              static_cast<char>('0' + n % 10)};
+    GroupTexts::Low low{};
+    for (int n = 1; n < 100; ++n) {
+      const char digits[2] = {static_cast<char>('0' + n / 10), static_cast<char>('0' + n % 10)};
       Sink one;
-      AppendGroup(one, w, group, sex, std::string_view(digits, 3));
-      const AnsiString text = one.Take();
-      // Ordinary dictionaries need about 100 kB; one with absurdly long words is spoken
-      // group by group instead.
-      if (g->Text.size() + text.size() > (std::size_t{4} << 20)) return nullptr;
-      g->Start[static_cast<std::size_t>(v)][static_cast<std::size_t>(n)] = pos;
-      g->Text += text;
-      pos += static_cast<std::uint32_t>(text.size());
+      AppendGroup(one, w, group, sex, std::string_view(digits, 2));
+      if (!low[static_cast<std::size_t>(n)].Set({one.Take()})) return nullptr;
     }
-    g->Start[static_cast<std::size_t>(v)][1000] = pos;
+    std::size_t same = 0;
+    while (same < g->Lows.size() && g->Lows[same] != low) ++same;
+    if (same == g->Lows.size()) g->Lows.push_back(low);
+    g->Way[v] = &g->Lows[same];
   }
   return g;
+}
+
+// Group n (1..999) spoken in the given way, as AppendGroup speaks it.
+OSTREL_HOT_INLINE void AppendCachedGroup(Sink& out, const GroupTexts& g, int variant, unsigned n) {
+  const GroupTexts::Low& low = *g.Way[static_cast<std::size_t>(variant)];
+  if (n < 100) {
+    out.Append(low[n]);
+    return;
+  }
+  const unsigned rest = n % 100;
+  out.Append(g.Hundred[n / 100][rest != 0]);
+  if (rest != 0) out.Append(low[rest]);
+}
+
+// The Russian word form after the whole number n (as GetNPadej on its digits), which only
+// its last two digits decide; a table, as amounts make the choice unpredictable.
+constexpr auto kRussianForms = [] {
+  std::array<std::uint8_t, 100> forms{};
+  for (unsigned n = 0; n < 100; ++n) {
+    const unsigned last = n % 10;
+    forms[n] = n / 10 == 1 ? 3 : (last == 1 ? 1 : (last >= 2 && last <= 4 ? 2 : 3));
+  }
+  return forms;
+}();
+
+int RussianForm(UInt64 n) { return kRussianForms[static_cast<std::size_t>(n % 100)]; }
+
+// One group of a number with the power word after it: the group's value v (1..999) and its
+// place (0 for the lowest). Thousands are feminine and the powers above masculine, whatever
+// the gender of the lowest group.
+OSTREL_HOT_INLINE void AppendPlace(Sink& out, const Words& w, const GroupTexts* groups, int group,
+                                   TSex sex, unsigned v) {
+  const int variant = group == 0 ? static_cast<int>(sex) : (group == 1 ? 3 : 4);
+  if (groups && variant >= 0 && variant < 5) {
+    AppendCachedGroup(out, *groups, variant, v);
+  } else {
+    const char digits[3] = {static_cast<char>('0' + v / 100), static_cast<char>('0' + v / 10 % 10),
+                            static_cast<char>('0' + v % 10)};
+    const TSex groupSex = group == 0 ? sex : (group == 1 ? Female : Male);
+    AppendGroup(out, w, group, groupSex, std::string_view(digits, 3));
+  }
+  if (group >= 1 && group <= 4) {
+    const auto form = static_cast<std::size_t>(RussianForm(v));
+    if (groups) {
+      out.Append(groups->Power[static_cast<std::size_t>(group)][form]);
+    } else {
+      out += ' ';
+      w.PowerForms[static_cast<std::size_t>(group)].AppendTo(out, static_cast<int>(form));
+      out += ' ';
+    }
+  } else if (group >= 5) {
+    out += " ... ";
+  }
 }
 
 void AppendNumber(Sink& out, const Words& w, std::string_view s, TSex sex,
@@ -520,24 +637,40 @@ void AppendNumber(Sink& out, const Words& w, std::string_view s, TSex sex,
   }
   for (int k = spoken - 1; k >= 0; --k) {
     const Piece& p = k < 16 ? local[k] : more[static_cast<std::size_t>(k - 16)];
-    const std::string_view digits(p.Digits, static_cast<std::size_t>(p.Count));
-    const TSex groupSex = p.Group == 0 ? sex : (p.Group == 1 ? Female : Male);
-    const int variant = p.Group == 0 ? static_cast<int>(sex) : (p.Group == 1 ? 3 : 4);
-    if (groups && variant >= 0 && variant < 5) {
-      int n = 0;
-      for (int k = 0; k < p.Count; ++k) n = n * 10 + (p.Digits[k] - '0');
-      out += groups->Get(variant, n);
-    } else {
-      AppendGroup(out, w, p.Group, groupSex, digits);
-    }
-    if (p.Group >= 1 && p.Group <= 4) {
-      out += ' ';
-      w.PowerForms[static_cast<std::size_t>(p.Group)].AppendTo(
-          out, TkxNumToTextPr::GetNPadej(digits, true));
-      out += ' ';
-    } else if (p.Group >= 5) {
-      out += " ... ";
-    }
+    unsigned v = 0;
+    for (int d = 0; d < p.Count; ++d) v = v * 10 + static_cast<unsigned>(p.Digits[d] - '0');
+    AppendPlace(out, w, groups, p.Group, sex, v);
+  }
+}
+
+constexpr auto kPow10 = [] {
+  std::array<UInt64, 19> p{};
+  UInt64 v = 1;
+  for (UInt64& x : p) {
+    x = v;
+    v *= 10;
+  }
+  return p;
+}();
+
+// The same words as AppendNumber gives for the decimal text of n, "-" first when negative,
+// taken from the number itself: amounts that need no decimal text are spoken without one.
+void AppendWhole(Sink& out, const Words& w, UInt64 n, bool negative, TSex sex,
+                 const GroupTexts* groups) {
+  if (n == 0) {
+    out += w.Rec->Zero;
+    return;
+  }
+  if (negative) {
+    out += w.Rec->Minus;
+    out += ' ';
+  }
+  unsigned parts[7];  // groups of three digits, lowest first; 2^64 has seven
+  int count = 0;
+  for (UInt64 m = n; m != 0; m /= 1000) parts[count++] = static_cast<unsigned>(m % 1000);
+  for (int group = count - 1; group >= 0; --group) {
+    const unsigned v = parts[group];
+    if (v != 0) AppendPlace(out, w, groups, group, sex, v);
   }
 }
 
@@ -668,6 +801,40 @@ void PlainFixed(Extended value, int decimals, const char* operation, FixedText& 
   RoundDigits(value < 0, std::string_view(digits, n), static_cast<long>(exp10) + 1, dec, out);
 }
 
+// An amount split at the point after rounding to a fixed number of decimals.
+struct ExactAmount {
+  bool Negative = false;  // only when some digit is not zero
+  UInt64 Whole = 0;
+  UInt64 Frac = 0;  // the decimals as a whole number
+};
+
+// The same result as PlainFixed, found with integer arithmetic, for the amounts that allow
+// it: doubles that are whole, or whose shortest decimal has at most dec decimals. False for
+// any other value (and for non-finite ones), which then go the long way.
+//
+// Below 2^52 / 10^dec two neighbouring doubles lie less than 10^-dec apart, so at most one
+// number with dec decimals reads back as a given double; when one does, it is also the
+// shortest decimal of that double, and no rounding is left to do. 4.5e15 stays below 2^52.
+bool SplitExact(Extended value, std::size_t dec, ExactAmount& out) {
+  const Extended a = std::fabs(value);
+  const double d = static_cast<double>(a);
+  if (!(static_cast<Extended>(d) == a)) return false;
+  if (d < 1e15 && static_cast<double>(static_cast<UInt64>(d)) == d) {
+    out.Whole = static_cast<UInt64>(d);
+    out.Frac = 0;
+  } else if (dec < kPow10.size() && d < 4.5e15 / static_cast<double>(kPow10[dec])) {
+    const double scale = static_cast<double>(kPow10[dec]);
+    const UInt64 n = static_cast<UInt64>(d * scale + 0.5);
+    if (static_cast<double>(n) / scale != d) return false;
+    out.Whole = n / kPow10[dec];
+    out.Frac = n % kPow10[dec];
+  } else {
+    return false;
+  }
+  out.Negative = value < 0 && (out.Whole != 0 || out.Frac != 0);
+  return true;
+}
+
 // A decimal text ("-1021.05", "1 021,05", "+7") with exactly dec decimals, every digit kept.
 void TextFixed(std::string_view text, int decimals, FixedText& out) {
   const AnsiString t = Trim(text);
@@ -714,17 +881,50 @@ AnsiString AmountWords(const Words& w, const GroupTexts* groups, const Unit& int
       dot == std::string_view::npos ? std::string_view() : num.substr(dot + 1);
 
   Sink result;
-  AppendNumber(result, w, whole, SexOfLetter(intUnit.Letter), groups);
-  result += ' ';
-  intUnit.Word.AppendTo(result, TkxNumToTextPr::GetNPadej(whole, intUnit.Russian()));
+  AppendNumber(result, w, whole, intUnit.Sex, groups);
+  intUnit.AppendTo(result, TkxNumToTextPr::GetNPadej(whole, intUnit.Russian()));
   if (!frac.empty()) {
     result += ' ';
     result += frac;
-    result += ' ';
-    fracUnit.Word.AppendTo(result, TkxNumToTextPr::GetNPadej(frac, fracUnit.Russian()));
+    fracUnit.AppendTo(result, TkxNumToTextPr::GetNPadej(frac, fracUnit.Russian()));
   }
   result.UpperFirst();
   return result.Take();
+}
+
+// The same text as AmountWords on the fixed text of the amount with dec decimals.
+AnsiString ExactAmountWords(const Words& w, const GroupTexts* groups, const Unit& intUnit,
+                            const Unit& fracUnit, const ExactAmount& x, std::size_t dec) {
+  Sink result;
+  AppendWhole(result, w, x.Whole, x.Negative, intUnit.Sex, groups);
+  // English says the singular only after a bare "1".
+  intUnit.AppendTo(result, intUnit.Russian() ? RussianForm(x.Whole)
+                                             : (x.Whole == 1 && !x.Negative ? 1 : 2));
+  if (dec > 0) {
+    char digits[20];  // dec is at most 18
+    UInt64 f = x.Frac;
+    for (std::size_t i = dec; i > 0; --i, f /= 10) digits[i - 1] = static_cast<char>('0' + f % 10);
+    result += ' ';
+    for (std::size_t i = 0; i < dec; ++i) result += digits[i];
+    fracUnit.AppendTo(result, fracUnit.Russian() ? RussianForm(x.Frac)
+                                                 : (dec == 1 && x.Frac == 1 ? 1 : 2));
+  }
+  result.UpperFirst();
+  return result.Take();
+}
+
+// An amount in a currency of a dictionary of the table.
+OSTREL_HOT_INLINE AnsiString CurrencyText(std::string_view langCode, std::string_view crcCode,
+                                          Extended value, int decimals) {
+  const Dict* dict = FindDict(langCode, true);
+  const auto& units = FindUnits(dict, crcCode);
+  const std::size_t dec = ClampDecimals(decimals);
+  ExactAmount x;
+  if (SplitExact(value, dec, x))
+    return ExactAmountWords(dict->W, dict->Groups(), units[0], units[1], x, dec);
+  FixedText num;
+  PlainFixed(value, decimals, "CrcToText", num);
+  return AmountWords(dict->W, dict->Groups(), units[0], units[1], num.View());
 }
 
 }  // namespace
@@ -834,6 +1034,10 @@ void TkxNumToTextPr::NumToText(std::string_view langCode, std::string_view s, An
 
 AnsiString TkxNumToTextPr::CrcToText(const TkxNumToTextRec& rec, std::string_view intName,
                                      std::string_view fracName, Extended value, int decimals) {
+  const std::size_t dec = ClampDecimals(decimals);
+  ExactAmount x;
+  if (SplitExact(value, dec, x))
+    return ExactAmountWords(Words(rec), nullptr, Unit(intName), Unit(fracName), x, dec);
   FixedText num;
   PlainFixed(value, decimals, "CrcToText", num);
   return AmountWords(Words(rec), nullptr, Unit(intName), Unit(fracName), num.View());
@@ -842,6 +1046,10 @@ AnsiString TkxNumToTextPr::CrcToText(const TkxNumToTextRec& rec, std::string_vie
 AnsiString TkxNumToTextPr::CrcToText(std::string_view langCode, std::string_view intName,
                                      std::string_view fracName, Extended value, int decimals) {
   const Dict* dict = FindDict(langCode, true);
+  const std::size_t dec = ClampDecimals(decimals);
+  ExactAmount x;
+  if (SplitExact(value, dec, x))
+    return ExactAmountWords(dict->W, dict->Groups(), Unit(intName), Unit(fracName), x, dec);
   FixedText num;
   PlainFixed(value, decimals, "CrcToText", num);
   return AmountWords(dict->W, dict->Groups(), Unit(intName), Unit(fracName), num.View());
@@ -849,11 +1057,7 @@ AnsiString TkxNumToTextPr::CrcToText(std::string_view langCode, std::string_view
 
 AnsiString TkxNumToTextPr::CrcToText(std::string_view langCode, std::string_view crcCode,
                                      Extended value, int decimals) {
-  const Dict* dict = FindDict(langCode, true);
-  const auto& units = dict->Units[static_cast<std::size_t>(FindCrc(dict->Rec, crcCode, true))];
-  FixedText num;
-  PlainFixed(value, decimals, "CrcToText", num);
-  return AmountWords(dict->W, dict->Groups(), units[0], units[1], num.View());
+  return CurrencyText(langCode, crcCode, value, decimals);
 }
 
 AnsiString TkxNumToTextPr::AmountToText(const TkxNumToTextRec& rec, std::string_view intName,
@@ -868,6 +1072,13 @@ AnsiString TkxNumToTextPr::AmountToText(const TkxNumToTextRec& rec, std::string_
 // Free operations
 
 AnsiString NumToText(std::string_view langCode, Extended value, TSex sex) {
+  ExactAmount x;
+  if (SplitExact(value, 0, x)) {
+    const Dict* dict = FindDict(langCode, true);
+    Sink out;
+    AppendWhole(out, dict->W, x.Whole, x.Negative, sex, dict->Groups());
+    return out.Take();
+  }
   FixedText num;
   PlainFixed(value, 0, "NumToText", num);
   AnsiString text;
@@ -877,13 +1088,13 @@ AnsiString NumToText(std::string_view langCode, Extended value, TSex sex) {
 
 AnsiString CrcToText(std::string_view langCode, std::string_view crcCode, Extended value,
                      int decimals) {
-  return TkxNumToTextPr::CrcToText(langCode, crcCode, value, decimals);
+  return CurrencyText(langCode, crcCode, value, decimals);
 }
 
 AnsiString AmountToText(std::string_view langCode, std::string_view crcCode,
                         std::string_view amount, int decimals) {
   const Dict* dict = FindDict(langCode, true);
-  const auto& units = dict->Units[static_cast<std::size_t>(FindCrc(dict->Rec, crcCode, true))];
+  const auto& units = FindUnits(dict, crcCode);
   FixedText num;
   TextFixed(amount, decimals, num);
   return AmountWords(dict->W, dict->Groups(), units[0], units[1], num.View());
