@@ -4,7 +4,9 @@
 #include <ostrel/rtl/Classes.h>
 #include <ostrel/services/Sysserv.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
 
 namespace ostrel {
 
@@ -13,12 +15,64 @@ namespace {
 // Below this many entries a linear scan over the stored hashes beats any index.
 constexpr std::size_t kIndexFrom = 16;
 constexpr unsigned kMinSlotBits = 5;
+constexpr unsigned kMaxSlotBits = 31;
 constexpr TCharSet kSemicolon{';'};
+
+// The low half of the name's case-folded hash: enough to tell names apart in the index.
+std::uint32_t NameHash(std::string_view name) {
+  return static_cast<std::uint32_t>(AnsiHashText(name));
+}
 
 // The dump offers name-dispatched access to scripting hosts from the start.
 [[maybe_unused]] const bool kDumpRegistered = (RegisterRTTI(TkxDump::StaticClass()), true);
 
 }  // namespace
+
+// ---- TkxDump::EntryName ------------------------------------------------------------------
+
+TkxDump::EntryName::EntryName(std::string_view s) {
+  if (s.size() <= kLenAt) {
+    std::copy(s.begin(), s.end(), fBytes);
+    fBytes[kLenAt] = static_cast<unsigned char>(s.size());
+    return;
+  }
+  if (s.size() > UINT32_MAX) throw Exception("Dump entry name is too long");
+  char* heap = new char[s.size()];
+  std::copy(s.begin(), s.end(), heap);
+  const auto len = static_cast<std::uint32_t>(s.size());
+  std::memcpy(fBytes, &heap, sizeof heap);
+  std::memcpy(fBytes + 8, &len, sizeof len);
+  fBytes[kLenAt] = kOnHeap;
+}
+
+TkxDump::EntryName::EntryName(EntryName&& other) noexcept {
+  std::memcpy(fBytes, other.fBytes, sizeof fBytes);
+  other.fBytes[kLenAt] = 0;  // the heap text, if any, now belongs here
+}
+
+TkxDump::EntryName& TkxDump::EntryName::operator=(EntryName&& other) noexcept {
+  if (this != &other) {
+    this->~EntryName();
+    std::memcpy(fBytes, other.fBytes, sizeof fBytes);
+    other.fBytes[kLenAt] = 0;
+  }
+  return *this;
+}
+
+TkxDump::EntryName::~EntryName() {
+  if (fBytes[kLenAt] != kOnHeap) return;
+  char* heap;
+  std::memcpy(&heap, fBytes, sizeof heap);
+  delete[] heap;
+}
+
+std::string_view TkxDump::EntryName::HeapView() const noexcept {
+  const char* heap;
+  std::uint32_t len;
+  std::memcpy(&heap, fBytes, sizeof heap);
+  std::memcpy(&len, fBytes + 8, sizeof len);
+  return std::string_view(heap, len);
+}
 
 // ---- TkxDump ---------------------------------------------------------------------------
 
@@ -38,46 +92,48 @@ void TkxDump::CheckIndex(Integer index) const {
     throw EStringListError(Format(SysConst::SListIndexError, index));
 }
 
-std::size_t TkxDump::HomeSlot(std::uint32_t tag) const noexcept {
+std::uint32_t TkxDump::HomeSlot(std::uint32_t hash) const noexcept {
   // Fibonacci hashing spreads the name's hash over the table's bits.
-  return static_cast<std::size_t>((tag * 0x9E3779B9u) >> (32 - fSlotBits));
+  return (hash * 0x9E3779B9u) >> (32 - fSlotBits);
 }
 
-Integer TkxDump::Lookup(std::string_view name, std::size_t hash) const {
+Integer TkxDump::Lookup(std::string_view name, std::uint32_t hash) const {
   // Equal hashes are necessary for equal folded names, so the hash is compared first.
   if (fSlots.empty()) {
-    for (std::size_t i = 0; i < fItems.size(); ++i) {
-      const Entry& e = fItems[i];
-      if (e.Hash == hash && AnsiSameText(e.Name, name)) return static_cast<Integer>(i);
-    }
+    for (std::size_t i = 0; i < fHashes.size(); ++i)
+      if (fHashes[i] == hash && AnsiSameText(fItems[i].Name.View(), name))
+        return static_cast<Integer>(i);
     return -1;
   }
-  // The slots carry part of the hash, so that probing past other names does not touch
-  // their entries.
-  const auto tag = static_cast<std::uint32_t>(hash);
-  const std::size_t mask = fSlots.size() - 1;
-  for (std::size_t s = HomeSlot(tag);; s = (s + 1) & mask) {
-    const Slot& slot = fSlots[s];
-    if (slot.Pos < 0) return -1;
-    if (slot.Tag != tag) continue;
-    const Entry& e = fItems[static_cast<std::size_t>(slot.Pos)];
-    if (e.Hash == hash && AnsiSameText(e.Name, name)) return slot.Pos;
+  const std::uint32_t mask = static_cast<std::uint32_t>(fSlots.size() - 1);
+  const std::uint32_t tag = hash << fSlotBits;
+  for (std::uint32_t s = HomeSlot(hash);; s = (s + 1) & mask) {
+    const std::uint32_t slot = fSlots[s];
+    if (slot == 0) return -1;
+    if ((slot & ~mask) != tag) continue;
+    const std::uint32_t pos = (slot & mask) - 1;
+    if (AnsiSameText(fItems[pos].Name.View(), name)) return static_cast<Integer>(pos);
   }
 }
 
 void TkxDump::PlaceSlot(Integer pos) {
-  const auto tag = static_cast<std::uint32_t>(fItems[static_cast<std::size_t>(pos)].Hash);
-  const std::size_t mask = fSlots.size() - 1;
-  std::size_t s = HomeSlot(tag);
-  while (fSlots[s].Pos >= 0) s = (s + 1) & mask;
-  fSlots[s] = Slot{pos, tag};
+  const std::uint32_t hash = fHashes[static_cast<std::size_t>(pos)];
+  const std::uint32_t mask = static_cast<std::uint32_t>(fSlots.size() - 1);
+  std::uint32_t s = HomeSlot(hash);
+  while (fSlots[s] != 0) s = (s + 1) & mask;
+  fSlots[s] = (hash << fSlotBits) | (static_cast<std::uint32_t>(pos) + 1);
 }
 
 void TkxDump::RebuildIndex() {
   unsigned bits = kMinSlotBits;
   while ((std::size_t{1} << bits) < fItems.size() * 2) ++bits;
+  // A slot keeps the position in as many bits as the index has; a dump of a billion
+  // entries is past any use this container has.
+  if (bits > kMaxSlotBits) throw Exception("The dump cannot hold so many entries");
+  // Built aside first: when memory runs out the old index stays as it was.
+  std::vector<std::uint32_t> slots(std::size_t{1} << bits, 0);
+  fSlots.swap(slots);
   fSlotBits = bits;
-  fSlots.assign(std::size_t{1} << bits, Slot{-1, 0});
   for (std::size_t i = 0; i < fItems.size(); ++i) PlaceSlot(static_cast<Integer>(i));
 }
 
@@ -96,29 +152,29 @@ void TkxDump::IndexInsert(Integer pos) {
 
 void TkxDump::IndexRemove(Integer pos) {
   if (fSlots.empty()) return;
-  const std::size_t mask = fSlots.size() - 1;
-  std::size_t hole =
-      HomeSlot(static_cast<std::uint32_t>(fItems[static_cast<std::size_t>(pos)].Hash));
-  while (fSlots[hole].Pos != pos) hole = (hole + 1) & mask;
+  const std::uint32_t mask = static_cast<std::uint32_t>(fSlots.size() - 1);
+  const std::uint32_t own = static_cast<std::uint32_t>(pos) + 1;
+  std::uint32_t hole = HomeSlot(fHashes[static_cast<std::size_t>(pos)]);
+  while ((fSlots[hole] & mask) != own) hole = (hole + 1) & mask;
   // Backward-shift deletion: later members of the probe run move up into the hole when
   // their home slot lies at or before it, so no tombstones are needed.
-  for (std::size_t j = (hole + 1) & mask; fSlots[j].Pos >= 0; j = (j + 1) & mask) {
-    std::size_t home = HomeSlot(fSlots[j].Tag);
+  for (std::uint32_t j = (hole + 1) & mask; fSlots[j] != 0; j = (j + 1) & mask) {
+    const std::uint32_t home = HomeSlot(fHashes[(fSlots[j] & mask) - 1]);
     if (((j - home) & mask) >= ((j - hole) & mask)) {
       fSlots[hole] = fSlots[j];
       hole = j;
     }
   }
-  fSlots[hole] = Slot{-1, 0};
+  fSlots[hole] = 0;
   // Entries after the removed one move down by one place.
   if (static_cast<std::size_t>(pos) + 1 < fItems.size())
-    for (Slot& slot : fSlots)
-      if (slot.Pos > pos) --slot.Pos;
+    for (std::uint32_t& slot : fSlots)
+      if ((slot & mask) > own) --slot;
 }
 
 AnsiString OSTREL_STDCALL TkxDump::get_Name(Integer index) {
   CheckIndex(index);
-  return fItems[static_cast<std::size_t>(index)].Name;
+  return AnsiString(fItems[static_cast<std::size_t>(index)].Name.View());
 }
 
 Integer OSTREL_STDCALL TkxDump::get_Count() { return static_cast<Integer>(fItems.size()); }
@@ -154,18 +210,31 @@ Variant OSTREL_STDCALL TkxDump::get_ByName(std::string_view name) {
 }
 
 void OSTREL_STDCALL TkxDump::set_ByName(std::string_view name, const Variant& value) {
-  std::size_t hash = AnsiHashText(name);
+  const std::uint32_t hash = NameHash(name);
   Integer i = Lookup(name, hash);
   if (i >= 0) {
     set_Value(i, value);
     return;
   }
-  fItems.push_back(Entry{AnsiString(name), Variant(value), hash});
-  IndexInsert(static_cast<Integer>(fItems.size() - 1));
+  // Either the entry goes in whole, indexed, or the dump stays as it was.
+  fHashes.push_back(hash);
+  try {
+    fItems.push_back(Entry{Variant(value), EntryName(name)});
+  } catch (...) {
+    fHashes.pop_back();
+    throw;
+  }
+  try {
+    IndexInsert(static_cast<Integer>(fItems.size() - 1));
+  } catch (...) {
+    fItems.pop_back();
+    fHashes.pop_back();
+    throw;
+  }
 }
 
 Integer OSTREL_STDCALL TkxDump::IndexOf(std::string_view name) {
-  return Lookup(name, AnsiHashText(name));
+  return Lookup(name, NameHash(name));
 }
 
 bool OSTREL_STDCALL TkxDump::IsEmpty() { return fItems.empty(); }
@@ -175,6 +244,7 @@ void OSTREL_STDCALL TkxDump::Delete(Integer index) {
   IndexRemove(index);
   Variant old(std::move(fItems[static_cast<std::size_t>(index)].Value));
   fItems.erase(fItems.begin() + index);
+  fHashes.erase(fHashes.begin() + index);
   // `old` is released last, with the dump already consistent.
 }
 
@@ -186,6 +256,7 @@ bool TkxDump::Find(std::string_view name, Integer& index) {
 void TkxDump::Clear() {
   std::vector<Entry> old;
   old.swap(fItems);
+  fHashes.clear();
   fSlots.clear();
   fSlotBits = 0;
   // First to last, as deleting entry 0 over and over would; the dump is already empty
@@ -197,7 +268,7 @@ void TkxDump::Assign(TkxDump* source) {
   if (!source) return;
   for (std::size_t i = 0; i < source->fItems.size(); ++i) {
     const Entry& e = source->fItems[i];
-    set_ByName(AnsiString(e.Name), Variant(e.Value));
+    set_ByName(AnsiString(e.Name.View()), Variant(e.Value));
   }
 }
 

@@ -198,32 +198,55 @@ class OSTREL_API TkxDump : public TkxObject, public IDump, public IObjectRTTI {
   IDump* AsIDump() noexcept { return this; }
 
  private:
-  // One cache line per entry: a lookup in a large dump then costs one miss for the entry.
-  struct alignas(64) Entry {
-    AnsiString Name;
-    Variant Value;
-    std::size_t Hash;
+  // A name in 16 bytes: up to 15 bytes in place, a longer one on the heap.
+  class EntryName {
+   public:
+    explicit EntryName(std::string_view s);
+    EntryName(const EntryName& other) : EntryName(other.View()) {}
+    EntryName(EntryName&& other) noexcept;
+    EntryName& operator=(const EntryName&) = delete;
+    EntryName& operator=(EntryName&& other) noexcept;
+    ~EntryName();
+
+    std::string_view View() const noexcept {
+      if (fBytes[kLenAt] != kOnHeap)
+        return std::string_view(reinterpret_cast<const char*>(fBytes), fBytes[kLenAt]);
+      return HeapView();
+    }
+
+   private:
+    std::string_view HeapView() const noexcept;
+
+    static constexpr std::size_t kLenAt = 15;  // the length in place, or kOnHeap
+    static constexpr unsigned char kOnHeap = 0xFF;
+    // In place: the bytes, then the length. On the heap: the pointer, then the length.
+    alignas(8) unsigned char fBytes[16];
   };
 
-  // A slot of the hash index: an entry position (-1 when free) and the low half of the
-  // entry's name hash.
-  struct Slot {
-    Integer Pos;
-    std::uint32_t Tag;
+  // Half a cache line per entry: a large dump takes half the memory that entries holding a
+  // string would, and an entry never straddles two lines.
+  struct alignas(32) Entry {
+    Variant Value;
+    EntryName Name;
   };
 
   void CheckIndex(Integer index) const;
-  Integer Lookup(std::string_view name, std::size_t hash) const;
-  std::size_t HomeSlot(std::uint32_t tag) const noexcept;
+  Integer Lookup(std::string_view name, std::uint32_t hash) const;
+  std::uint32_t HomeSlot(std::uint32_t hash) const noexcept;
   void PlaceSlot(Integer pos);
   void IndexInsert(Integer pos);
   void IndexRemove(Integer pos);
   void RebuildIndex();
 
   std::vector<Entry> fItems;
+  // The low half of each entry's name hash, beside the entries: small dumps are scanned
+  // here, and the index is rebuilt from here.
+  std::vector<std::uint32_t> fHashes;
   // Open-addressing hash index with linear probing, at most half full; empty while the
-  // dump is small.
-  std::vector<Slot> fSlots;
+  // dump is small. A slot of 2^fSlotBits holds the entry position plus one in its low
+  // fSlotBits bits (0 when free) and the low bits of the name hash above them, so that
+  // probing past other names does not touch their entries.
+  std::vector<std::uint32_t> fSlots;
   unsigned fSlotBits = 0;
 };
 
