@@ -119,11 +119,6 @@ void TkxDump::CheckIndex(Integer index) const {
     throw EStringListError(Format(SysConst::SListIndexError, index));
 }
 
-std::uint32_t TkxDump::HomeSlot(std::uint32_t hash) const noexcept {
-  // Fibonacci hashing spreads the name's hash over the table's bits.
-  return (hash * 0x9E3779B9u) >> (32 - fSlotBits);
-}
-
 Integer TkxDump::Lookup(std::string_view name, std::uint32_t hash) const {
   // Equal hashes are necessary for equal folded names, so the hash is compared first.
   if (fSlots.empty()) {

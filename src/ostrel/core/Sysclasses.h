@@ -232,7 +232,11 @@ class OSTREL_API TkxDump : public TkxObject, public IDump, public IObjectRTTI {
 
   void CheckIndex(Integer index) const;
   Integer Lookup(std::string_view name, std::uint32_t hash) const;
-  std::uint32_t HomeSlot(std::uint32_t hash) const noexcept;
+  // Fibonacci hashing spreads the name's hash over the table's bits. Defined here so that
+  // lookups have it inline rather than through an exported call.
+  std::uint32_t HomeSlot(std::uint32_t hash) const noexcept {
+    return (hash * 0x9E3779B9u) >> (32 - fSlotBits);
+  }
   void PlaceSlot(Integer pos);
   void IndexInsert(Integer pos);
   void IndexRemove(Integer pos);
