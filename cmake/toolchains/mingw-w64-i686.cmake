@@ -1,17 +1,6 @@
 # Cross build for 32-bit Windows with Debian's mingw-w64 (package g++-mingw-w64-i686).
-# The posix-threads compiler variant is used: the library relies on std::thread and std::mutex.
 #   cmake -S . -B build-mingw32 -G Ninja \
 #     -DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/mingw-w64-i686.cmake -DOSTREL_BUILD_TESTS=OFF
-set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR i686)
-
 set(OSTREL_MINGW_TRIPLE i686-w64-mingw32)
-set(CMAKE_C_COMPILER ${OSTREL_MINGW_TRIPLE}-gcc-posix)
-set(CMAKE_CXX_COMPILER ${OSTREL_MINGW_TRIPLE}-g++-posix)
-set(CMAKE_RC_COMPILER ${OSTREL_MINGW_TRIPLE}-windres)
-
-set(CMAKE_FIND_ROOT_PATH /usr/${OSTREL_MINGW_TRIPLE})
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+include(${CMAKE_CURRENT_LIST_DIR}/mingw-w64-common.cmake)
