@@ -4,6 +4,7 @@
 #include <FuzzUtil.h>
 
 #include <ostrel/core/Dump.h>
+#include <ostrel/rtl/Variants.h>
 
 using namespace ostrel;
 
@@ -24,6 +25,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzz::Guarded([&] { written = Dump_ToStr(dump); });
   fuzz::Guarded([&] { Dump_AsString(dump, "\r\n"); });
   if (written.empty()) return 0;
+  // Nothing is quoted: a name with ":" or a tab, or a value with a tab, cannot come back.
+  for (Integer i = 0; i < dump->get_Count(); ++i) {
+    const AnsiString name = dump->get_Name(i);
+    if (name.find_first_of(":\t") != AnsiString::npos) return 0;
+    if (VarToStr(dump->get_Value(i)).find('\t') != AnsiString::npos) return 0;
+  }
 
   IPtr<IDump> again = GetDumpIntf();
   bool read = fuzz::Guarded([&] { Dump_FromStr(again, written); });
