@@ -30,7 +30,8 @@ bool Read(TXItem* item, std::string_view text) {
 // Trees that the writer cannot give back as they were read, by the dialect's own rules:
 // names with a double quote (it opens a quoted part in the end tag), attribute text ending
 // in "/" (read back as self-closing), CDATA holding "]]>", a lone text child or two adjacent
-// ones (read back as the parent's value, or as one text), elements named "#text", and
+// ones (read back as the parent's value, or as one text), elements named "#text" that are
+// not plain text (they are written as their text alone, or as "/>" without one), and
 // inner elements whose name starts with "!" (an inner "<!" is neither comment nor CDATA; such
 // an element is read only where a tag follows a skipped declaration).
 bool Writable(const TXItem* root) {
@@ -45,7 +46,9 @@ bool Writable(const TXItem* root) {
     if (!attrs.empty() && attrs.back() == '/') return false;
     if (item->get_IsCDATA() && VarToStr(item->get_Value()).find("]]>") != AnsiString::npos)
       return false;
-    if (item->get_IsText() && (item->get_Count() > 0 || !item->get_AttrText().empty()))
+    if (item->get_IsText() && (item == root || item->get_Count() > 0 ||
+                               !item->get_AttrText().empty() ||
+                               Trim(VarToStr(item->get_Value())).empty()))
       return false;
     const Integer n = item->get_Count();
     if (n == 1 && item->get_Items(0)->get_IsText()) return false;
