@@ -3,7 +3,8 @@
 // or errors, matching an item against key values, copying children by their keys, and a
 // keyed index over a list of items searched by binary search.
 //
-// Everything here works through IXItem, so it serves any tree that hands out items.
+// The queries walk the plain tree behind the interfaces (TXItem), so a search makes no
+// wrappers except for the items it hands out.
 #pragma once
 
 #include <ostrel/core/Sysintf.h>
