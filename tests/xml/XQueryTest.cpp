@@ -184,6 +184,10 @@ TEST(XGetItem, FindsOrAppends) {
   EXPECT_EQ(GetXItem(root, "ROW", "ID", "7").Get(), k.Get());
   EXPECT_NE(GetXItem(root, "row", "id", "8").Get(), k.Get());
   EXPECT_EQ(Text(root), R"(<r><a/><b/><row id="7"/><row id="8"/></r>)");
+  // Operations that need an item say so instead of failing on none.
+  EXPECT_EQ(MessageOf([] { GetXItem(nullptr, "a"); }), "GetXItem: no item");
+  EXPECT_EQ(MessageOf([] { XCopyItems(nullptr, nullptr); }), "XCopyItems: no item");
+  EXPECT_EQ(MessageOf([&] { XAssign(root, nullptr); }), "XAssign: no item");
 }
 
 TEST(XValues, ReadChildrenWithDefaults) {

@@ -117,6 +117,7 @@ void GetXItemListIntf(const IPtr<IXItem>& item, std::string_view name,
 
 void GetXItemIndexIntf(const IPtr<IXItemList>& list, std::string_view keyAttr,
                        IPtr<IXItemIndex>& index) {
+  if (!list) DIE("GetXItemIndexIntf: no list");
   TKeys keys{keyAttr, {}};
   list->Sort(
       [](IXItem* a, IXItem* b, void* context) {

@@ -24,6 +24,13 @@ TXItem* XItemOf(const IPtr<IXItem>& item) {
   return intf->XItem();
 }
 
+// As XItemOf for operations that need an item: none is an error naming the operation.
+TXItem* RequiredItem(const IPtr<IXItem>& item, std::string_view operation) {
+  TXItem* x = XItemOf(item);
+  if (!x) DIE("%s: no item", operation);
+  return x;
+}
+
 IPtr<IXItem> IntfOf(TXItem* item) { return item ? item->get_Intf() : IPtr<IXItem>(); }
 
 // One condition of a path filter: the attribute's name and its decoded value.
@@ -242,6 +249,7 @@ IPtr<IXItem> FindXRecurse(const IPtr<IXItem>& item, std::string_view name,
 }
 
 IPtr<IXItem> GetXItem(const IPtr<IXItem>& item, std::string_view name) {
+  RequiredItem(item, "GetXItem");
   IPtr<IXItem> found;
   if (!item->FindItem(name, found)) found = item->Add(name);
   return found;
@@ -249,6 +257,7 @@ IPtr<IXItem> GetXItem(const IPtr<IXItem>& item, std::string_view name) {
 
 IPtr<IXItem> GetXItem(const IPtr<IXItem>& item, std::string_view name, std::string_view keyAttr,
                       std::string_view keyValue) {
+  RequiredItem(item, "GetXItem");
   IPtr<IXItem> found;
   if (!FindByKey(item, name, keyAttr, keyValue, false, found)) {
     found = item->Add(name);
@@ -385,12 +394,12 @@ void MergeItem(TXItem* dest, const TXItem* source) {
 }  // namespace
 
 void XMerge(const IPtr<IXItem>& dest, const IPtr<IXItem>& source) {
-  MergeItem(XItemOf(dest), XItemOf(source));
+  MergeItem(RequiredItem(dest, "XMerge"), RequiredItem(source, "XMerge"));
 }
 
 void XAssign(const IPtr<IXItem>& dest, const IPtr<IXItem>& source) {
-  TXItem* d = XItemOf(dest);
-  const TXItem* s = XItemOf(source);
+  TXItem* d = RequiredItem(dest, "XAssign");
+  const TXItem* s = RequiredItem(source, "XAssign");
   if (d == s) return;
   if (Within(d, s) || Within(s, d)) {
     // Clearing d would free s, or copying s would copy d while it grows: copy s first.
@@ -403,8 +412,8 @@ void XAssign(const IPtr<IXItem>& dest, const IPtr<IXItem>& source) {
 }
 
 void XCopyItems(const IPtr<IXItem>& dest, const IPtr<IXItem>& source) {
-  TXItem* target = XItemOf(dest);
-  const TXItem* from = XItemOf(source);
+  TXItem* target = RequiredItem(dest, "XCopyItems");
+  const TXItem* from = RequiredItem(source, "XCopyItems");
   // When one tree holds the other, what is appended would come round again as source:
   // the source is copied first.
   TXItem copy;
