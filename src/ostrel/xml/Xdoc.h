@@ -12,6 +12,8 @@
 #include <ostrel/rtl/Strings.h>
 
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace ostrel {
@@ -141,11 +143,16 @@ class OSTREL_API TXItem : public TObject {
 
   const AnsiString& get_Name() const noexcept { return fName; }
   void set_Name(std::string_view name) { fName.assign(name.data(), name.size()); }
-  void set_Name(AnsiString&& name) noexcept { fName = std::move(name); }
+  // Takes over a string given as an rvalue (the reader's way).
+  template <class S, std::enable_if_t<std::is_same_v<S, AnsiString>, int> = 0>
+  void set_Name(S&& name) noexcept {
+    fName = std::move(name);
+  }
   const Variant& get_Value() const noexcept { return fValue; }
   // IsCDATA false; an 8-bit string wrapped in "<![CDATA[" ... "]]>" (markers compared
   // ignoring case) is unwrapped and sets IsCDATA.
   void set_Value(const Variant& value);
+  void set_Value(Variant&& value);
   bool get_IsCDATA() const noexcept { return fIsCDATA; }
   AnsiString get_CDATA() const;
   void set_CDATA(std::string_view text);
@@ -157,7 +164,10 @@ class OSTREL_API TXItem : public TObject {
   // The attribute text as read: everything between the name and ">" or "/>".
   const AnsiString& get_AttrText() const noexcept { return fAttrText; }
   void set_AttrText(std::string_view text) { fAttrText.assign(text.data(), text.size()); }
-  void set_AttrText(AnsiString&& text) noexcept { fAttrText = std::move(text); }
+  template <class S, std::enable_if_t<std::is_same_v<S, AnsiString>, int> = 0>
+  void set_AttrText(S&& text) noexcept {
+    fAttrText = std::move(text);
+  }
   // Attribute access raises _SErrXAttrFormat (with the whole attribute text) when the text
   // is malformed: attributes are name="value", double quotes only.
   Variant get_Attr(std::string_view name) const;

@@ -111,11 +111,20 @@ class OSTREL_API TXReader {
   TkxBufStream& Stream() noexcept { return *fStream; }
 
  private:
+  // Whether no byte is left (also when the stream gives fewer bytes than its size).
   bool AtEnd();
-  void ReadText(AnsiString& text, bool& cdata);
+  // ReadValue into a string, empty for none; with dropLeading, without its leading blanks.
+  void ReadText(AnsiString& text, bool& cdata, bool dropLeading);
+  // Whether the bytes ahead may be "<!" (false only when they surely are not).
+  bool MayBeBang();
+  // Raises EXMLError, counting line and column up to position by reading the input again.
+  [[noreturn]] void RaiseAt(Int64 position, std::string_view detail);
 
   std::unique_ptr<TkxBufStream> fStream;
-  Int64 fStart;
+  Int64 fStart;        // where reading began, for counting lines
+  Int64 fTagPos = 0;   // where the last tag began
+  AnsiString fText;    // text and entity buffers, reused from element to element
+  AnsiString fEntity;
 };
 
 // Writes items as indented XML text (two blanks a level, CR LF after every line), gathered
