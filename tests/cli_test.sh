@@ -124,6 +124,52 @@ rc=$?
 [[ $(sed -n 2p "$work/stdin.out") == "Два рубля 50 копеек" ]] || fail "second stdin line: $(cat "$work/stdin.out")"
 grep -q "'abc'" "$work/stdin.err" || fail "the bad line is not named in the error: $(cat "$work/stdin.err")"
 
+# ostrel xml on the sample payment orders: files are CP1251 with CR LF, the terminal UTF-8.
+payments=$(dirname "$0")/../examples/xml/payments.xml
+printf '<a>\r\n  <b x="1">\r\n</a>\r\n' >"$work/bad.xml"
+run xmlcheck xml check "$payments" "$work/bad.xml" "$work/none.xml"
+[[ $(status xmlcheck) == 1 ]] || fail "xml check with a bad file exited $(status xmlcheck)"
+expect_line "$work/xmlcheck.out" '/payments\.xml: ok$' "xml check of the sample"
+expect_line "$work/xmlcheck.out" '/bad\.xml:3:[0-9]+: Ошибка в формате XML\. Отсутствует завершающий таг "</b>"$' \
+  "xml check names the line of a reader error"
+expect_line "$work/xmlcheck.out" '/none\.xml: .+' "xml check of a missing file"
+run xmlformat xml format "$payments" -o "$work/formatted.xml"
+cmp -s "$payments" "$work/formatted.xml" || fail "xml format does not write the sample back byte for byte"
+"$ostrel" --cp1251 xml format "$payments" >"$work/formatted.txt"
+cmp -s <(tr -d '\r' <"$payments") "$work/formatted.txt" || fail "xml format to a CP1251 terminal"
+check_cmd xmlattr 'ООО "Ромашка"' xml find "$payments" 'payment[@number="318"]/payer' --attr name
+check_cmd xmlvalue 'Оплата электроэнергии за февраль 2026 г.' \
+  xml find "$payments" 'payment[@kind="СРОЧНО"]/purpose' --value
+check_cmd xmlitem '<purpose>Предоплата по контракту № 7/2026</purpose>' \
+  xml find "$payments" '/payment[@number="319" @currency="usd"]/purpose'
+run xmlattrs xml find "$payments" 'payment[@number="319"]' --attrs
+expect_line "$work/xmlattrs.out" '^sum=1021\.05$' "xml find --attrs lists the attributes"
+expect_line "$work/xmlattrs.out" '^payee=Globex Ltd\.$' "xml find --attrs lists the attributes"
+run xmlmissing xml find "$payments" 'payment[@number="999"]/purpose'
+[[ $(status xmlmissing) == 1 ]] || fail "xml find of a missing path exited $(status xmlmissing)"
+expect_line "$work/xmlmissing.err" '^FindXPath fail "payment\[@number="999"\]/purpose"$' "path in the not-found message"
+expect_line "$work/xmlmissing.err" '^Tag <payment> not found$' "tag in the not-found message"
+run xmlnoattr xml find "$payments" 'payment' --attr nothing
+expect_line "$work/xmlnoattr.err" '^Tag <payment>: аttribute "nothing" not found$' "xml find of a missing attribute"
+run xmlusage xml find "$payments"
+[[ $(status xmlusage) == 2 ]] || fail "xml find without a path exited $(status xmlusage)"
+iconv -f UTF-8 -t CP1251 >"$work/fixes.xml" <<'EOF'
+<fixes>
+  <documents>
+    <payment number="317" fix="d"/>
+    <payment number="319"><purpose fix="u">Возврат предоплаты</purpose></payment>
+    <payment number="320" sum="1" fix="a"/>
+  </documents>
+</fixes>
+EOF
+run xmlfix xml fix "$payments" "$work/fixes.xml" -o "$work/fixed.xml"
+[[ $(status xmlfix) == 0 ]] || fail "xml fix exited $(status xmlfix): $(cat "$work/xmlfix.err")"
+check_cmd xmlfixed 'Возврат предоплаты' xml find "$work/fixed.xml" 'payment[@number="319"]/purpose' --value
+check_cmd xmlfirst '318' xml find "$work/fixed.xml" 'payment' --attr number
+check_cmd xmladded '1' xml find "$work/fixed.xml" 'payment[@number="320"]' --attr sum
+expect_line "$demo" '^    Сумма: 15.320,46 \(Пятнадцать тысяч триста двадцать рублей 46 копеек\)$' \
+  "the demo's payment order with the amount in words"
+
 if [[ $failures -gt 0 ]]; then
   echo "$failures check(s) failed" >&2
   exit 1

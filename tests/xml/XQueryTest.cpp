@@ -1,0 +1,380 @@
+// Item queries: paths with filters and their errors, key searches, values and attributes,
+// key matching, copying by keys and the keyed index.
+#include <ostrel/core/Dump.h>
+#include <ostrel/rtl/Strings.h>
+#include <ostrel/xml/Xdata.h>
+
+#include <gtest/gtest.h>
+
+#include "TestUtil.h"
+
+namespace ostrel {
+namespace {
+
+using testutil::MessageOf;
+
+// A document read from text written in UTF-8 (the reader sees it as CP1251).
+IPtr<IXItem> Load(std::string_view utf8) {
+  const AnsiString text = Utf8ToAnsi(utf8);
+  TMemoryStream stream;
+  stream.Write(text.data(), static_cast<Integer>(text.size()));
+  stream.SetPosition(0);
+  IPtr<IXDoc> doc;
+  GetXDocIntf(stream, doc);
+  return doc->get_Root();
+}
+
+// Where an item stands: the names from the root down, each with its index after "#".
+std::string Where(IPtr<IXItem> item) {
+  if (!item) return "-";
+  std::string where;
+  for (; item->get_Parent(); item = item->get_Parent())
+    where = item->get_Name() + "#" + std::to_string(item->get_Index()) +
+            (where.empty() ? "" : "/") + where;
+  return where.empty() ? "root" : where;
+}
+
+// The item's XML on one line: line breaks and indentation taken out.
+std::string Text(const IPtr<IXItem>& item) {
+  std::string out;
+  bool lineStart = true;
+  for (char c : item->get_XML()) {
+    if (c == '\r' || c == '\n') {
+      lineStart = true;
+    } else if (c != ' ' || !lineStart) {
+      out += c;
+      lineStart = false;
+    }
+  }
+  return AnsiToUtf8(out);
+}
+
+std::string Utf8Message(const std::function<void()>& fn) { return AnsiToUtf8(MessageOf(fn)); }
+
+constexpr std::string_view kForms = R"(<root>
+  <forms>
+    <form name="list"><fields n="1"/></form>
+    <form name="main" ID="5"><fields n="2"/></form>
+  </forms>
+  <a><c/></a>
+  <a><b/></a>
+  <row id="&#53;" kind="Счёт"/>
+</root>)";
+
+TEST(XPath, FindsThroughNamesAndFilters) {
+  const IPtr<IXItem> root = Load(kForms);
+  struct Case {
+    std::string_view path;
+    std::string where;
+  } cases[] = {
+      {R"(forms/form[@name="main"]/fields)", "forms#0/form#1/fields#0"},
+      {"/forms/form", "forms#0/form#0"},
+      {" // forms", "forms#0"},
+      {R"(FORMS/Form[@NAME="MAIN"])", "forms#0/form#1"},
+      {R"(forms/form[@id="5"])", "forms#0/form#1"},
+      {R"(forms/form[@name="main"  @id="&#53;"])", "forms#0/form#1"},
+      {R"(forms/form[@name="main" @id="6"])", "-"},
+      {R"(forms/form [ @name="main" ] ] )", "forms#0/form#1"},
+      {"forms/form[]", "forms#0/form#0"},
+      {R"(row[@id="5"])", "row#3"},
+      {R"(row[@kind="СЧЁТ"])", "row#3"},
+      {"a/c", "a#1/c#0"},
+      {"a/b", "-"},  // the first a is taken; the b under the second is not looked for
+      {"forms/ form", "-"},
+      {"forms/", "forms#0"},
+      {"", "-"},
+      {" /// ", "-"},
+  };
+  for (const Case& c : cases) {
+    IPtr<IXItem> found;
+    const bool ok = FindXPath(root, Utf8ToAnsi(c.path), false, found);
+    EXPECT_EQ(Where(found), c.where) << c.path;
+    EXPECT_EQ(ok, c.where != "-") << c.path;
+    EXPECT_EQ(Where(FindXItem(root, Utf8ToAnsi(c.path), false)), c.where) << c.path;
+  }
+}
+
+TEST(XPath, ReportsThePathAndTheMissingTag) {
+  const IPtr<IXItem> root = Load(kForms);
+  struct Case {
+    std::string_view path, message;
+  } cases[] = {
+      {"a/b", "FindXPath fail \"a/b\"\r\rTag <b> not found"},
+      {"nothing", "Tag <nothing> not found"},
+      {"/nothing", "FindXPath fail \"/nothing\"\r\rTag <nothing> not found"},
+      {R"(forms/form[@name="x"])",
+       "FindXPath fail \"forms/form[@name=\"x\"]\"\r\rTag <form> not found"},
+      {" /// ", "FindXPath fail \" /// \"\r\r"},
+      {R"(forms/form[name="x"])", "Ошибка в формате строки атрибутов \"name=\"x\"\""},
+      {"forms/form[@name='x']", "Ошибка в формате строки атрибутов \"@name='x'\""},
+      {R"(forms/form[@name="x)", "Ошибка в формате строки атрибутов \"@name=\"x\""},
+      {R"(forms/form[@name="&nbsp;"])", "XEncode: error encode character (&n)"},
+  };
+  for (const Case& c : cases) {
+    const std::string path = Utf8ToAnsi(c.path);
+    EXPECT_EQ(Utf8Message([&] {
+                IPtr<IXItem> found;
+                FindXPath(root, path, true, found);
+              }),
+              c.message)
+        << c.path;
+  }
+  // Every raising form says the same, and FindXVal with raise goes through the path.
+  EXPECT_EQ(MessageOf([&] { FindXItem(root, "a/b", true); }), MessageOf([&] {
+              FindXVal(root, "a/b", true);
+            }));
+  IPtr<IXItem> found;
+  EXPECT_EQ(MessageOf([&] { FindXPatt(root, "a/b", true, found); }),
+            "FindXPath fail \"a/b\"\r\rTag <b> not found");
+}
+
+constexpr std::string_view kKeyed = R"(<root>
+  <group name="g1"><item code="A"/><sub><item code="b"/></sub></group>
+  <item code="B"/>
+  <item code="c"/>
+</root>)";
+
+TEST(XKeySearch, FindsByNameAndKeyDepthFirst) {
+  const IPtr<IXItem> root = Load(kKeyed);
+  struct Case {
+    std::string_view name, attr, value;
+    std::string flat, deep;
+  } cases[] = {
+      {"item", "code", "b", "item#1", "group#0/sub#1/item#0"},
+      {"ITEM", "", "", "item#1", "group#0/item#0"},
+      {"item", "CODE", "c", "item#2", "item#2"},
+      {"group", "code", "", "group#0", "group#0"},  // an absent attribute reads as empty
+      {"item", "code", "z", "-", "-"},
+      {"sub", "", "", "-", "group#0/sub#1"},
+  };
+  for (const Case& c : cases) {
+    IPtr<IXItem> found;
+    EXPECT_EQ(FindXItem(root, c.name, c.attr, c.value, found), c.flat != "-") << c.name;
+    EXPECT_EQ(Where(found), c.flat) << c.name;
+    EXPECT_EQ(FindXItem(root, c.name, c.attr, c.value, true, found), c.deep != "-");
+    EXPECT_EQ(Where(found), c.deep) << c.name << " " << c.value;
+    EXPECT_EQ(Where(FindXItem(root, c.name, c.attr, c.value, false)), c.flat);
+    EXPECT_EQ(Where(FindXRecurse(root, c.name, c.attr, c.value, false)), c.deep);
+  }
+  EXPECT_EQ(MessageOf([&] { FindXItem(root, "item", "code", "z", true); }),
+            "Tag <item code=\"z\"> not found");
+  EXPECT_EQ(MessageOf([&] { FindXRecurse(root, "sub", "id", "1", true); }),
+            "Tag <sub id=\"1\"> not found");
+}
+
+TEST(XKeySearch, SearchesADeepTreeWithoutDeepCalls) {
+  IPtr<IXDoc> doc;
+  GetXDocIntf("", doc);
+  TXItem* item = static_cast<TXDocIntf*>(doc.Get())->Root();
+  for (int i = 0; i < 200000; ++i) {
+    item = item->Add();
+    item->set_Name(std::string_view("level"));
+  }
+  item->set_Attr("id", AnsiString("last"));
+  IPtr<IXItem> found = FindXRecurse(doc->get_Root(), "level", "id", "last", true);
+  EXPECT_EQ(found->get_Count(), 0);
+}
+
+TEST(XGetItem, FindsOrAppends) {
+  const IPtr<IXItem> root = Load("<r><a/></r>");
+  EXPECT_EQ(GetXItem(root, "A").Get(), root->get_Items(0).Get());
+  const IPtr<IXItem> b = GetXItem(root, "b");
+  EXPECT_EQ(GetXItem(root, "b").Get(), b.Get());
+  const IPtr<IXItem> k = GetXItem(root, "row", "id", "7");
+  EXPECT_EQ(GetXItem(root, "ROW", "ID", "7").Get(), k.Get());
+  EXPECT_NE(GetXItem(root, "row", "id", "8").Get(), k.Get());
+  EXPECT_EQ(Text(root), R"(<r><a/><b/><row id="7"/><row id="8"/></r>)");
+  // Operations that need an item say so instead of failing on none.
+  EXPECT_EQ(MessageOf([] { GetXItem(nullptr, "a"); }), "GetXItem: no item");
+  EXPECT_EQ(MessageOf([] { XCopyItems(nullptr, nullptr); }), "XCopyItems: no item");
+  EXPECT_EQ(MessageOf([&] { XAssign(root, nullptr); }), "XAssign: no item");
+}
+
+TEST(XValues, ReadChildrenWithDefaults) {
+  const IPtr<IXItem> root =
+      Load(R"(<r><a>1</a><b/><c>x</c><c>y</c><d k="2">v2</d><d k="3">v3</d><e k="4"/></r>)");
+  Variant v = "stale";
+  EXPECT_TRUE(GetXValue(root, "A", v));
+  EXPECT_EQ(VarToStr(v), "1");
+  for (std::string_view name : {"b", "zz", "r/a"}) {
+    v = "stale";
+    EXPECT_FALSE(GetXValue(root, name, v)) << name;
+    EXPECT_TRUE(VarIsNull(v)) << name;
+  }
+  EXPECT_FALSE(GetXValue(nullptr, "a", v));
+  EXPECT_EQ(VarToStr(XValue(root, "b", "def")), "def");
+  EXPECT_EQ(VarToStr(XValue(root, "c", "def")), "x");
+  EXPECT_TRUE(VarIsNull(XValue(root, "b")));
+  EXPECT_EQ(VarToStr(XValue(root, "d", "k", "3", "none")), "v3");
+  EXPECT_EQ(VarToStr(XValue(root, "d", "k", "5", "none")), "none");
+  EXPECT_EQ(VarToStr(XValue(root, "e", "k", "4", "none")), "none");
+  // Without raise only a direct child's name is understood.
+  EXPECT_EQ(VarToStr(FindXVal(root, "d", false)), "v2");
+  EXPECT_TRUE(VarIsNull(FindXVal(root, "/d", false)));
+  EXPECT_EQ(VarToStr(FindXVal(root, "/d", true)), "v2");
+  EXPECT_TRUE(VarIsNull(FindXVal(root, "b", true)));
+}
+
+TEST(XAttrs, ReadTypedOrRaise) {
+  const IPtr<IXItem> item =
+      Load(R"(<r id="7" date="2024-03-01T12:30:00.000" sum="12.5" ok="TRUE" t="a&amp;b"/>)");
+  Variant v = "stale";
+  EXPECT_TRUE(GetXAttr(item, "ID", v));
+  EXPECT_EQ(v.VarType(), varString);
+  EXPECT_EQ(VarToStr(v), "7");
+  EXPECT_FALSE(GetXAttr(item, "none", v));
+  EXPECT_TRUE(VarIsNull(v));
+  EXPECT_FALSE(GetXAttr(nullptr, "id", v));
+  struct Case {
+    TVarType type;
+    std::string text;
+    const char* attr;
+  } cases[] = {{varInteger, "7", "id"},
+               {varDouble, "12,5", "sum"},
+               {varBoolean, "True", "ok"},
+               {varDate, "01.03.2024 12:30:00", "date"},
+               {varString, "a&b", "t"}};
+  for (const Case& c : cases) {
+    EXPECT_TRUE(GetXAttr(item, c.attr, c.type, v));
+    EXPECT_EQ(v.VarType(), c.type) << c.attr;
+    EXPECT_EQ(VarToStr(v), c.text) << c.attr;
+  }
+  EXPECT_FALSE(GetXAttr(item, "none", varInteger, v));
+  EXPECT_EQ(VarToStr(XAttr(item, "none", "def")), "def");
+  EXPECT_EQ(VarToStr(XAttr(item, "t")), "a&b");
+  EXPECT_EQ(Utf8Message([&] { XAttr(item, "none"); }),
+            "Tag <r>: аttribute \"none\" not found");
+}
+
+TEST(XSame, MatchesNameAndKeys) {
+  const IPtr<IXItem> root =
+      Load(R"(<r><row id="1" name="Иванов"/><row id="2" name="Петров" x="1"/><строка/></r>)");
+  const IPtr<IXItem> row = root->get_Items(1);
+  IPtr<IDump> keys = GetDumpIntf();
+  keys->set_ByName("ID", 2);
+  keys->set_ByName("name", Utf8ToAnsi("ПЕТРОВ"));
+  EXPECT_TRUE(SameXItem(row, "ROW", keys, true));
+  EXPECT_FALSE(SameXItem(row, "line", keys, false));
+  keys->set_ByName("id", 3);
+  EXPECT_FALSE(SameXItem(row, "row", keys, true));
+  EXPECT_TRUE(SameXItem(row, "row", keys, false));
+  // Only Latin letters fold in the name; an absent attribute is never unequal.
+  EXPECT_FALSE(SameXItem(root->get_Items(2), Utf8ToAnsi("СТРОКА"), nullptr, false));
+  EXPECT_TRUE(SameXItem(root->get_Items(2), Utf8ToAnsi("строка"), nullptr, false));
+  keys = GetDumpIntf();
+  keys->set_ByName("missing", "x");
+  EXPECT_TRUE(SameXItem(row, "row", keys, true));
+
+  // The list form: values from a dump by name, from an array by position, or one value.
+  keys = GetDumpIntf();
+  keys->set_ByName("name", Utf8ToAnsi("петров"));
+  keys->set_ByName("id", "2");
+  struct Case {
+    std::string_view names;
+    Variant values;
+    std::string where;
+  } cases[] = {
+      {"id;name", VarArrayOf({2, Utf8ToAnsi("петров")}), "row#1"},
+      {"name; id", Variant(keys), "row#1"},
+      {"x;id", 1, "row#0"},
+      {"x;id", 2, "-"},
+      {"id", VarArrayOf({1}), "row#0"},
+      {"", Variant::Null(), "row#0"},
+  };
+  for (const Case& c : cases) {
+    IPtr<IXItem> found;
+    EXPECT_EQ(LocateXItem(root, "row", c.names, c.values, true, found), c.where != "-");
+    EXPECT_EQ(Where(found), c.where) << c.names;
+  }
+  IPtr<IXItem> found;
+  keys = GetDumpIntf();
+  keys->set_ByName("x", 1);
+  EXPECT_TRUE(LocateXItem(root, "row", keys, true, found));
+  EXPECT_EQ(Where(found), "row#0");  // row 0 has no x: never unequal
+  EXPECT_FALSE(LocateXItem(root, "col", keys, false, found));
+  EXPECT_EQ(Where(found), "-");
+}
+
+TEST(XCopy, MergesMatchedChildrenAndAppendsTheRest) {
+  const IPtr<IXItem> dest = Load(R"(<d><row id="1"><x v="1"/></row><row id="2"/></d>)");
+  const IPtr<IXItem> source = Load(
+      R"(<s><row id="2"><y/></row><row id="3"  t="&#122;">text</row><row id="3" t="z"/><other/></s>)");
+  XCopyItems(dest, source);
+  EXPECT_EQ(Text(dest),
+            R"(<d><row id="1"><x v="1"/></row><row id="2"><y/></row>)"
+            R"(<row id="3"  t="&#122;">text</row><other/></d>)");
+  XCopyItems(dest, source);  // a second copy changes nothing
+  EXPECT_EQ(Text(dest),
+            R"(<d><row id="1"><x v="1"/></row><row id="2"><y/></row>)"
+            R"(<row id="3"  t="&#122;">text</row><other/></d>)");
+}
+
+TEST(XCopy, MergeAndAssign) {
+  const IPtr<IXItem> root = Load(
+      R"(<r><a x="1" y="2">old</a><b y="5" z="&quot;"><![CDATA[<raw>]]></b><c k="1"><d/></c><e/></r>)");
+  const IPtr<IXItem> a = root->get_Items(0), e = root->get_Items(3);
+  XMerge(a, root->get_Items(1));
+  EXPECT_EQ(Text(a), R"(<a x="1" y="5" z="&quot;"><![CDATA[<raw>]]></a>)");
+  EXPECT_TRUE(a->get_IsCDATA());
+  // On an item without attributes the attribute text is copied as it stands; children are
+  // appended, not matched.
+  XMerge(e, root->get_Items(2));
+  XMerge(e, root->get_Items(2));
+  EXPECT_EQ(Text(e), R"(<e k="1"><d/><d/></e>)");
+  XAssign(e, a);
+  EXPECT_EQ(Text(e), R"(<a x="1" y="5" z="&quot;"><![CDATA[<raw>]]></a>)");
+  EXPECT_EQ(e.Get(), root->get_Items(3).Get());  // the same interface, in its place
+}
+
+TEST(XCopy, CopiesBetweenAnItemAndItsOwnSubtree) {
+  IPtr<IXItem> root = Load(R"(<r><a k="1"><b/></a></r>)");
+  XCopyItems(root->get_Items(0), root);
+  EXPECT_EQ(Text(root), R"(<r><a k="1"><b/><a k="1"><b/></a></a></r>)");
+  root = Load(R"(<r><a><b/></a></r>)");
+  XMerge(root->get_Items(0), root);
+  EXPECT_EQ(Text(root), R"(<r><a><b/><a><b/></a></a></r>)");
+  const std::string before = Text(root);
+  const IPtr<IXItem> b = root->get_Items(0)->get_Items(0);
+  XAssign(b, root);
+  EXPECT_EQ(Text(b), before);
+  XAssign(root, root->get_Items(0)->get_Items(1));
+  EXPECT_EQ(Text(root), R"(<a><b/></a>)");
+  // b went with the old children; its interface lives on, detached.
+  EXPECT_EQ(MessageOf([&] { b->get_Name(); }), _SErrXItemDeleted.Str());
+}
+
+TEST(XIndex, SortsByKeyAndFindsTheFirstOfEqualKeys) {
+  const IPtr<IXItem> root = Load(
+      R"(<r><i id="3" n="a"/><i id="1" n="b"/><i id="2" n="c"/><x/><i id="2" n="d"/><i n="e"/><i id="Б" n="f"/><i id="а" n="g"/></r>)");
+  IPtr<IXItemList> list;
+  GetXItemListIntf(root, "I", list);
+  IPtr<IXItemIndex> index;
+  GetXItemIndexIntf(list, "ID", index);
+  std::string order;
+  for (Integer i = 0; i < list->get_Count(); ++i)
+    order += VarToStr(list->get_Items(i)->get_Attr("n"));
+  EXPECT_EQ(order, "ebcdagf");
+  EXPECT_EQ(index->get_List().Get(), list.Get());
+  EXPECT_EQ(index->get_KeyAttr(), "ID");
+  struct Case {
+    Variant key;
+    std::string n;
+  } cases[] = {{"2", "c"}, {2, "c"}, {"1", "b"}, {"3", "a"}, {"", "e"},
+               {Utf8ToAnsi("б"), "f"}, {Utf8ToAnsi("А"), "g"}, {"0", "-"}, {"4", "-"}};
+  for (const Case& c : cases) {
+    IPtr<IXItem> found;
+    EXPECT_EQ(index->FindItem(c.key, found), c.n != "-");
+    EXPECT_EQ(found ? AnsiToUtf8(VarToStr(found->get_Attr("n"))) : "-", c.n);
+  }
+  EXPECT_EQ(VarToStr(index->GetItem("3")->get_Attr("n")), "a");
+  EXPECT_EQ(Utf8Message([&] { index->GetItem(9); }), "Элемент по ключу \"ID=9\" не найден");
+
+  IPtr<IXItemList> empty;
+  GetXItemListIntf(empty);
+  GetXItemIndexIntf(empty, "id", index);
+  IPtr<IXItem> found;
+  EXPECT_FALSE(index->FindItem("1", found));
+}
+
+}  // namespace
+}  // namespace ostrel
