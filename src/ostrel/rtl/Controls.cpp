@@ -108,7 +108,10 @@ void TWinControl::InsertControl(TControl* control) {
   control->fParent = this;
 }
 
+void TWinControl::RemovingControl(TControl*) noexcept {}
+
 void TWinControl::RemoveControl(TControl* control) noexcept {
+  RemovingControl(control);
   auto it = std::find(fControls.begin(), fControls.end(), control);
   if (it != fControls.end()) fControls.erase(it);
   control->fParent = nullptr;

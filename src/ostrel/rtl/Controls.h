@@ -93,6 +93,9 @@ class OSTREL_API TWinControl : public TControl {
   // Result at 0. Descendants override it and call the inherited one for what they do not
   // handle.
   virtual void WndProc(TMessage& message);
+  // Told when a child control is about to leave (moved to another parent or freed); not
+  // called while this control itself is being freed.
+  virtual void RemovingControl(TControl* control) noexcept;
 
  private:
   friend class TControl;
