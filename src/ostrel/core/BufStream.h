@@ -104,6 +104,14 @@ class OSTREL_API TkxBufStream : public TStream {
   // all the buffer holds there); reloads the buffer when they are not in it. A count not
   // below the buffer size raises "TkxBufStream.LoadBuf: Count >= BufSize".
   Integer LoadBuf(Integer count);
+  // The bytes buffered from the position on (empty when they are used up: LoadBuf brings
+  // the next ones), so that a reader can scan a run of bytes in place and then MovePos past
+  // it instead of taking them one call at a time.
+  std::string_view Buffered() const noexcept {
+    return fOffset < fValid ? std::string_view(fBuffer.get() + fOffset,
+                                               static_cast<std::size_t>(fValid - fOffset))
+                            : std::string_view();
+  }
   // Moves the position; leaving the buffered bytes re-bases the buffer.
   void MovePos(Int64 delta);
   // Writes dirty bytes back, starts the buffer afresh at the position (clamped to 0 ..

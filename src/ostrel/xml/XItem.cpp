@@ -1,0 +1,567 @@
+// The item tree, its interface wrappers and the document.
+#include <ostrel/core/Dump.h>
+#include <ostrel/services/ErrServ.h>
+#include <ostrel/services/VarServ.h>
+#include <ostrel/xml/Xmlutils.h>
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+namespace ostrel {
+
+namespace {
+
+constexpr std::string_view kCDATAOpen = "<![CDATA[";
+constexpr std::string_view kCDATAClose = "]]>";
+
+bool IsBlank(char c) { return static_cast<unsigned char>(c) <= 32; }
+
+// Whether s is "<![CDATA[" ... "]]>", the markers compared ignoring letter case.
+bool IsCDATAWrapped(std::string_view s) {
+  return s.size() >= kCDATAOpen.size() + kCDATAClose.size() &&
+         SameText(s.substr(0, kCDATAOpen.size()), kCDATAOpen) &&
+         SameText(s.substr(s.size() - kCDATAClose.size()), kCDATAClose);
+}
+
+std::string_view UnwrapCDATA(std::string_view s) {
+  return s.substr(kCDATAOpen.size(), s.size() - kCDATAOpen.size() - kCDATAClose.size());
+}
+
+[[noreturn]] void RaiseIndex(Integer index) {
+  throw EListError(Format(SysConst::SListIndexError, index));
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------
+// TXItem
+
+TXItem::TXItem() = default;
+
+TXItem::TXItem(IInterface* controller) : fIntf(new TXItemIntf(controller, this)) {}
+
+TXItem::~TXItem() {
+  Clear();
+  if (fParent) fParent->RemoveItem(this);
+  if (TXItemIntf* intf = std::exchange(fIntf, nullptr)) intf->DoRelease();
+}
+
+void TXItem::Clear() {
+  // The subtree is taken apart with an explicit list instead of recursion, so that a tree of
+  // any depth is freed without running out of stack: each item gives its children to the
+  // list before it goes, and so is freed childless.
+  std::vector<TXItem*> pending;
+  pending.swap(fItems);
+  std::reverse(pending.begin(), pending.end());
+  while (!pending.empty()) {
+    TXItem* item = pending.back();
+    pending.pop_back();
+    item->fParent = nullptr;
+    pending.insert(pending.end(), item->fItems.rbegin(), item->fItems.rend());
+    item->fItems.clear();
+    delete item;
+  }
+}
+
+void TXItem::Assign(const TXItem* source) {
+  Clear();
+  if (!source) return;
+  // Depth-first with an explicit stack of (source, copy) pairs.
+  std::vector<std::pair<const TXItem*, TXItem*>> stack{{source, this}};
+  while (!stack.empty()) {
+    auto [from, to] = stack.back();
+    stack.pop_back();
+    to->fName = from->fName;
+    to->fAttrText = from->fAttrText;
+    to->set_Value(from->fValue);
+    to->fIsCDATA = from->fIsCDATA;
+    to->fTag = from->fTag;
+    to->fItems.reserve(from->fItems.size());
+    for (std::size_t i = 0; i < from->fItems.size(); ++i) to->Add();
+    for (std::size_t i = from->fItems.size(); i-- > 0;)
+      stack.emplace_back(from->fItems[i], to->fItems[i]);
+  }
+}
+
+void TXItem::RemoveItem(TXItem* item) {
+  auto it = std::find(fItems.begin(), fItems.end(), item);
+  if (it == fItems.end()) BUG("TXItem.RemoveItem: invalid item");
+  fItems.erase(it);
+  item->fParent = nullptr;
+}
+
+TXItem* TXItem::InsertItem(Integer index, TXItem* item) {
+  if (index < 0 || index > get_Count()) RaiseIndex(index);
+  if (!item || item == this) BUG("TXItem.InsertItem: invalid item");
+  // A new item (no parent, no children, no wrapper) needs none of the checks below, which
+  // walk up the tree: reading a deep document stays linear.
+  if (item->fParent || item->fIntf || !item->fItems.empty()) {
+    for (TXItem* p = fParent; p; p = p->fParent)
+      if (p == item) BUG("TXItem.InsertItem: invalid item");
+    if (item->Root() != Root()) item->DropWrappers();
+    if (item->fParent) item->fParent->RemoveItem(item);
+  }
+  fItems.insert(fItems.begin() + index, item);
+  item->fParent = this;
+  return item;
+}
+
+TXItem* TXItem::Insert(Integer index) {
+  auto item = std::make_unique<TXItem>();
+  InsertItem(index, item.get());
+  return item.release();
+}
+
+TXItem* TXItem::AddItem(TXItem* item) { return InsertItem(get_Count(), item); }
+
+TXItem* TXItem::Add() {
+  auto item = std::make_unique<TXItem>();
+  fItems.push_back(item.get());
+  item->fParent = this;
+  return item.release();
+}
+
+void TXItem::DropWrappers() {
+  std::vector<TXItem*> stack{this};
+  while (!stack.empty()) {
+    TXItem* item = stack.back();
+    stack.pop_back();
+    if (TXItemIntf* intf = std::exchange(item->fIntf, nullptr)) intf->DoRelease();
+    stack.insert(stack.end(), item->fItems.begin(), item->fItems.end());
+  }
+}
+
+Integer TXItem::IndexOf(std::string_view name) const {
+  for (std::size_t i = 0; i < fItems.size(); ++i)
+    if (AnsiSameText(fItems[i]->fName, name)) return static_cast<Integer>(i);
+  return -1;
+}
+
+bool TXItem::FindItem(std::string_view name, TXItem*& item) const {
+  const Integer i = IndexOf(name);
+  item = i >= 0 ? fItems[static_cast<std::size_t>(i)] : nullptr;
+  return item != nullptr;
+}
+
+TXItem* TXItem::Root() {
+  TXItem* item = this;
+  while (item->fParent) item = item->fParent;
+  return item;
+}
+
+Integer TXItem::get_Index() const {
+  if (!fParent) return -1;
+  const auto& list = fParent->fItems;
+  return static_cast<Integer>(std::find(list.begin(), list.end(), this) - list.begin());
+}
+
+TXItem* TXItem::get_Items(Integer index) const {
+  if (index < 0 || index >= get_Count()) RaiseIndex(index);
+  return fItems[static_cast<std::size_t>(index)];
+}
+
+void TXItem::set_Value(const Variant& value) { set_Value(Variant(value)); }
+
+void TXItem::set_Value(Variant&& value) {
+  fIsCDATA = false;
+  if (value.VarType() == varString && IsCDATAWrapped(value.StrRef())) {
+    fValue = Variant(UnwrapCDATA(value.StrRef()));
+    fIsCDATA = true;
+    return;
+  }
+  fValue = std::move(value);
+}
+
+AnsiString TXItem::get_CDATA() const {
+  if (!fIsCDATA) DIE(_SErrXItemNotCDATA);
+  return VarToStr(fValue);
+}
+
+void TXItem::set_CDATA(std::string_view text) {
+  fValue = Variant(IsCDATAWrapped(text) ? UnwrapCDATA(text) : text);
+  fIsCDATA = true;
+}
+
+AnsiString TXItem::TagXML() const {
+  AnsiString s = "<" + fName;
+  const AnsiString attrs = Trim(fAttrText);
+  if (!attrs.empty()) s += " " + attrs;
+  return s + ">";
+}
+
+bool TXItem::ScanAttr(std::string_view text, Integer& pos, std::string_view prefix,
+                      AnsiString& name, Integer& start, Integer& len, AnsiString& value) {
+  const std::size_t n = text.size();
+  std::size_t i = pos < 1 ? 0 : static_cast<std::size_t>(pos) - 1;  // 0-based from here on
+  auto fail = [&] { DIE(_SErrXAttrFormat, AnsiString(text)); };
+  auto skipBlanks = [&] {
+    while (i < n && IsBlank(text[i])) ++i;
+  };
+  skipBlanks();
+  if (i >= n) {
+    pos = static_cast<Integer>(n) + 1;
+    return false;
+  }
+  if (!prefix.empty()) {
+    if (text.substr(i, prefix.size()) != prefix) fail();
+    i += prefix.size();
+  }
+  const std::size_t nameAt = i;
+  while (i < n && !IsBlank(text[i]) && text[i] != '=') ++i;
+  if (i == nameAt) fail();
+  const std::size_t nameEnd = i;
+  skipBlanks();
+  if (i >= n || text[i] != '=') fail();
+  ++i;
+  skipBlanks();
+  if (i >= n || text[i] != '"') fail();
+  const std::size_t valueAt = ++i;
+  const std::size_t quote = text.find('"', valueAt);
+  if (quote == std::string_view::npos) fail();
+  name.assign(text.data() + nameAt, nameEnd - nameAt);
+  value.assign(text.data() + valueAt, quote - valueAt);
+  start = static_cast<Integer>(nameAt) + 1;
+  len = static_cast<Integer>(quote - nameAt) + 1;
+  pos = static_cast<Integer>(quote) + 2;
+  return true;
+}
+
+bool TXItem::ExtractAttr(Integer& pos, AnsiString& name, Integer& start, Integer& len,
+                         AnsiString& value) const {
+  return ScanAttr(fAttrText, pos, {}, name, start, len, value);
+}
+
+bool TXItem::FindAttr(std::string_view name, AnsiString& value, Integer& start,
+                      Integer& len) const {
+  Integer pos = 1;
+  AnsiString found;
+  while (ExtractAttr(pos, found, start, len, value))
+    if (AnsiSameText(found, name)) return true;
+  value.clear();
+  return false;
+}
+
+Variant TXItem::get_Attr(std::string_view name) const {
+  AnsiString value;
+  Integer start = 0, len = 0;
+  if (!FindAttr(name, value, start, len)) return Variant::Null();
+  return Variant(TkxXMLPr::Decode(value));
+}
+
+void TXItem::set_Attr(std::string_view name, const Variant& value) {
+  AnsiString old;
+  Integer start = 0, len = 0;
+  const bool found = FindAttr(name, old, start, len);
+  if (VarIsNull(value)) {
+    if (found) fAttrText.erase(static_cast<std::size_t>(start) - 1, static_cast<std::size_t>(len));
+    return;
+  }
+  AnsiString attr(name);
+  attr += "=\"";
+  attr += Var2XML(value, true);
+  attr += '"';
+  if (found)
+    fAttrText.replace(static_cast<std::size_t>(start) - 1, static_cast<std::size_t>(len), attr);
+  else
+    fAttrText += " " + attr;
+}
+
+bool TXItem::GetAttrList(IPtr<IDump>& list) const {
+  list = GetDumpIntf();
+  Integer pos = 1, start = 0, len = 0;
+  AnsiString name, value;
+  bool any = false;
+  while (ExtractAttr(pos, name, start, len, value)) {
+    list->set_ByName(name, Variant(TkxXMLPr::Decode(value)));
+    any = true;
+  }
+  return any;
+}
+
+void TXItem::BuildIdx(std::string_view attrName, bool recursive, TStringList& list) {
+  // Children in order; with recursive, each child's subtree right after the child.
+  std::vector<std::pair<TXItem*, std::size_t>> stack{{this, 0}};
+  while (!stack.empty()) {
+    auto& [item, next] = stack.back();
+    if (next >= item->fItems.size()) {
+      stack.pop_back();
+      continue;
+    }
+    TXItem* child = item->fItems[next++];
+    const AnsiString key = VarToStr(child->get_Attr(attrName));
+    if (!key.empty()) list.AddObject(key, static_cast<TObject*>(child));
+    if (recursive && !child->fItems.empty()) stack.emplace_back(child, 0);
+  }
+}
+
+IPtr<IXItem> TXItem::get_Intf() {
+  if (!fIntf) {
+    TXItem* root = Root();
+    if (!root->fIntf) BUG("TXItem.Intf: Controller = nil");
+    fIntf = new TXItemIntf(static_cast<IXItem*>(root->fIntf), this);
+  }
+  return IPtr<IXItem>(fIntf);
+}
+
+// ---------------------------------------------------------------------------------------
+// TXItemIntf
+
+TXItemIntf::TXItemIntf(IInterface* controller, TXItem* item)
+    : fController(controller), fXItem(item) {}
+
+TXItemIntf::~TXItemIntf() = default;
+
+HRESULT OSTREL_STDCALL TXItemIntf::QueryInterface(const TGUID& iid, void** obj) {
+  if (GetInterface(iid, obj)) return S_OK;
+  if (fController) return fController->QueryInterface(iid, obj);
+  return E_NOINTERFACE;
+}
+
+Integer OSTREL_STDCALL TXItemIntf::_AddRef() {
+  const Integer r = fRefCount.fetch_add(1, std::memory_order_relaxed) + 1;
+  if (fController) fController->_AddRef();
+  return r;
+}
+
+Integer OSTREL_STDCALL TXItemIntf::_Release() {
+  const Integer r = fRefCount.fetch_sub(1, std::memory_order_acq_rel) - 1;
+  // The controller's release may free the whole tree, and with it this wrapper (its item's
+  // destructor calls DoRelease): nothing of this object is touched after it.
+  IInterface* controller = fController;
+  if (r == 0 && !fXItem) delete this;
+  if (controller) controller->_Release();
+  return r;
+}
+
+bool TXItemIntf::GetInterface(const TGUID& iid, void** obj) {
+  return GetInterfaceEntry<IXItem>(this, iid, obj) || TInterfacedObject::GetInterface(iid, obj);
+}
+
+TXItem* TXItemIntf::XItem() const {
+  if (!fXItem) DIE(_SErrXItemDeleted);
+  return fXItem;
+}
+
+void TXItemIntf::DoRelease() {
+  if (RefCount() < 1)
+    delete this;
+  else
+    fXItem = nullptr;
+}
+
+IPtr<IXDoc> OSTREL_STDCALL TXItemIntf::get_Doc() {
+  return XItem()->Root()->get_Intf().As<IXDoc>();
+}
+
+IPtr<IXItem> OSTREL_STDCALL TXItemIntf::get_Parent() {
+  TXItem* parent = XItem()->get_Parent();
+  return parent ? parent->get_Intf() : IPtr<IXItem>();
+}
+
+Integer OSTREL_STDCALL TXItemIntf::get_Index() { return XItem()->get_Index(); }
+Integer OSTREL_STDCALL TXItemIntf::get_Count() { return XItem()->get_Count(); }
+
+IPtr<IXItem> OSTREL_STDCALL TXItemIntf::get_Items(Integer index) {
+  return XItem()->get_Items(index)->get_Intf();
+}
+
+AnsiString OSTREL_STDCALL TXItemIntf::get_Name() { return XItem()->get_Name(); }
+void OSTREL_STDCALL TXItemIntf::set_Name(std::string_view name) { XItem()->set_Name(name); }
+Variant OSTREL_STDCALL TXItemIntf::get_Value() { return XItem()->get_Value(); }
+void OSTREL_STDCALL TXItemIntf::set_Value(const Variant& value) { XItem()->set_Value(value); }
+bool OSTREL_STDCALL TXItemIntf::get_IsCDATA() { return XItem()->get_IsCDATA(); }
+AnsiString OSTREL_STDCALL TXItemIntf::get_CDATA() { return XItem()->get_CDATA(); }
+void OSTREL_STDCALL TXItemIntf::set_CDATA(std::string_view text) { XItem()->set_CDATA(text); }
+
+Variant OSTREL_STDCALL TXItemIntf::get_Attr(std::string_view name) {
+  return XItem()->get_Attr(name);
+}
+
+void OSTREL_STDCALL TXItemIntf::set_Attr(std::string_view name, const Variant& value) {
+  XItem()->set_Attr(name, value);
+}
+
+AnsiString OSTREL_STDCALL TXItemIntf::get_XML() {
+  TMemoryStream stream;
+  SaveXData(XItem(), false, stream);
+  return AnsiString(static_cast<const char*>(stream.Memory()),
+                    static_cast<std::size_t>(stream.GetSize()));
+}
+
+void OSTREL_STDCALL TXItemIntf::set_XML(std::string_view text) {
+  TXItem* item = XItem();
+  item->Clear();
+  TMemoryStream stream;
+  stream.WriteBuffer(text.data(), static_cast<Integer>(text.size()));
+  stream.SetPosition(0);
+  LoadXData(item, stream);
+}
+
+void OSTREL_STDCALL TXItemIntf::Clear() { XItem()->Clear(); }
+
+void OSTREL_STDCALL TXItemIntf::Delete(Integer index) { delete XItem()->get_Items(index); }
+
+IPtr<IXItem> OSTREL_STDCALL TXItemIntf::Insert(Integer index, std::string_view name) {
+  TXItem* child = XItem()->Insert(index);
+  child->set_Name(name);
+  return child->get_Intf();
+}
+
+IPtr<IXItem> OSTREL_STDCALL TXItemIntf::Add(std::string_view name) {
+  TXItem* child = XItem()->Add();
+  child->set_Name(name);
+  return child->get_Intf();
+}
+
+bool OSTREL_STDCALL TXItemIntf::FindItem(std::string_view name, IPtr<IXItem>& item) {
+  item = nullptr;
+  TXItem* found = nullptr;
+  if (!XItem()->FindItem(name, found)) return false;
+  item = found->get_Intf();
+  return true;
+}
+
+bool OSTREL_STDCALL TXItemIntf::GetAttrList(IPtr<IDump>& list) {
+  return XItem()->GetAttrList(list);
+}
+
+void OSTREL_STDCALL TXItemIntf::LoadFromStream(TStream& stream) { LoadXData(XItem(), stream); }
+
+void OSTREL_STDCALL TXItemIntf::SaveToStream(TStream& stream) {
+  SaveXData(XItem(), false, stream);
+}
+
+// ---------------------------------------------------------------------------------------
+// TXDocIntf
+
+TXDocIntf::TXDocIntf() : fRoot(new TXItem(static_cast<IXDoc*>(this))) {}
+
+TXDocIntf::~TXDocIntf() { delete fRoot; }
+
+HRESULT OSTREL_STDCALL TXDocIntf::QueryInterface(const TGUID& iid, void** obj) {
+  return TInterfacedObject::QueryInterface(iid, obj);
+}
+Integer OSTREL_STDCALL TXDocIntf::_AddRef() { return TInterfacedObject::_AddRef(); }
+Integer OSTREL_STDCALL TXDocIntf::_Release() { return TInterfacedObject::_Release(); }
+
+bool TXDocIntf::GetInterface(const TGUID& iid, void** obj) {
+  return GetInterfaceEntry<IXDoc>(this, iid, obj) || TInterfacedObject::GetInterface(iid, obj);
+}
+
+IPtr<IXItem> OSTREL_STDCALL TXDocIntf::get_Root() { return fRoot->get_Intf(); }
+AnsiString OSTREL_STDCALL TXDocIntf::get_FileName() { return fFileName; }
+void OSTREL_STDCALL TXDocIntf::set_FileName(std::string_view fileName) { fFileName = fileName; }
+
+AnsiString OSTREL_STDCALL TXDocIntf::get_XML() {
+  TMemoryStream stream;
+  SaveXData(fRoot, true, stream);
+  return AnsiString(static_cast<const char*>(stream.Memory()),
+                    static_cast<std::size_t>(stream.GetSize()));
+}
+
+void OSTREL_STDCALL TXDocIntf::SaveToStream(TStream& stream, bool withHeader) {
+  SaveXData(fRoot, withHeader, stream);
+}
+
+void OSTREL_STDCALL TXDocIntf::SaveToFile(std::string_view fileName, bool withHeader) {
+  SaveXData(fRoot, withHeader, fileName.empty() ? std::string_view(fFileName) : fileName);
+}
+
+void GetXDocIntf(TStream& stream, IPtr<IXDoc>& doc) {
+  doc = nullptr;
+  IPtr<TXDocIntf> made(new TXDocIntf);
+  LoadXData(made->Root(), stream);
+  doc = IPtr<IXDoc>(static_cast<IXDoc*>(made.Get()));
+}
+
+void GetXDocIntf(std::string_view fileName, IPtr<IXDoc>& doc) {
+  doc = nullptr;
+  IPtr<TXDocIntf> made(new TXDocIntf);
+  made->set_FileName(fileName);
+  if (!fileName.empty()) LoadXData(made->Root(), fileName, true);
+  doc = IPtr<IXDoc>(static_cast<IXDoc*>(made.Get()));
+}
+
+// ---------------------------------------------------------------------------------------
+// Merging by "fix"
+
+namespace {
+
+constexpr std::string_view kFixAttr = "fix";
+
+// Whether fix matches item: the same name, and each of fix's attributes but "fix" present in
+// item with an equal value (letter case ignored).
+bool FixMatches(const TXItem* fix, const TXItem* item) {
+  if (!AnsiSameText(fix->get_Name(), item->get_Name())) return false;
+  Integer pos = 1, start = 0, len = 0;
+  AnsiString name, value;
+  while (fix->ExtractAttr(pos, name, start, len, value)) {
+    if (AnsiSameText(name, kFixAttr)) continue;
+    const Variant have = item->get_Attr(name);
+    if (VarIsNull(have) || CompareVar(have, Variant(TkxXMLPr::Decode(value)), true) != 0)
+      return false;
+  }
+  return true;
+}
+
+TXItem* FirstMatch(const TXItem* fix, const TXItem* parent) {
+  for (Integer i = 0; i < parent->get_Count(); ++i)
+    if (FixMatches(fix, parent->get_Items(i))) return parent->get_Items(i);
+  return nullptr;
+}
+
+}  // namespace
+
+char GetXFixMode(const TXItem* item, char def) {
+  const AnsiString mode = VarToStr(item->get_Attr(kFixAttr));
+  return mode.empty() ? def : AnsiLowerChar(mode[0]);
+}
+
+void XFix(TXItem* target, const TXItem* fixes) {
+  const TXItem* fix = nullptr;
+  for (Integer i = 0; i < fixes->get_Count() && !fix; ++i)
+    if (FixMatches(fixes->get_Items(i), target)) fix = fixes->get_Items(i);
+  if (!fix) return;
+  // Each level of "x" is a frame (fix item, destination, next child of the fix item), so
+  // that fixes of any depth are applied without recursion.
+  struct Frame {
+    const TXItem* fix;
+    TXItem* dest;
+    Integer next;
+  };
+  std::vector<Frame> frames{{fix, target, 0}};
+  while (!frames.empty()) {
+    Frame& frame = frames.back();
+    if (frame.next >= frame.fix->get_Count()) {
+      frames.pop_back();
+      continue;
+    }
+    const TXItem* change = frame.fix->get_Items(frame.next++);
+    TXItem* dest = frame.dest;
+    TXItem* match = FirstMatch(change, dest);
+    const char def = !match ? 'a' : change->get_Count() > 0 ? 'X' : 'u';
+    switch (GetXFixMode(change, def)) {
+      case 'a':
+        dest->Add()->Assign(change);
+        break;
+      case 'u':
+        if (match) match->Assign(change);
+        break;
+      case 'd':
+        delete match;
+        break;
+      case 'x':
+      case 'X':
+        if (match) {
+          match->set_Value(Variant::Null());
+          frames.push_back({change, match, 0});
+        }
+        break;
+      default:
+        BUG();
+    }
+  }
+}
+
+}  // namespace ostrel

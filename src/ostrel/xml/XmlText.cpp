@@ -1,0 +1,643 @@
+// XML text: entity coding, value conversions, the reader, the writer, file loads and saves.
+#include <ostrel/core/ModuleLinks.h>
+#include <ostrel/rtl/DateTime.h>
+#include <ostrel/rtl/Files.h>
+#include <ostrel/rtl/Format.h>
+#include <ostrel/services/ErrServ.h>
+#include <ostrel/xml/Xmlutils.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+
+namespace ostrel {
+
+TXFixProc XFixProc = nullptr;
+
+namespace {
+
+bool IsBlank(char c) { return static_cast<unsigned char>(c) <= 32; }
+
+std::string_view TrimView(std::string_view s) {
+  std::size_t b = 0, e = s.size();
+  while (b < e && IsBlank(s[b])) ++b;
+  while (e > b && IsBlank(s[e - 1])) --e;
+  return s.substr(b, e - b);
+}
+
+// Which bytes Encode must replace: 1 in element text, 2 in attribute values (strict).
+constexpr std::array<unsigned char, 256> kEncodeClass = [] {
+  std::array<unsigned char, 256> t{};
+  for (int c = 0; c < 32; ++c) t[c] = (c == 10 || c == 13) ? 2 : 3;
+  t['"'] = t['&'] = t['<'] = t['>'] = 3;
+  return t;
+}();
+
+void EncodeTo(AnsiString& out, std::string_view s, bool strict) {
+  const unsigned char mask = strict ? 2 : 1;
+  std::size_t run = 0;
+  for (std::size_t i = 0; i < s.size(); ++i) {
+    const unsigned char c = static_cast<unsigned char>(s[i]);
+    if (!(kEncodeClass[c] & mask)) continue;
+    out.append(s.data() + run, i - run);
+    run = i + 1;
+    switch (c) {
+      case '"': out += "&quot;"; break;
+      case '&': out += "&amp;"; break;
+      case '<': out += "&lt;"; break;
+      case '>': out += "&gt;"; break;
+      default:
+        out += "&#";
+        if (c >= 10) out += static_cast<char>('0' + c / 10);
+        out += static_cast<char>('0' + c % 10);
+        out += ';';
+    }
+  }
+  out.append(s.data() + run, s.size() - run);
+}
+
+// The settings of XML numbers and dates: "." decimals, ISO dates.
+const TFormatSettings& XMLSettings() {
+  static const TFormatSettings settings = [] {
+    TFormatSettings s = TFormatSettings::Invariant();
+    s.DateSeparator = '-';
+    s.TimeSeparator = ':';
+    s.DecimalSeparator = '.';
+    s.ShortDateFormat = "yyyy-mm-dd";
+    return s;
+  }();
+  return settings;
+}
+
+void AppendDigits(AnsiString& out, unsigned value, int width) {
+  char digits[10];
+  int n = 0;
+  do {
+    digits[n++] = static_cast<char>('0' + value % 10);
+    value /= 10;
+  } while (value != 0);
+  for (int i = n; i < width; ++i) out += '0';
+  while (n > 0) out += digits[--n];
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------
+// Entity coding
+
+AnsiString TkxXMLPr::Encode(std::string_view s, bool strict) {
+  AnsiString out;
+  out.reserve(s.size());
+  EncodeTo(out, s, strict);
+  return out;
+}
+
+AnsiString TkxXMLPr::Decode(std::string_view s) {
+  std::size_t i = s.find('&');
+  if (i == std::string_view::npos) return AnsiString(s);
+  AnsiString out(s.substr(0, i));
+  // A named entity is taken only when the whole name matches; one that starts like a known
+  // name but is not one (&apos;) is kept as it stands.
+  auto named = [&](std::string_view entity, char c) {
+    if (s.substr(i, entity.size()) != entity) return false;
+    out += c;
+    i += entity.size();
+    return true;
+  };
+  while (i < s.size()) {
+    if (s[i] != '&') {
+      std::size_t next = s.find('&', i);
+      if (next == std::string_view::npos) next = s.size();
+      out.append(s.data() + i, next - i);
+      i = next;
+      continue;
+    }
+    const char letter = i + 1 < s.size() ? s[i + 1] : '\0';
+    switch (letter) {
+      case 'l': if (!named("&lt;", '<')) out += s[i++]; break;
+      case 'g': if (!named("&gt;", '>')) out += s[i++]; break;
+      case 'q': if (!named("&quot;", '"')) out += s[i++]; break;
+      case 'a': if (!named("&amp;", '&')) out += s[i++]; break;
+      case '#': {
+        // The digits up to ";" (or the end), kept to their low 8 bits as they are read, so
+        // that any length of number is safe; a sign is taken as a number reader takes it.
+        std::size_t j = i + 2;
+        const std::size_t semi = s.find(';', j);
+        const std::size_t end = semi == std::string_view::npos ? s.size() : semi;
+        bool negative = false;
+        if (j < end && (s[j] == '-' || s[j] == '+')) negative = s[j++] == '-';
+        unsigned code = 0;
+        for (; j < end && s[j] >= '0' && s[j] <= '9'; ++j) code = (code * 10 + (s[j] - '0')) & 0xFF;
+        if (negative) code = (0x100 - code) & 0xFF;
+        out += static_cast<char>(code);
+        i = semi == std::string_view::npos ? s.size() : semi + 1;
+        break;
+      }
+      default:
+        throw EConvertError(Format("XEncode: error encode character (%s)", s.substr(i, 2)));
+    }
+  }
+  return out;
+}
+
+// ---------------------------------------------------------------------------------------
+// Values
+
+AnsiString DT2XML(TDateTime value) {
+  Word year = 0, month = 0, day = 0, hour = 0, min = 0, sec = 0, msec = 0;
+  DecodeDate(value, year, month, day);
+  AnsiString s;
+  AppendDigits(s, year, 4);
+  s += '-';
+  AppendDigits(s, month, 2);
+  s += '-';
+  AppendDigits(s, day, 2);
+  if (value - std::trunc(value) != 0) {
+    DecodeTime(value, hour, min, sec, msec);
+    s += 'T';
+    AppendDigits(s, hour, 2);
+    s += ':';
+    AppendDigits(s, min, 2);
+    s += ':';
+    AppendDigits(s, sec, 2);
+    s += '.';
+    AppendDigits(s, msec, 3);
+  }
+  return s;
+}
+
+AnsiString FLOAT2XML(Extended value) { return FloatToStr(value, XMLSettings()); }
+
+AnsiString BOOL2XML(bool value) { return value ? "true" : "false"; }
+
+TDateTime XML2DT(const Variant& value) {
+  if (VarIsNull(value)) return 0;
+  AnsiString text = VarToStr(value);
+  const std::size_t t = text.find('T');
+  if (t != AnsiString::npos) text[t] = ' ';
+  TDateTime result = 0;
+  bool ok = false;
+  try {
+    ok = TryStrToDateTime(text, result, XMLSettings());
+  } catch (const Exception&) {
+  }
+  if (!ok) DIE("XML2DT Error");
+  return result;
+}
+
+Extended XML2FLOAT(const Variant& value) {
+  if (VarIsNull(value)) return 0;
+  return StrToFloat(VarToStr(value), XMLSettings());
+}
+
+bool XML2BOOL(const Variant& value) { return SameText(VarToStr(value), "true"); }
+
+AnsiString Var2XML(const Variant& value, bool strict) {
+  switch (value.VarType()) {
+    case varSmallint:
+    case varInteger:
+    case varShortInt:
+    case varByte:
+    case varWord:
+      return IntToStr(VarToInt64(value));
+    case varSingle:
+    case varDouble:
+    case varCurrency:
+      return FLOAT2XML(VarToExtended(value));
+    case varDate:
+      return DT2XML(VarToDateTime(value));
+    case varBoolean:
+      return BOOL2XML(VarToBool(value));
+    case varString:
+      return TkxXMLPr::Encode(value.StrRef(), strict);
+    case varOleStr:
+    case varUString:
+    case varVariant | varByRef:
+      return TkxXMLPr::Encode(VarToStr(value), strict);
+    default:
+      DIE("Var2XML: invalid variant type conversion");
+  }
+}
+
+Variant XMLCast(const Variant& value, TVarType varType) {
+  if (VarIsNull(value)) return value;
+  switch (varType) {
+    case varSmallint:
+    case varInteger:
+    case varByte:
+      return Variant(StrToInt(VarToStr(value)));
+    case varSingle:
+    case varDouble:
+    case varCurrency:
+      return Variant(XML2FLOAT(value));
+    case varDate:
+      return Variant::FromDate(XML2DT(value));
+    case varBoolean:
+      return Variant(XML2BOOL(value));
+    default:
+      return value;
+  }
+}
+
+// ---------------------------------------------------------------------------------------
+// TXReader
+
+TXReader::TXReader(TStream& stream)
+    : fStream(std::make_unique<TkxBufStream>(&stream, false, 4096)),
+      fStart(fStream->GetPosition()) {}
+
+TXReader::~TXReader() = default;
+
+bool TXReader::AtEnd() {
+  // A stream that gives fewer bytes than its size ends where its bytes end.
+  if (!fStream->Buffered().empty()) return false;
+  return fStream->Eof() || fStream->LoadBuf(0) <= 0;
+}
+
+void TXReader::SkipSpaces() {
+  while (!AtEnd()) {
+    const std::string_view v = fStream->Buffered();
+    std::size_t i = 0;
+    while (i < v.size() && IsBlank(v[i])) ++i;
+    fStream->MovePos(static_cast<Int64>(i));
+    if (i < v.size()) return;
+  }
+}
+
+bool TXReader::SkipComment() {
+  if (!fStream->MatchStr("<!--", false, true)) return false;
+  while (!AtEnd()) {
+    const std::string_view v = fStream->Buffered();
+    const std::size_t dash = v.find('-');
+    if (dash == std::string_view::npos) {
+      fStream->MovePos(static_cast<Int64>(v.size()));
+      continue;
+    }
+    fStream->MovePos(static_cast<Int64>(dash));
+    if (fStream->MatchStr("-->", false, true)) break;
+    fStream->MovePos(1);
+  }
+  return true;
+}
+
+void TXReader::ReadTag(AnsiString& name, AnsiString& attrText, bool& selfClosing, bool& endTag) {
+  name.clear();
+  attrText.clear();
+  selfClosing = endTag = false;
+  do SkipSpaces();
+  while (SkipComment());
+  if (AtEnd()) return;
+  fTagPos = fStream->GetPosition();
+  if (fStream->Buffered()[0] != '<') RaiseException("< expected");
+  fStream->MovePos(1);
+  bool inQuotes = false, inName = true;
+  for (;;) {
+    if (AtEnd()) RaiseException({});  // the input ends inside the tag
+    const std::string_view v = fStream->Buffered();
+    const char* run = v.data();
+    const char* p = run;
+    const char* const end = run + v.size();
+    for (; p < end; ++p) {
+      const char c = *p;
+      if (c == '"') {
+        inQuotes = !inQuotes;
+      } else if (!inQuotes && (c == '>' || c == '<')) {
+        break;
+      } else if (IsBlank(c)) {
+        // The first blank ends the name; blanks before the attribute text are dropped.
+        if (inName) {
+          name.append(run, p);
+          inName = false;
+          run = p + 1;
+        } else if (run == p && attrText.empty()) {
+          run = p + 1;
+        }
+      }
+    }
+    (inName ? name : attrText).append(run, p);
+    fStream->MovePos(p - v.data());
+    if (p == end) continue;
+    if (*p == '<') RaiseException({});
+    fStream->MovePos(1);
+    break;
+  }
+  if (!name.empty() && name[0] == '/') {
+    endTag = true;
+  } else if (!name.empty() && name.back() == '/') {
+    name.pop_back();
+    selfClosing = true;
+  } else if (!attrText.empty() && attrText.back() == '/') {
+    attrText.pop_back();
+    selfClosing = true;
+  }
+}
+
+void TXReader::ReadText(AnsiString& text, bool& cdata) {
+  text.clear();
+  cdata = false;
+  while (!AtEnd()) {
+    const std::string_view v = fStream->Buffered();
+    std::size_t i = 0;
+    while (i < v.size() && v[i] != '<' && v[i] != '&') ++i;
+    text.append(v.data(), i);
+    fStream->MovePos(static_cast<Int64>(i));
+    if (i == v.size()) continue;
+    if (v[i] == '&') {
+      // Up to and with the next ";", or to the end of the input.
+      fEntity.clear();
+      while (!AtEnd()) {
+        const std::string_view w = fStream->Buffered();
+        const std::size_t semi = w.find(';');
+        const std::size_t take = semi == std::string_view::npos ? w.size() : semi + 1;
+        fEntity.append(w.data(), take);
+        fStream->MovePos(static_cast<Int64>(take));
+        if (semi != std::string_view::npos) break;
+      }
+      text += TkxXMLPr::Decode(fEntity);
+    } else if (fStream->MatchStr("<!--", false, false)) {
+      SkipComment();
+    } else if (fStream->MatchStr("<![CDATA[", false, true)) {
+      cdata = true;
+      while (!AtEnd()) {
+        const std::string_view w = fStream->Buffered();
+        const std::size_t bracket = w.find(']');
+        if (bracket == std::string_view::npos) {
+          text.append(w);
+          fStream->MovePos(static_cast<Int64>(w.size()));
+          continue;
+        }
+        text.append(w.data(), bracket);
+        fStream->MovePos(static_cast<Int64>(bracket));
+        if (fStream->MatchStr("]]>", false, true)) break;
+        text += ']';
+        fStream->MovePos(1);
+      }
+    } else if (fStream->MatchStr("<!", false, false)) {
+      // Neither a comment nor CDATA (a DOCTYPE, say): not part of the dialect.
+      RaiseException({});
+    } else {
+      return;  // a tag
+    }
+  }
+}
+
+void TXReader::ReadValue(Variant& value, bool& cdata) {
+  ReadText(fText, cdata);
+  value = fText.empty() ? Variant::Null() : Variant(fText);
+}
+
+namespace {
+
+// Text read before a tag: trimmed; to the parent itself when the tag ends a parent that has
+// no children, else to a new "#text" child.
+void StoreText(TXItem* parent, std::string_view text, bool cdata, bool endTag) {
+  text = TrimView(text);
+  if (text.empty()) return;
+  TXItem* target = parent;
+  if (parent->get_Count() > 0 || !endTag) {
+    target = parent->Add();
+    target->set_Name("#text");
+  }
+  if (cdata)
+    target->set_CDATA(text);
+  else
+    target->set_Value(Variant(text));
+}
+
+}  // namespace
+
+void TXReader::ReadItem(TXItem* item) {
+  // The open elements are the chain of parents from the current one up to item, so that
+  // nesting of any depth is read without recursion.
+  TXItem* parent = nullptr;
+  AnsiString name, attrText;
+  bool selfClosing = false, endTag = false, cdata = false;
+  for (;;) {
+    fText.clear();
+    cdata = false;
+    if (parent) ReadText(fText, cdata);
+    do ReadTag(name, attrText, selfClosing, endTag);
+    while (name.compare(0, 4, "?xml") == 0);
+    if (parent) StoreText(parent, fText, cdata, endTag);
+    if (name.empty()) return;
+    if (endTag) {
+      if (!parent) RaiseAt(fTagPos, Format(_SErrXMLEndTagFound, name));
+      if (!AnsiSameText(std::string_view(name).substr(1), parent->get_Name()))
+        RaiseAt(fTagPos, Format(_SErrXMLNoEndTag, parent->get_Name()));
+      if (parent == item) return;
+      parent = parent->get_Parent();
+      continue;
+    }
+    TXItem* element = parent ? parent->Add() : item;
+    element->set_Name(std::move(name));
+    element->set_AttrText(std::move(attrText));
+    if (!selfClosing)
+      parent = element;
+    else if (!parent)
+      return;
+  }
+}
+
+void TXReader::RaiseException(std::string_view detail) {
+  RaiseAt(fStream->GetPosition(), detail);
+}
+
+void TXReader::RaiseAt(Int64 position, std::string_view detail) {
+  AnsiString message(_SErrXMLFormat);
+  if (!detail.empty()) {
+    message += "\r\r";
+    message += detail;
+  }
+  // Lines and columns are counted only now, by reading the input again up to the place.
+  Int64 line = 1, column = 1;
+  try {
+    fStream->SetPosition(fStart);
+    bool afterCR = false;
+    for (Int64 at = fStart; at < position && !AtEnd();) {
+      const std::string_view v = fStream->Buffered();
+      const std::size_t n = static_cast<std::size_t>(std::min<Int64>(v.size(), position - at));
+      for (std::size_t i = 0; i < n; ++i) {
+        const char c = v[i];
+        if (c == '\n' || c == '\r') {
+          if (!(c == '\n' && afterCR)) ++line;
+          column = 1;
+        } else {
+          ++column;
+        }
+        afterCR = c == '\r';
+      }
+      fStream->MovePos(static_cast<Int64>(n));
+      at += static_cast<Int64>(n);
+    }
+  } catch (const Exception&) {
+  }
+  throw EXMLError(message, line, column);
+}
+
+// ---------------------------------------------------------------------------------------
+// TXWriter
+
+TXWriter::TXWriter(TStream& stream) : fStream(stream) {}
+
+void TXWriter::EndLine() {
+  fBuffer += "\r\n";
+  if (fBuffer.size() > 4096) FlushBuffer();
+}
+
+void TXWriter::WriteLn(std::string_view text, Integer level) {
+  fBuffer.append(2 * static_cast<std::size_t>(std::max(level, 0)), ' ');
+  fBuffer += text;
+  EndLine();
+}
+
+void TXWriter::WriteHeader() { WriteLn(XML_HEADER_WIN1251, 0); }
+
+void TXWriter::FlushBuffer() {
+  if (fBuffer.empty()) return;
+  fStream.WriteBuffer(fBuffer.data(), static_cast<Integer>(fBuffer.size()));
+  fBuffer.clear();
+}
+
+void TXWriter::WriteItem(const TXItem* item) {
+  struct Frame {
+    const TXItem* item;
+    Integer next;
+  };
+  std::vector<Frame> open;
+  // Writes an item's first line; an item with children stays open for them.
+  auto start = [&](const TXItem* x) {
+    const std::size_t level = open.size();
+    fBuffer.append(2 * level, ' ');
+    const bool text = x->get_IsText();
+    if (!text) {
+      fBuffer += '<';
+      fBuffer += x->get_Name();
+      const std::string_view attrs = TrimView(x->get_AttrText());
+      if (!attrs.empty()) {
+        fBuffer += ' ';
+        fBuffer += attrs;
+      }
+    }
+    if (x->get_Count() > 0) {
+      fBuffer += '>';
+      EndLine();
+      open.push_back({x, 0});
+      return;
+    }
+    const Variant& value = x->get_Value();
+    AnsiString converted;
+    std::string_view content;
+    bool hasContent = false;
+    if (!VarIsNull(value)) {
+      if (value.VarType() == varString) {
+        content = value.StrRef();
+      } else {
+        converted = VarToStr(value);
+        content = converted;
+      }
+      hasContent = !TrimView(content).empty();
+    }
+    if (!hasContent) {
+      fBuffer += "/>";
+    } else {
+      if (!text) fBuffer += '>';
+      if (x->get_IsCDATA()) {
+        fBuffer += "<![CDATA[";
+        fBuffer += content;
+        fBuffer += "]]>";
+      } else if (value.VarType() == varString) {
+        EncodeTo(fBuffer, content, false);
+      } else {
+        fBuffer += Var2XML(value, false);
+      }
+      if (!text) {
+        fBuffer += "</";
+        fBuffer += x->get_Name();
+        fBuffer += '>';
+      }
+    }
+    EndLine();
+  };
+  start(item);
+  while (!open.empty()) {
+    Frame& frame = open.back();
+    if (frame.next < frame.item->get_Count()) {
+      start(frame.item->get_Items(frame.next++));
+      continue;
+    }
+    const TXItem* done = frame.item;
+    open.pop_back();
+    fBuffer.append(2 * open.size(), ' ');
+    fBuffer += "</";
+    fBuffer += done->get_Name();
+    fBuffer += '>';
+    EndLine();
+  }
+  FlushBuffer();
+}
+
+// ---------------------------------------------------------------------------------------
+// Loading and saving
+
+void LoadXData(TXItem* item, TStream& stream) {
+  TXReader reader(stream);
+  reader.ReadItem(item);
+}
+
+void LoadXData(TXItem* item, std::string_view fileName, bool callFix) {
+  const AnsiString fullName = ExpandFileName(fileName);
+  Integer traceId = 0;
+  TkxSysMonitor::TraceStart("file", "load", "LoadXData:" + ExtractFileName(fileName), fullName,
+                            traceId);
+  struct SpanEnd {
+    Integer id;
+    ~SpanEnd() {
+      try {
+        TkxSysMonitor::TraceEnd(id, {});
+      } catch (...) {
+      }
+    }
+  } spanEnd{traceId};
+  try {
+    {
+      TFileStream file(fileName, fmOpenRead | fmShareDenyWrite);
+      LoadXData(item, file);
+    }
+    if (callFix && XFixProc) XFixProc(item, fileName);
+  } catch (Exception& e) {
+    e.SetMessage(AnsiString(_SErrXMLLoadFile) + "\r" + fullName + "\r\r" + e.Message());
+    throw;
+  }
+}
+
+void SaveXData(const TXItem* item, bool withHeader, TStream& stream) {
+  TXWriter writer(stream);
+  if (withHeader) writer.WriteHeader();
+  writer.WriteItem(item);
+}
+
+void SaveXData(const TXItem* item, bool withHeader, std::string_view fileName) {
+  // The text goes to a new file beside the target, which takes the target's place only
+  // when all of it was written.
+  static std::atomic<unsigned> counter{0};
+  const auto stamp = static_cast<Int64>(
+      std::chrono::steady_clock::now().time_since_epoch().count() ^ (counter++ * 0x9E3779B9ull));
+  const AnsiString target(fileName);
+  const AnsiString temp = target + ".~" + IntToHex(static_cast<Int64>(stamp & 0xFFFFFFFFFFFF), 12) + ".tmp";
+  try {
+    TFileStream file(temp, fmCreate);
+    SaveXData(item, withHeader, file);
+  } catch (...) {
+    DeleteFile(temp);
+    throw;
+  }
+  Cardinal code = 0;
+  if (!RenameFile(temp, target, &code)) {
+    DeleteFile(temp);
+    throw EFCreateError(
+        Format(SysConst::SFCreateError, ExpandFileName(target), SysErrorMessage(code)));
+  }
+}
+
+}  // namespace ostrel

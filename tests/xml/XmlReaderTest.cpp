@@ -1,0 +1,244 @@
+// The reader: the dialect's rules as trees read from text, every error with its message and
+// position, hostile input, and the value conversions and entity coding it relies on.
+#include "XmlUtil.h"
+
+#include <TestUtil.h>
+
+#include <ostrel/rtl/DateTime.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+
+namespace ostrel {
+namespace {
+
+using testutil::MessageOf;
+using xmltest::Parse;
+using xmltest::Shape;
+
+// Reads the text into a fresh item: the tree's shape, or "!" and the error's message.
+std::string Outcome(std::string_view text) {
+  auto root = std::make_unique<TXItem>();
+  try {
+    xmltest::LoadText(root.get(), text);
+  } catch (const Exception& e) {
+    return "!" + e.Message();
+  }
+  return Shape(root.get());
+}
+
+const std::string kFormat = Cp1251(u8"Ошибка в формате XML.").Str();
+
+TEST(XmlReader, DialectAsTrees) {
+  struct Case { std::string_view text; std::string shape; };
+  const Case cases[] = {
+      {"<a>text</a>", "a='text'"},
+      {"<a>x<b/>y</a>", "a('x' b 'y')"},
+      {"<a>  </a>", "a"},
+      {"<a>\r\n <b/> \t</a>", "a(b)"},
+      {"<a x=\"1>2\"/>", "a{x=\"1>2\"}"},
+      {"<a x='1'/>", "a{x='1'}"},
+      {"<a></A>", "a"},
+      {"<a>&#65;&lt;&gt;&quot;&amp;</a>", "a='A<>\"&'"},
+      {"<a>&apos;&ltx;</a>", "a='&apos;&ltx;'"},
+      {"<a>&#321;&#-1;</a>", "a='A\xFF'"},
+      {"<a><b>", "a(b)"},
+      {"<a><b>open text", "a(b('open text'))"},
+      {"", ""},
+      {"  <!-- only a comment -->  ", ""},
+      {"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<!-- c --><r/>", "r"},
+      {"<r/><second/>", "r"},
+      {"<r>a<!-- c -->b</r>", "r='ab'"},
+      {"<r><![CDATA[ <raw> & ]]></r>", "r='<raw> &'!"},
+      {"<r><![cdata[x]]>y</r>", "r='xy'!"},
+      {"<r><![CDATA[unterminated", "r('unterminated'!)"},
+      {"<r><!-- unterminated", "r"},
+      {"<r a=\"1\" b = \"2\" />", "r{a=\"1\" b = \"2\" }"},
+      {"<r a=\"1\"/ >", "r{a=\"1\"/ }"},
+      {"<!DOCTYPE x><a/>", "!DOCTYPE{x}(a)"},
+      {"<ns:r\tx=\"1\"></ns:r>", "ns:r{x=\"1\"}"},
+      {"<r>text<b/></r>", "r('text' b)"},
+      {"<r><b/>tail</r>", "r(b 'tail')"},
+      {"<r>&#65</r>", "r('A')"},
+      {"<r>&#65<b/>;x</r>", "r='Ax'"},
+      {"<a\"b c\">x</a\"b>", "!" + kFormat},  // the quote in the end tag opens
+      {std::string_view("<r>\0\x01x</r>", 12), "r='x'"},
+      {"<>", ""},
+      {"<r><?xml v?>x</r>", "!" + kFormat + "\r\r< expected"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(Outcome(c.text), c.shape) << c.text;
+}
+
+TEST(XmlReader, ErrorsWithTheirMessages) {
+  struct Case { std::string_view text; std::string detail; };
+  const Case cases[] = {
+      {"text<a/>", "< expected"},
+      {"<a b=\"1\"<c/>", ""},
+      {"<a>x</b>", Cp1251(u8"Отсутствует завершающий таг \"</a>\"")},
+      {"</a>", Cp1251(u8"Обнаружен завершающий таг \"</a>\"")},
+      {"<a>&nbsp;</a>", ""},
+      {"<a x=\"unterminated/>", ""},
+      {"<a", ""},
+      {"<a><!DOCTYPE b></a>", ""},
+  };
+  for (const auto& c : cases) {
+    const std::string expected =
+        c.text == "<a>&nbsp;</a>" ? "!XEncode: error encode character (&n)"
+                                  : "!" + kFormat + (c.detail.empty() ? "" : "\r\r" + std::string(c.detail));
+    EXPECT_EQ(Outcome(c.text), expected) << c.text;
+  }
+  EXPECT_EQ(MessageOf<EConvertError>([] { Parse("<a>x&</a>"); }),
+            "XEncode: error encode character (&<)");
+  EXPECT_EQ(MessageOf<EConvertError>([] { Parse("<a>x&"); }),
+            "XEncode: error encode character (&)");
+  EXPECT_EQ(MessageOf<EConvertError>([] { Parse("<a>&LT;</a>"); }),
+            "XEncode: error encode character (&L)");
+}
+
+TEST(XmlReader, ErrorsTellLineAndColumn) {
+  struct Case { std::string_view text; Int64 line, column; };
+  const Case cases[] = {
+      {"x", 1, 1},
+      {"<a>\r\n  <b>\r\n  </c>", 3, 3},
+      {"<a>\n\n<b <", 3, 4},
+      {"<a>\r\r\n</b>", 3, 1},
+      {"  \t</top>", 1, 4},
+  };
+  for (const auto& c : cases) {
+    try {
+      Parse(c.text);
+      ADD_FAILURE() << "no error for " << c.text;
+    } catch (const EXMLError& e) {
+      EXPECT_EQ(testutil::Join(e.Line(), e.Column()), testutil::Join(c.line, c.column)) << c.text;
+    }
+  }
+}
+
+TEST(XmlReader, ErrorKeepsWhatWasRead) {
+  auto root = std::make_unique<TXItem>();
+  EXPECT_THROW(xmltest::LoadText(root.get(), "<a><b k=\"1\">x</b><c>y</d></a>"), EXMLError);
+  EXPECT_EQ(Shape(root.get()), "a(b='x'{k=\"1\"} c='y')");
+}
+
+TEST(XmlReader, TopElementReusesTheItem) {
+  auto root = Parse("<old/>");
+  root->set_Value(Variant("v"));
+  root->Add()->set_Name("kept");
+  xmltest::LoadText(root.get(), "<new a=\"1\"><c/></new>");
+  EXPECT_EQ(Shape(root.get()), "new='v'{a=\"1\"}(kept c)");
+  xmltest::LoadText(root.get(), "   ");
+  EXPECT_EQ(Shape(root.get()), "new='v'{a=\"1\"}(kept c)");
+}
+
+TEST(XmlReader, StreamOfFewerBytesThanItsSizeEnds) {
+  // A stream that claims more than it gives: reading must stop where its bytes stop.
+  class ShortStream : public TStream {
+   public:
+    Integer Read(void* buffer, Integer count) override {
+      const Integer n = std::min<Integer>(count, static_cast<Integer>(data.size() - pos));
+      data.copy(static_cast<char*>(buffer), static_cast<std::size_t>(n), pos);
+      pos += static_cast<std::size_t>(n);
+      return n;
+    }
+    Integer Write(const void*, Integer) override { return 0; }
+    Int64 Seek(Int64 offset, TSeekOrigin origin) override {
+      const Int64 from = origin == soBeginning ? 0 : origin == soCurrent ? Int64(pos) : GetSize();
+      return static_cast<Int64>(pos = static_cast<std::size_t>(
+                                    std::clamp<Int64>(from + offset, 0, Int64(data.size()))));
+    }
+    Int64 GetSize() override { return static_cast<Int64>(data.size()) + 100; }
+    std::string data = "<a><b>x";
+    std::size_t pos = 0;
+  } stream;
+  TXItem root;
+  LoadXData(&root, stream);
+  EXPECT_EQ(Shape(&root), "a(b('x'))");
+}
+
+TEST(XmlReader, HostileInput) {
+  // Deep nesting reads and frees without recursion.
+  const int depth = 1000000;
+  std::string deep;
+  for (int i = 0; i < depth; ++i) deep += "<e>";
+  deep += "leaf";
+  for (int i = 0; i < depth; ++i) deep += "</e>";
+  {
+    auto root = Parse(deep);
+    const TXItem* item = root.get();
+    int levels = 1;
+    while (item->get_Count() > 0) item = item->get_Items(0), ++levels;
+    EXPECT_EQ(levels, depth);
+    EXPECT_EQ(VarToStr(item->get_Value()), "leaf");
+    TXItem copy;
+    copy.Assign(root.get());
+    EXPECT_EQ(copy.get_Count(), 1);
+  }
+  // Unclosed deep nesting loads too.
+  EXPECT_EQ(Parse(deep.substr(0, 3 * depth))->get_Count(), 1);
+  // A huge character reference keeps its low 8 bits.
+  EXPECT_EQ(Outcome("<a>&#" + std::string(5000, '9') + ";</a>"), "a='\xFF'");
+  // An "&" without ";" swallows the rest.
+  EXPECT_EQ(Outcome("<a>&#65 <b/> and more"), "a('A')");
+  // Binary garbage gives a clear error or a tree, never a crash.
+  std::string garbage;
+  for (int i = 0; i < 5000; ++i) garbage += static_cast<char>((i * 7919) % 256);
+  EXPECT_NE(Outcome("<a>" + garbage), "");
+}
+
+TEST(XmlCoding, EncodeAndDecode) {
+  EXPECT_EQ(TkxXMLPr::Encode("a\"&<>'\t\r\nb", false), "a&quot;&amp;&lt;&gt;'&#9;\r\nb");
+  EXPECT_EQ(TkxXMLPr::Encode("a\"&<>'\t\r\n\x01\x1F\xE9", true),
+            "a&quot;&amp;&lt;&gt;'&#9;&#13;&#10;&#1;&#31;\xE9");
+  std::string all;
+  for (int c = 1; c < 256; ++c) all += static_cast<char>(c);
+  EXPECT_EQ(TkxXMLPr::Decode(TkxXMLPr::Encode(all, true)), all);
+  EXPECT_EQ(TkxXMLPr::Decode("x&#0;y"), std::string("x\0y", 3));
+  EXPECT_EQ(TkxXMLPr::Decode("&quot&amp;"), "&quot&");
+}
+
+TEST(XmlValues, ConversionsBothWays) {
+  const TDateTime day = EncodeDate(2024, 3, 1);
+  const TDateTime moment = day + EncodeTime(12, 30, 5, 250);
+  EXPECT_EQ(DT2XML(day), "2024-03-01");
+  EXPECT_EQ(DT2XML(moment), "2024-03-01T12:30:05.250");
+  EXPECT_EQ(XML2DT(Variant(DT2XML(day))), day);
+  EXPECT_NEAR(XML2DT(Variant(DT2XML(moment))), moment, OneMillisecond / 10);
+  EXPECT_EQ(MessageOf([] { XML2DT(Variant("01.03.2024")); }), "XML2DT Error");
+  EXPECT_EQ(XML2DT(Variant::Null()), 0);
+  EXPECT_EQ(FLOAT2XML(1234.5), "1234.5");
+  EXPECT_EQ(FLOAT2XML(0.1L), "0.1");
+  EXPECT_EQ(static_cast<double>(XML2FLOAT(Variant("-12.25"))), -12.25);
+  EXPECT_THROW(XML2FLOAT(Variant("12,25")), EConvertError);
+  EXPECT_EQ(testutil::Join(BOOL2XML(true), BOOL2XML(false), XML2BOOL(Variant("TRUE")),
+                           XML2BOOL(Variant("1")), XML2BOOL(Variant::Null())),
+            "true false 1 0 0");
+  struct Case { Variant value; std::string text; };
+  const Case cases[] = {
+      {Variant(std::int16_t(-5)), "-5"},
+      {Variant(Integer(2147483647)), "2147483647"},
+      {Variant(Byte(200)), "200"},
+      {Variant(Word(65535)), "65535"},
+      {Variant(2.5), "2.5"},
+      {Variant(Currency::FromRaw(123456)), "12.3456"},
+      {Variant::FromDate(day), "2024-03-01"},
+      {Variant(true), "true"},
+      {Variant("a<\"b\">\t"), "a&lt;&quot;b&quot;&gt;&#9;"},
+      {Variant(u"щ"), Cp1251(u8"щ")},
+  };
+  for (const auto& c : cases) EXPECT_EQ(Var2XML(c.value, true), c.text) << c.text;
+  for (const Variant& bad : {Variant(), Variant::Null(), Variant(Int64(1)), VarArrayOf({1})})
+    EXPECT_EQ(MessageOf([&] { Var2XML(bad, false); }), "Var2XML: invalid variant type conversion");
+  EXPECT_EQ(XMLCast(Variant("42"), varInteger).VarType(), varInteger);
+  EXPECT_EQ(VarToInt(XMLCast(Variant("42"), varSmallint)), 42);
+  EXPECT_EQ(VarToDouble(XMLCast(Variant("2.5"), varCurrency)), 2.5);
+  EXPECT_EQ(XMLCast(Variant("2024-03-01"), varDate).VarType(), varDate);
+  EXPECT_EQ(VarToBool(XMLCast(Variant("true"), varBoolean)), true);
+  EXPECT_EQ(XMLCast(Variant("x"), varWord).VarType(), varString);
+  EXPECT_TRUE(VarIsNull(XMLCast(Variant::Null(), varInteger)));
+  EXPECT_THROW(XMLCast(Variant("x"), varInteger), EConvertError);
+}
+
+}  // namespace
+}  // namespace ostrel
