@@ -52,7 +52,9 @@ TEST(LayoutMergePoint, ShiftStepsClimbFromTheControlsPanel) {
       {"a", "root", "Top"},     {"d", "root", "Side"},         {"b", "root.parent", "<root>"},
       {"a", "parent", "<root>"}, {"r", "root", "<root>"},      {"r", "", "<root>"},
       {"a", "parent.parent", "<false>"},  // above the top of the tree
+      {"a", "parent.parent.root", "<false>"},
       {"loose", "root", "<false>"},
+      {"loose", "up", "<false>"},  // not found: the shift is not looked at
   };
   for (const Case& c : cases) {
     TkxLayoutPanel* panel = nullptr;
@@ -61,8 +63,9 @@ TEST(LayoutMergePoint, ShiftStepsClimbFromTheControlsPanel) {
     EXPECT_EQ(!ok ? "<false>" : panel == grid->Layout() ? "<root>" : panel->Name(), c.expected)
         << c.control << " " << c.shift;
   }
-  // An unknown step names the control and the whole shift.
-  for (const char* shift : {"up", "parent.up", "parent.", "root..root", " root", "parents"})
+  // An unknown step names the control and the whole shift, also after climbing too high.
+  for (const char* shift : {"up", "parent.up", "parent.", "root..root", " root", "parents",
+                            "parent.parent.parent.parent.up"})
     EXPECT_EQ(MessageOf([&] {
                 TkxLayoutPanel* panel = nullptr;
                 TkxLayoutMergeItem::ResolvePoint(grid->Layout(), grid->Layout()->FindPanel("Deep")->Controls(0),
@@ -236,11 +239,13 @@ TEST(LayoutMergeItem, DefaultsDisplayNameAndStoredShifts) {
       {"edX", "", nullptr, "edA", "parent", "edX  > edA parent", true, true},
       {nullptr, "parent.root", "btnOk", "edA", "", "n/a parent.root > btnOk ", true, true},
       {"edY", "root ", "edNo", "", "rOOt", "edY root  > edNo rOOt", true, false},
+      {"edX", "root", "", "edA", "root", "edX root >  root", false, false},  // an unnamed TargetPoint
   };
+  auto* unnamed = NewComponent<TkxLayoutControl>(f.form);
   for (const Case& c : cases) {
     item->SetSourcePoint(c.source ? f.Frame(c.source) : nullptr);
     item->SetSourceShift(c.sourceShift);
-    item->SetTargetPoint(c.target ? f.Form(c.target) : nullptr);
+    item->SetTargetPoint(!c.target ? nullptr : *c.target ? f.Form(c.target) : unnamed);
     item->SetTargetPointName(c.name);
     item->SetTargetShift(c.targetShift);
     EXPECT_EQ(testutil::Join(item->GetDisplayName(), item->IsSourceShiftStored(), item->IsTargetShiftStored()),

@@ -39,7 +39,8 @@ class OSTREL_API TkxLayoutMergeItem : public TCollectionItem {
 
   // From another merge item: all six properties; anything else is the generic assignment.
   void Assign(const TPersistent* source) override;
-  // "<source name> <source shift> > <target name> <target shift>", "n/a" for a missing name.
+  // "<source name> <source shift> > <target name> <target shift>": the target's name is
+  // TargetPoint's, else TargetPointName when not empty; "n/a" stands for what is missing.
   AnsiString GetDisplayName() const override;
   // Whether a shift is stored with the form: only when it is not "root" (ignoring case).
   bool IsSourceShiftStored() const;
@@ -53,8 +54,9 @@ class OSTREL_API TkxLayoutMergeItem : public TCollectionItem {
 
   // Point resolution: the panel of root's subtree holding control, moved along the shift
   // steps ("parent": to the parent panel; "root": up to the panel just below root). False
-  // when no panel holds the control or a "parent" step climbs above the tree; an unknown
-  // step raises "TkxLayoutMergeItem: invalid shift "<control>:<shift>"".
+  // when no panel holds the control (the shift is then not looked at) or a "parent" step
+  // climbs above the tree; an unknown step raises "TkxLayoutMergeItem: invalid shift
+  // "<control>:<shift>"".
   static bool ResolvePoint(TkxLayoutPanel* root, const TControl* control, std::string_view shift,
                            TkxLayoutPanel*& panel);
 

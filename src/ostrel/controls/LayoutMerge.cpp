@@ -65,10 +65,11 @@ void TkxLayoutMergeItem::Assign(const TPersistent* source) {
 }
 
 AnsiString TkxLayoutMergeItem::GetDisplayName() const {
-  AnsiString target = fTargetPoint ? fTargetPoint->Name() : fTargetPointName;
-  if (target.empty()) target = SNoName;
-  return (fSourcePoint ? fSourcePoint->Name() : AnsiString(SNoName)) + ' ' + fSourceShift +
-         " > " + target + ' ' + fTargetShift;
+  const AnsiString source = fSourcePoint ? fSourcePoint->Name() : AnsiString(SNoName);
+  const AnsiString target = fTargetPoint               ? fTargetPoint->Name()
+                            : !fTargetPointName.empty() ? fTargetPointName
+                                                        : AnsiString(SNoName);
+  return source + ' ' + fSourceShift + " > " + target + ' ' + fTargetShift;
 }
 
 bool TkxLayoutMergeItem::IsSourceShiftStored() const { return !AnsiSameText(fSourceShift, SDefaultShift); }
@@ -78,20 +79,20 @@ bool TkxLayoutMergeItem::ResolvePoint(TkxLayoutPanel* root, const TControl* cont
                                       std::string_view shift, TkxLayoutPanel*& panel) {
   if (!root || !root->FindControl(control, panel)) return false;
   if (shift.empty()) return true;
+  // Every step is checked, also after a "parent" step has climbed above the top of the tree
+  // (where no panel is left to merge, so the point is then not found).
   std::size_t from = 0;
   for (;;) {
     const std::size_t dot = shift.find('.', from);
     const std::string_view step = shift.substr(from, dot == std::string_view::npos ? dot : dot - from);
     if (AnsiSameText(step, "parent")) {
-      panel = panel->Parent();
-      // Above the top of the tree there is no panel to merge.
-      if (!panel) return false;
+      if (panel) panel = panel->Parent();
     } else if (AnsiSameText(step, "root")) {
-      while (panel->Parent() && panel->Parent() != root) panel = panel->Parent();
+      while (panel && panel->Parent() && panel->Parent() != root) panel = panel->Parent();
     } else {
       DIE(SErrInvalidShift, control->Name(), shift);
     }
-    if (dot == std::string_view::npos) return true;
+    if (dot == std::string_view::npos) return panel != nullptr;
     from = dot + 1;
   }
 }
