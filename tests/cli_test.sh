@@ -169,6 +169,31 @@ check_cmd xmlfirst '318' xml find "$work/fixed.xml" 'payment' --attr number
 check_cmd xmladded '1' xml find "$work/fixed.xml" 'payment[@number="320"]' --attr sum
 expect_line "$demo" '^    Сумма: 15.320,46 \(Пятнадцать тысяч триста двадцать рублей 46 копеек\)$' \
   "the demo's payment order with the amount in words"
+# `ostrel layout`: the example form, frame and schema drawn, merged, hidden and saved; a
+# fatal merge error printed with exit status 1.
+layouts=$(cd "$(dirname "${BASH_SOURCE[0]}")/../examples/layouts" && pwd)
+run layout_show layout show "$layouts/form.xml"
+[[ $(status layout_show) == 0 ]] || fail "layout show exited $(status layout_show): $(cat "$work/layout_show.err")"
+expect_line "$work/layout_show.out" '^  Buttons: btnOk \(TButton\), btnCancel \(TButton\)$' "layout show draws a panel"
+run layout_merge layout merge "$layouts/form.xml" "$layouts/frame.xml" "$layouts/schema.xml"
+[[ $(status layout_merge) == 0 ]] || fail "layout merge exited $(status layout_merge): $(cat "$work/layout_merge.err")"
+[[ $(sed -n 4,9p "$work/layout_merge.out") == $'    Customer: edCustomer (TkxLookupEdit)\n    Address: edCity (TkxEdit)\n      Street: edStreet (TkxEdit)\n    Amount: edAmount (TkxEdit)\n  Contacts: edPhone (TkxEdit)\n  Buttons: btnOk (TButton), btnCancel (TButton)' ]] ||
+  fail "layout merge placed the frame's panels wrongly: $(cat "$work/layout_merge.out")"
+[[ $(tail -1 "$work/layout_merge.out") == AddressGrid ]] || fail "the frame keeps no panels after the merge"
+run layout_hide layout merge "$layouts/form.xml" "$layouts/frame.xml" "$layouts/schema.xml" --no-merge
+expect_line "$work/layout_hide.out" '^    Street: edStreet \(TkxEdit, hidden\)$' "--no-merge hides the frame's sources"
+run layout_save layout merge "$layouts/form.xml" "$layouts/frame.xml" "$layouts/schema.xml" -o "$work/merged.xml"
+[[ $(status layout_save) == 0 && ! -s "$work/layout_save.out" ]] || fail "layout merge -o: $(cat "$work/layout_save.err")"
+run layout_reshow layout show "$work/merged.xml"
+[[ $(cat "$work/layout_reshow.out") == "$(sed '$d' "$work/layout_merge.out")" ]] ||
+  fail "the saved merge reads back differently: $(cat "$work/layout_reshow.out")"
+sed 's/targetname="btnOk"/targetname="btnHelp"/' "$layouts/schema.xml" >"$work/badschema.xml"
+run layout_bad layout merge "$layouts/form.xml" "$layouts/frame.xml" "$work/badschema.xml"
+[[ $(status layout_bad) == 1 ]] || fail "a failing merge exited $(status layout_bad), not 1"
+[[ $(cat "$work/layout_bad.err") == "ostrel: Exception: TkxLayoutMergeSchema: TargetPoint  = nil" ]] ||
+  fail "a failing merge printed '$(cat "$work/layout_bad.err")'"
+run layout_usage layout merge "$layouts/form.xml"
+[[ $(status layout_usage) == 2 ]] || fail "layout merge with one file exited $(status layout_usage), not 2"
 
 if [[ $failures -gt 0 ]]; then
   echo "$failures check(s) failed" >&2

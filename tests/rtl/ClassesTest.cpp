@@ -356,6 +356,26 @@ TEST(Component, OwnerFreesWhatItOwnsLastFirst) {
   EXPECT_EQ(log, (std::vector<AnsiString>{"free Root", "free B", "free A", "free A1"}));
 }
 
+TEST(Component, FreeNotificationTellsTheWatcherAndLapsesWithEither) {
+  std::vector<AnsiString> log;
+  auto watcher = std::make_unique<TLogged>(nullptr, log, "Watcher");
+  auto a = std::make_unique<TLogged>(nullptr, log, "A");
+  auto b = std::make_unique<TLogged>(nullptr, log, "B");
+  auto c = std::make_unique<TLogged>(nullptr, log, "C");
+  a->FreeNotification(watcher.get());
+  a->FreeNotification(watcher.get());  // asked twice, told once
+  b->FreeNotification(watcher.get());
+  c->FreeNotification(watcher.get());
+  c->RemoveFreeNotification(watcher.get());
+  a.reset();
+  c.reset();
+  EXPECT_EQ(log, (std::vector<AnsiString>{"live A", "Watcher -A", "live C"}));
+  log.clear();
+  watcher.reset();  // B no longer has anybody to tell
+  b.reset();
+  EXPECT_EQ(log, (std::vector<AnsiString>{"live Watcher", "B -Watcher", "live B"}));
+}
+
 TEST(Component, NamesAreUniqueIdentifiersFoundWithoutCase) {
   TComponent owner(nullptr);
   auto* c = NewComponent<TComponent>(owner);

@@ -458,6 +458,12 @@ class OSTREL_API TComponent : public TObject {
   // Frees all owned components, the last one first.
   void DestroyComponents();
 
+  // Asks that component be told (Notification with opRemove) when this one is freed, whoever
+  // owns either: how a component keeps a reference to one it does not own. The request
+  // lapses when either of them is freed.
+  void FreeNotification(TComponent* component);
+  void RemoveFreeNotification(TComponent* component);
+
   void BeforeDestruction() override;
 
  protected:
@@ -476,6 +482,7 @@ class OSTREL_API TComponent : public TObject {
   TComponent* fOwner = nullptr;
   AnsiString fName;
   std::vector<TComponent*> fComponents;
+  std::vector<TComponent*> fFreeNotifies;  // both sides of a request list each other
   TComponentState fState;
   Integer fTag = 0;
 };

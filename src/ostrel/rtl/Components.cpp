@@ -20,6 +20,14 @@ TComponent::TComponent(TComponent* owner) {
 
 TComponent::~TComponent() {
   Destroying();
+  while (!fFreeNotifies.empty()) {
+    TComponent* c = fFreeNotifies.back();
+    RemoveFreeNotification(c);
+    try {
+      c->Notification(this, opRemove);
+    } catch (...) {
+    }
+  }
   DestroyComponents();
   if (fOwner) {
     // A destructor cannot raise: when the owner's notification does, the component still
@@ -125,6 +133,21 @@ void TComponent::Notification(TComponent* component, TOperation operation) {
     }
     fComponents[static_cast<std::size_t>(i)]->Notification(component, operation);
   }
+}
+
+void TComponent::FreeNotification(TComponent* component) {
+  if (!component || component == this) return;
+  auto add = [](std::vector<TComponent*>& list, TComponent* c) {
+    if (std::find(list.begin(), list.end(), c) == list.end()) list.push_back(c);
+  };
+  add(fFreeNotifies, component);
+  add(component->fFreeNotifies, this);
+}
+
+void TComponent::RemoveFreeNotification(TComponent* component) {
+  if (!component) return;
+  std::erase(fFreeNotifies, component);
+  std::erase(component->fFreeNotifies, this);
 }
 
 void TComponent::SetLoading(bool value) {
