@@ -141,7 +141,7 @@ TEST(CommPortSettings, ModeStrings) {
     TDCB dcb;
     dcb.ByteSize = dcb.Parity = dcb.StopBits = 9;
     TDCB before = dcb;
-    bool ok = BuildCommDCB(c.text, dcb);
+    bool ok = CommModeToDCB(c.text, dcb);
     EXPECT_EQ(ok ? Join(dcb.BaudRate, int(dcb.Parity), int(dcb.ByteSize), int(dcb.StopBits)) : "fail", c.result)
         << c.text;
     if (!ok) {
@@ -149,7 +149,7 @@ TEST(CommPortSettings, ModeStrings) {
     }
   }
   TDCB dcb;
-  ASSERT_TRUE(BuildCommDCB("baud=9600 xon=on rts=hs dtr=on octs=on", dcb));
+  ASSERT_TRUE(CommModeToDCB("baud=9600 xon=on rts=hs dtr=on octs=on", dcb));
   EXPECT_EQ(dcb.Flags, DcbFlag::OutX | DcbFlag::InX | DcbFlag::RtsHandshake | DcbFlag::DtrEnable | DcbFlag::OutxCtsFlow);
 }
 

@@ -543,7 +543,7 @@ void TkxCommPort::WndProc(TMessage& message) {
 
 // ---- settings ------------------------------------------------------------------------
 
-bool TkxCommPort::RegSaveParams(Cardinal rootKey, std::string_view key) {
+bool TkxCommPort::RegSaveParams(TRootKey rootKey, std::string_view key) {
   static constexpr const char* parityLetters[] = {"N", "O", "E", "M", "S"};
   // One and a half stop bits are saved as one: the saved text reads back as one stop bit.
   static constexpr const char* stopTexts[] = {"1", "1", "2"};
@@ -557,7 +557,7 @@ bool TkxCommPort::RegSaveParams(Cardinal rootKey, std::string_view key) {
   return true;
 }
 
-bool TkxCommPort::RegLoadParams(Cardinal rootKey, std::string_view key, bool loadPortNumber) {
+bool TkxCommPort::RegLoadParams(TRootKey rootKey, std::string_view key, bool loadPortNumber) {
   TRegistry reg;
   reg.SetRootKey(rootKey);
   if (!reg.OpenKeyReadOnly(key)) return false;
@@ -575,7 +575,7 @@ bool TkxCommPort::RegLoadParams(Cardinal rootKey, std::string_view key, bool loa
   if (!text.empty()) {
     TDCB dcb{};
     dcb.DCBlength = sizeof(TDCB);
-    if (BuildCommDCB(text, dcb)) {
+    if (CommModeToDCB(text, dcb)) {
       // A text that names no data bits leaves them as they are.
       if (dcb.ByteSize == 0) dcb.ByteSize = fDataBits;
       AssignDCB(dcb);

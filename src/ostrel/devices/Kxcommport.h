@@ -15,6 +15,7 @@
 
 #include <ostrel/rtl/Classes.h>
 #include <ostrel/rtl/Controls.h>
+#include <ostrel/rtl/Registry.h>
 
 #include <atomic>
 #include <functional>
@@ -115,14 +116,14 @@ inline constexpr Cardinal Binary = 0x0001, Parity = 0x0002, OutxCtsFlow = 0x0004
                           RtsToggle = 0x3000, AbortOnError = 0x4000;
 }
 
-// Parses a mode string as the Windows mode command and BuildCommDCB take it, into the DCB:
+// Parses a mode string as the Windows mode command and BuildCommDCBA take it, into the DCB:
 // "9600,n,8,1" (rate, parity, data bits, stop bits; the later ones may be left out, giving
 // even parity, 7 data bits and 1 stop bit, 2 at 110 baud) or "baud=9600 parity=n data=8 stop=1"
 // with the further keys to, xon, odsr, octs, dtr, rts, idsr (fields not named keep their
 // value). A two-digit rate of the old form is the classic abbreviation (96 is 9600, 12 is
 // 1200, 11 is 110). False, with the DCB unchanged, for text of neither shape. On Windows it is
 // the system's own BuildCommDCBA.
-OSTREL_API bool BuildCommDCB(std::string_view mode, TDCB& dcb);
+OSTREL_API bool CommModeToDCB(std::string_view mode, TDCB& dcb);
 
 // The device path that port number n opens on Linux: the one set for it, else /dev/ttyS<n-1>.
 // On Windows "\\.\COM<n>". An empty path removes the setting.
@@ -265,8 +266,8 @@ class OSTREL_API TkxCommPort : public TComponent {
   // The "Comm.DCB" value under key below rootKey (a TRegistry root such as
   // HKEY_CURRENT_USER). Save returns false when the key cannot be opened; Load returns
   // whether a non-empty value was found (even when its text could not be parsed).
-  bool RegLoadParams(Cardinal rootKey, std::string_view key, bool loadPortNumber);
-  bool RegSaveParams(Cardinal rootKey, std::string_view key);
+  bool RegLoadParams(TRootKey rootKey, std::string_view key, bool loadPortNumber);
+  bool RegSaveParams(TRootKey rootKey, std::string_view key);
 
   // Runs OnEvent / DoReceive for a batch of events.
   virtual void HandleEvents(TkxCommEvents events);

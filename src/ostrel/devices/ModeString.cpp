@@ -1,5 +1,5 @@
-// BuildCommDCB: the Windows mode-string syntax. Windows parses it itself; elsewhere this is
-// the parser.
+// CommModeToDCB: the Windows mode-string syntax. Windows parses it itself (BuildCommDCBA);
+// elsewhere this is the parser.
 #include <ostrel/devices/Kxcommport.h>
 
 #include <ostrel/rtl/Format.h>
@@ -17,13 +17,13 @@ namespace ostrel {
 
 #ifdef _WIN32
 
-bool BuildCommDCB(std::string_view mode, TDCB& dcb) {
+bool CommModeToDCB(std::string_view mode, TDCB& dcb) {
   static_assert(sizeof(::DCB) == sizeof(TDCB));
   ::DCB d;
   std::memcpy(&d, &dcb, sizeof d);
   AnsiString text(mode);
   if (!::BuildCommDCBA(text.c_str(), &d)) return false;
-  std::memcpy(&dcb, &d, sizeof d);
+  std::memcpy(static_cast<void*>(&dcb), &d, sizeof d);
   return true;
 }
 
@@ -183,7 +183,7 @@ bool ParsePositional(std::string_view text, TDCB& dcb) {
 
 }  // namespace
 
-bool BuildCommDCB(std::string_view mode, TDCB& dcb) {
+bool CommModeToDCB(std::string_view mode, TDCB& dcb) {
   AnsiString text = Trim(mode);
   // A leading device name ("COM3:") is allowed, as the system allows it.
   if (text.size() > 3 && SameText(text.substr(0, 3), "COM")) {

@@ -36,17 +36,10 @@ std::vector<AnsiString> SplitKey(std::string_view path) {
   return parts;
 }
 
+// Classes root, current user, local machine, users and current configuration (the numbers,
+// since windows.h makes the names pointers).
 bool KnownRoot(Cardinal root) {
-  switch (root) {
-    case HKEY_CLASSES_ROOT:
-    case HKEY_CURRENT_USER:
-    case HKEY_LOCAL_MACHINE:
-    case HKEY_USERS:
-    case HKEY_CURRENT_CONFIG:
-      return true;
-    default:
-      return false;
-  }
+  return root >= 0x80000000u && root <= 0x80000005u && root != 0x80000004u;
 }
 
 }  // namespace
@@ -61,10 +54,11 @@ AnsiString TRegistry::Resolve(std::string_view key) const {
   return full;
 }
 
-void TRegistry::SetRootKey(Cardinal rootKey) {
-  if (!KnownRoot(rootKey)) throw ERegistryException(Format(SysConst::SRegUnknownRoot, static_cast<Integer>(rootKey)));
+void TRegistry::SetRootKey(TRootKey rootKey) {
+  if (!KnownRoot(rootKey.Value))
+    throw ERegistryException(Format(SysConst::SRegUnknownRoot, static_cast<Integer>(rootKey.Value)));
   CloseKey();
-  fRootKey = rootKey;
+  fRootKey = rootKey.Value;
 }
 
 #ifdef _WIN32

@@ -15,17 +15,29 @@
 
 #include <ostrel/rtl/System.h>
 
+#include <cstdint>
 #include <memory>
 #include <string_view>
 
 namespace ostrel {
 
-// The predefined root keys, with their Windows numbers.
+// The predefined root keys, with their Windows numbers. Where windows.h came first its own
+// HKEY_* macros stand for them; TRootKey takes either.
+#ifndef HKEY_CURRENT_USER
 inline constexpr Cardinal HKEY_CLASSES_ROOT = 0x80000000u;
 inline constexpr Cardinal HKEY_CURRENT_USER = 0x80000001u;
 inline constexpr Cardinal HKEY_LOCAL_MACHINE = 0x80000002u;
 inline constexpr Cardinal HKEY_USERS = 0x80000003u;
 inline constexpr Cardinal HKEY_CURRENT_CONFIG = 0x80000005u;
+#endif
+
+// A root key given as its number or as a windows.h HKEY.
+struct TRootKey {
+  Cardinal Value;
+  constexpr TRootKey(Cardinal value) : Value(value) {}
+  template <class T>
+  TRootKey(T* hkey) : Value(static_cast<Cardinal>(reinterpret_cast<std::uintptr_t>(hkey))) {}
+};
 
 // Where the application's settings live below a root key.
 inline constexpr std::string_view CompanyRegKey = "\\Software\\Velmora Soft";
@@ -50,7 +62,7 @@ class OSTREL_API TRegistry : public TObject {
 
   Cardinal RootKey() const noexcept { return fRootKey; }
   // Closes the open key. An unknown root raises ERegistryException.
-  void SetRootKey(Cardinal rootKey);
+  void SetRootKey(TRootKey rootKey);
 
   // Opens the key for reading and writing; with canCreate it is created (with the keys
   // above it) when missing. False when it cannot be opened.
@@ -77,7 +89,7 @@ class OSTREL_API TRegistry : public TObject {
   struct Impl;
   AnsiString Resolve(std::string_view key) const;
 
-  Cardinal fRootKey = HKEY_CURRENT_USER;
+  Cardinal fRootKey = 0x80000001u;  // HKEY_CURRENT_USER
   AnsiString fCurrentPath;
   bool fOpen = false;
   bool fReadOnly = false;
