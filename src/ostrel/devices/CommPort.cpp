@@ -543,17 +543,20 @@ void TkxCommPort::WndProc(TMessage& message) {
 
 // ---- settings ------------------------------------------------------------------------
 
-bool TkxCommPort::RegSaveParams(TRootKey rootKey, std::string_view key) {
+AnsiString TkxCommPort::ParamsText() const {
   static constexpr const char* parityLetters[] = {"N", "O", "E", "M", "S"};
   // One and a half stop bits are saved as one: the saved text reads back as one stop bit.
   static constexpr const char* stopTexts[] = {"1", "1", "2"};
+  return Format("COM%d: BAUD=%d PARITY=%s DATA=%d STOP=%s", static_cast<Integer>(fPortNumber),
+                static_cast<Int64>(fBaudRate), parityLetters[fParity], static_cast<Integer>(fDataBits),
+                stopTexts[fStopBits]);
+}
+
+bool TkxCommPort::RegSaveParams(TRootKey rootKey, std::string_view key) {
   TRegistry reg;
   reg.SetRootKey(rootKey);
   if (!reg.OpenKey(key, true)) return false;
-  reg.WriteString("Comm.DCB", Format("COM%d: BAUD=%d PARITY=%s DATA=%d STOP=%s",
-                                     static_cast<Integer>(fPortNumber), static_cast<Int64>(fBaudRate),
-                                     parityLetters[fParity], static_cast<Integer>(fDataBits),
-                                     stopTexts[fStopBits]));
+  reg.WriteString("Comm.DCB", ParamsText());
   return true;
 }
 
@@ -561,7 +564,11 @@ bool TkxCommPort::RegLoadParams(TRootKey rootKey, std::string_view key, bool loa
   TRegistry reg;
   reg.SetRootKey(rootKey);
   if (!reg.OpenKeyReadOnly(key)) return false;
-  AnsiString text = Trim(reg.ReadString("Comm.DCB"));
+  return LoadParamsText(reg.ReadString("Comm.DCB"), loadPortNumber);
+}
+
+bool TkxCommPort::LoadParamsText(std::string_view value, bool loadPortNumber) {
+  AnsiString text = Trim(value);
   if (text.empty()) return false;
   if (SameText(Copy(text, 1, 3), "COM")) {
     std::size_t end = text.find_first_of(" :", 3);

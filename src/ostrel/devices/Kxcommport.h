@@ -268,6 +268,12 @@ class OSTREL_API TkxCommPort : public TComponent {
   // whether a non-empty value was found (even when its text could not be parsed).
   bool RegLoadParams(TRootKey rootKey, std::string_view key, bool loadPortNumber);
   bool RegSaveParams(TRootKey rootKey, std::string_view key);
+  // What RegLoadParams does with the value's text: "COM<n>:" or "COM<n> " first sets the port
+  // number (when loadPortNumber; a non-number raises EConvertError), the mode string after it
+  // the line settings (text that does not parse leaves them). False for empty text.
+  bool LoadParamsText(std::string_view value, bool loadPortNumber);
+  // The value RegSaveParams writes: "COM%d: BAUD=%d PARITY=%s DATA=%d STOP=%s".
+  AnsiString ParamsText() const;
 
   // Runs OnEvent / DoReceive for a batch of events.
   virtual void HandleEvents(TkxCommEvents events);
