@@ -124,6 +124,13 @@ rc=$?
 [[ $(sed -n 2p "$work/stdin.out") == "Два рубля 50 копеек" ]] || fail "second stdin line: $(cat "$work/stdin.out")"
 grep -q "'abc'" "$work/stdin.err" || fail "the bad line is not named in the error: $(cat "$work/stdin.err")"
 
+# Serial devices: bad usage, and a device that is not there.
+check_usage serial_noport 'a port number or device path is needed' serial
+check_usage scan_badbaud '--baud must be a positive integer' scan 1 --baud fast
+run scan_missing scan /nonexistent/tty --count 1
+[[ $(status scan_missing) == 1 ]] || fail "scan of a missing device exited $(status scan_missing), not 1"
+expect_line "$work/scan_missing.err" 'Нет доступа к устройству: /nonexistent/tty' "scan names the missing device"
+
 if [[ $failures -gt 0 ]]; then
   echo "$failures check(s) failed" >&2
   exit 1
