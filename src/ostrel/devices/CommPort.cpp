@@ -171,11 +171,10 @@ class TkxCommEventThread : public TThread {
   TkxCommEventThread(TkxCommPort* port, std::shared_ptr<TCommDevice> device, Cardinal mask,
                      TkxCommPort::THiddenWindow* window)
       : TThread(true), fPort(port), fDevice(std::move(device)), fWindow(window),
-        fSyncMethod(port->SyncMethod()), fWaiter(fDevice->CreateWaiter(mask)) {
-    Start();
-  }
+        fSyncMethod(port->SyncMethod()), fWaiter(fDevice->CreateWaiter(mask)) {}
 
   ~TkxCommEventThread() override {
+    if (ThreadID() == std::thread::id()) return;  // never started
     Stop();
     WaitFor();
   }
@@ -268,11 +267,16 @@ void TkxCommPort::Open() {
     UpdateTimeouts();
     if (!fEvents.Empty()) {
       if (fSyncMethod == smWindowSync) fWindow = std::make_unique<THiddenWindow>(this);
+      // Created suspended: the port is complete before a handler can see it.
       fThread = new TkxCommEventThread(this, fDevice, EventsToMask(fEvents), fWindow.get());
+      fActive = true;
+      fThread->Start();
     }
   } catch (...) {
+    delete std::exchange(fThread, nullptr);  // one that could not start
     fWindow.reset();
     DestroyHandle();
+    fActive = false;
     throw;
   }
   fActive = true;
@@ -296,9 +300,9 @@ void TkxCommPort::StopThread() {
     // Closing from inside the port's own handler: the worker is waiting for this handler to
     // return, so it cannot be waited for here. It is freed, with the window it may still
     // address, by the main thread once the handler is over.
-    std::shared_ptr<TkxCommEventThread> lateThread(thread);
-    std::shared_ptr<THiddenWindow> lateWindow(fWindow.release());
-    TThread::ForceQueue([lateThread, lateWindow]() mutable {
+    // (No reference stays on this thread: the last one must go on the main thread.)
+    TThread::ForceQueue([lateThread = std::shared_ptr<TkxCommEventThread>(thread),
+                         lateWindow = std::shared_ptr<THiddenWindow>(fWindow.release())]() mutable {
       lateThread.reset();
       lateWindow.reset();
     });
