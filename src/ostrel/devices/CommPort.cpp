@@ -198,6 +198,7 @@ class TkxCommEventThread : public TThread {
 
  private:
   void Dispatch(Cardinal mask) {
+    std::exception_ptr failure;
     try {
       switch (fSyncMethod) {
         case smThreadSync:
@@ -213,10 +214,12 @@ class TkxCommEventThread : public TThread {
           break;
       }
     } catch (...) {
-      // A handler's failure belongs to the application, not to the worker: it is raised on
-      // the main thread at its next CheckSynchronize, and events keep coming.
-      ForceQueue([e = std::current_exception()] { std::rethrow_exception(e); });
+      failure = std::current_exception();
     }
+    // A handler's failure belongs to the application, not to the worker: it is raised on the
+    // main thread at its next CheckSynchronize, and events keep coming. (Handed over once the
+    // catch is over, so that only the main thread holds the exception from then on.)
+    if (failure) ForceQueue([e = std::move(failure)] { std::rethrow_exception(e); });
   }
 
   std::atomic<TkxCommPort*> fPort;
