@@ -44,8 +44,9 @@ class TFakeDevices : public testutil::TIntfObject<IDevices> {
   bool OSTREL_STDCALL GetDeviceList(std::string_view kind, std::string_view filter, TStringList& list) override {
     EXPECT_EQ(Join(kind, filter.empty()), "BCREADER 1");
     list.SetCommaText("first,broken,second");
-    return true;
+    return knowsKind;
   }
+  static inline bool knowsKind = true;
   bool OSTREL_STDCALL GetDeviceIntf(std::string_view kind, std::string_view group, std::string_view name,
                                     bool open, const TGUID& iid, IPtr<IInterface>& intf) override {
     EXPECT_EQ(Join(kind, group.empty(), open, iid == IBCReader::IID), "BCREADER 1 1 1");
@@ -119,6 +120,16 @@ TEST_F(BarcodeTest, DevicesOpenForTheFirstReaderAndCloseAfterTheLast) {
   TFakeDevices::scanners.clear();
   EXPECT_EQ(Join(hookLog, server->GetActive(), server->GetDevCount(), TFakeScanner::alive), "244535 0 0 0");
   EXPECT_EQ(MessageOf<EListError>([&] { server->GetReader(0); }), "List index (0) out of bounds");
+}
+
+TEST_F(BarcodeTest, AModuleWithoutScannersLeavesTheServerActiveAndEmpty) {
+  TFakeDevices::knowsKind = false;
+  TBCReader reader;
+  reader.SetActive(true);
+  TFakeDevices::knowsKind = true;
+  EXPECT_EQ(Join(hookLog, BCServer()->GetActive(), BCServer()->GetDevCount()), "4 1 0");
+  reader.SetActive(false);
+  EXPECT_EQ(Join(hookLog, BCServer()->GetActive()), "435 0");
 }
 
 TEST_F(BarcodeTest, WithoutAModuleActivationFailsWithTheReaderListed) {

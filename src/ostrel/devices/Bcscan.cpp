@@ -86,15 +86,15 @@ void TBCServer::Open() {
   TStringList names;
   IPtr<IDevices> devices;
   GetDevices(devices);
-  if (devices->GetDeviceList(BCReaderKind, {}, names)) {
-    for (Integer i = 0; i < names.Count(); ++i) {
-      IPtr<IInterface> intf;
-      if (!devices->GetDeviceIntf(BCReaderKind, {}, names[i], true, IBCReader::IID, intf) || !intf) continue;
-      IPtr<IBCReader> reader = intf.As<IBCReader>();
-      if (!reader) continue;
-      fDevices->Add(intf);
-      reader->SetLink(this);
-    }
+  // A module without scanners leaves the server active with no devices (and no notice).
+  if (!devices->GetDeviceList(BCReaderKind, {}, names)) return;
+  for (Integer i = 0; i < names.Count(); ++i) {
+    IPtr<IInterface> intf;
+    if (!devices->GetDeviceIntf(BCReaderKind, {}, names[i], true, IBCReader::IID, intf) || !intf) continue;
+    IPtr<IBCReader> reader = intf.As<IBCReader>();
+    if (!reader) continue;
+    fDevices->Add(intf);
+    reader->SetLink(this);
   }
   Notify(2);
 }
