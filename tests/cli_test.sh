@@ -194,6 +194,12 @@ run layout_bad layout merge "$layouts/form.xml" "$layouts/frame.xml" "$work/bads
   fail "a failing merge printed '$(cat "$work/layout_bad.err")'"
 run layout_usage layout merge "$layouts/form.xml"
 [[ $(status layout_usage) == 2 ]] || fail "layout merge with one file exited $(status layout_usage), not 2"
+# Serial devices: bad usage, and a device that is not there.
+check_usage serial_noport 'a port number or device path is needed' serial
+check_usage scan_badbaud '--baud must be a positive integer' scan 1 --baud fast
+run scan_missing scan /nonexistent/tty --count 1
+[[ $(status scan_missing) == 1 ]] || fail "scan of a missing device exited $(status scan_missing), not 1"
+expect_line "$work/scan_missing.err" 'Нет доступа к устройству: /nonexistent/tty' "scan names the missing device"
 
 if [[ $failures -gt 0 ]]; then
   echo "$failures check(s) failed" >&2

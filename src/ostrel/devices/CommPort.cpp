@@ -1,0 +1,601 @@
+// TkxCommPort: settings, open and close, transfers, the worker thread and its dispatch, and
+// the settings-store parameters. The device calls are behind TCommDevice (CommDevice.h).
+#include <ostrel/devices/CommDevice.h>
+#include <ostrel/devices/Kxcommport.h>
+
+#include <ostrel/rtl/Format.h>
+#include <ostrel/rtl/Registry.h>
+#include <ostrel/rtl/Strings.h>
+#include <ostrel/rtl/Threads.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cerrno>
+#include <map>
+#include <mutex>
+#include <vector>
+
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
+namespace ostrel {
+
+// ---- events, rates, device names ------------------------------------------------------
+
+namespace {
+
+// The Windows mask bit of each event, in event order.
+constexpr Cardinal EventBits[10] = {CommMask::RxChar, CommMask::TxEmpty, CommMask::RxFlag,
+                                    CommMask::Ring,   CommMask::Break,   CommMask::Cts,
+                                    CommMask::Dsr,    CommMask::Err,     CommMask::Rlsd,
+                                    CommMask::Rx80Full};
+
+std::mutex deviceMapLock;
+std::map<Integer, AnsiString> deviceMap;
+
+#ifdef _WIN32
+constexpr Cardinal InvalidHandleError = ERROR_INVALID_HANDLE;
+#else
+constexpr Cardinal InvalidHandleError = EBADF;
+#endif
+
+}  // namespace
+
+Cardinal EventsToMask(TkxCommEvents events) {
+  Cardinal mask = 0;
+  for (int i = 0; i < 10; ++i)
+    if (events.Contains(static_cast<TkxCommEvent>(i))) mask |= EventBits[i];
+  return mask;
+}
+
+TkxCommEvents MaskToEvents(Cardinal mask) {
+  TkxCommEvents events;
+  for (int i = 0; i < 10; ++i)
+    if (mask & EventBits[i]) events.Include(static_cast<TkxCommEvent>(i));
+  return events;
+}
+
+Cardinal RoundBaudRate(Cardinal value) {
+  int i = 1;
+  while (i < 16 && CommBaudRates[i] <= value) ++i;
+  return CommBaudRates[i > 1 ? i - 1 : 1];
+}
+
+AnsiString CommPortDevice(Integer portNumber) {
+  {
+    std::lock_guard lock(deviceMapLock);
+    auto it = deviceMap.find(portNumber);
+    if (it != deviceMap.end()) return it->second;
+  }
+#ifdef _WIN32
+  return Format("\\\\.\\COM%d", portNumber);
+#else
+  return Format("/dev/ttyS%d", portNumber - 1);
+#endif
+}
+
+void SetCommPortDevice(Integer portNumber, std::string_view path) {
+  std::lock_guard lock(deviceMapLock);
+  if (path.empty())
+    deviceMap.erase(portNumber);
+  else
+    deviceMap[portNumber] = AnsiString(path);
+}
+
+// ---- buffer and time-outs ------------------------------------------------------------
+
+void TkxCommBuffer::SetSize(Integer& field, Integer value) {
+  if (value == field) return;
+  field = value;
+  if (field > 0 && field % 2 != 0) --field;
+  fOwner->UpdateBuffer();
+}
+
+void TkxCommBuffer::SetInputSize(Integer value) { SetSize(fInputSize, value); }
+void TkxCommBuffer::SetOutputSize(Integer value) { SetSize(fOutputSize, value); }
+
+void TkxCommTimeouts::Set(int index, Integer value) {
+  if (fValues[index] == value) return;
+  fValues[index] = value;
+  fOwner->UpdateTimeouts();
+}
+
+// ---- the hidden window -----------------------------------------------------------------
+
+// Receives CM_COMMEVENT for smWindowSync and hands it to the port's WndProc on the main thread.
+#ifdef _WIN32
+class TkxCommPort::THiddenWindow {
+ public:
+  explicit THiddenWindow(TkxCommPort* port) : fPort(port) {
+    static const ATOM windowClass = [] {
+      WNDCLASSA wc{};
+      wc.lpfnWndProc = &THiddenWindow::Proc;
+      wc.hInstance = ::GetModuleHandleA(nullptr);
+      wc.lpszClassName = "TkxCommPortWindow";
+      return ::RegisterClassA(&wc);
+    }();
+    fHandle = ::CreateWindowExA(0, reinterpret_cast<LPCSTR>(static_cast<ULONG_PTR>(windowClass)), "", 0,
+                                0, 0, 0, 0, HWND_MESSAGE, nullptr, ::GetModuleHandleA(nullptr), nullptr);
+    if (!fHandle) RaiseLastOSError();
+    ::SetWindowLongPtrA(fHandle, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+  }
+  ~THiddenWindow() { ::DestroyWindow(fHandle); }
+
+  void Detach() noexcept { fPort = nullptr; }
+  // On the worker: hands the events over and returns when they have been handled.
+  void Send(Cardinal mask) { ::SendMessageA(fHandle, CM_COMMEVENT, mask, 0); }
+  void Default(TMessage& m) {
+    m.Result = ::DefWindowProcA(fHandle, m.Msg, static_cast<WPARAM>(m.WParam), static_cast<LPARAM>(m.LParam));
+  }
+
+ private:
+  static LRESULT CALLBACK Proc(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam) {
+    auto* self = reinterpret_cast<THiddenWindow*>(::GetWindowLongPtrA(hwnd, GWLP_USERDATA));
+    if (!self || !self->fPort) return ::DefWindowProcA(hwnd, msg, wParam, lParam);
+    TMessage m{msg, static_cast<std::uintptr_t>(wParam), static_cast<std::intptr_t>(lParam), 0};
+    self->fPort->WndProc(m);
+    return static_cast<LRESULT>(m.Result);
+  }
+
+  TkxCommPort* fPort;
+  HWND fHandle = nullptr;
+};
+#else
+// Without a window system, a windowed control reached through the main thread's queue.
+class TkxCommPort::THiddenWindow : public TWinControl {
+ public:
+  explicit THiddenWindow(TkxCommPort* port) : TWinControl(nullptr), fPort(port) {}
+
+  void Detach() noexcept { fPort = nullptr; }
+  void Send(Cardinal mask) { TWinControl::Send(CM_COMMEVENT, mask, 0); }
+  void Default(TMessage& m) { TWinControl::WndProc(m); }
+
+ protected:
+  void WndProc(TMessage& m) override {
+    if (fPort)
+      fPort->WndProc(m);
+    else
+      TWinControl::WndProc(m);
+  }
+
+ private:
+  TkxCommPort* fPort;
+};
+#endif
+
+// ---- the event thread -------------------------------------------------------------------
+
+class TkxCommEventThread : public TThread {
+ public:
+  TkxCommEventThread(TkxCommPort* port, std::shared_ptr<TCommDevice> device, Cardinal mask,
+                     TkxCommPort::THiddenWindow* window)
+      : TThread(true), fPort(port), fDevice(std::move(device)), fWindow(window),
+        fSyncMethod(port->SyncMethod()), fWaiter(fDevice->CreateWaiter(mask)) {}
+
+  ~TkxCommEventThread() override {
+    if (ThreadID() == std::thread::id()) return;  // never started
+    Stop();
+    WaitFor();
+  }
+
+  // The port no longer takes events; what is under way finds no port.
+  void Detach() noexcept { fPort.store(nullptr); }
+  void Stop() {
+    fWaiter->Stop();
+    std::this_thread::yield();
+  }
+
+ protected:
+  void Execute() override {
+    Cardinal mask = 0;
+    struct Leave {
+      TCommWaiter& waiter;
+      ~Leave() { waiter.Leave(); }
+    } leave{*fWaiter};
+    while (fWaiter->Wait(mask)) Dispatch(mask);
+  }
+
+ private:
+  void Dispatch(Cardinal mask) {
+    std::exception_ptr failure;
+    try {
+      switch (fSyncMethod) {
+        case smThreadSync:
+          Synchronize([this, mask] {
+            if (TkxCommPort* port = fPort.load()) port->DispatchEvents(mask);
+          });
+          break;
+        case smWindowSync:
+          if (fWindow) fWindow->Send(mask);
+          break;
+        case smNone:
+          if (TkxCommPort* port = fPort.load()) port->DispatchEvents(mask);
+          break;
+      }
+    } catch (...) {
+      failure = std::current_exception();
+    }
+    // A handler's failure belongs to the application, not to the worker: it is raised on the
+    // main thread at its next CheckSynchronize, and events keep coming. (Handed over once the
+    // catch is over, so that only the main thread holds the exception from then on.)
+    if (failure) ForceQueue([e = std::move(failure)] { std::rethrow_exception(e); });
+  }
+
+  std::atomic<TkxCommPort*> fPort;
+  std::shared_ptr<TCommDevice> fDevice;
+  TkxCommPort::THiddenWindow* fWindow;
+  TkxCommSyncMethod fSyncMethod;
+  std::unique_ptr<TCommWaiter> fWaiter;
+};
+
+// ---- the port -------------------------------------------------------------------------
+
+TkxCommPort::TkxCommPort(TComponent* owner)
+    : TComponent(owner),
+      fBuffer(std::make_unique<TkxCommBuffer>(this)),
+      fTimeouts(std::make_unique<TkxCommTimeouts>(this)) {}
+
+TkxCommPort::~TkxCommPort() {
+  try {
+    Close();
+  } catch (...) {
+    // a destructor cannot report; the device is released below in any case
+  }
+}
+
+void TkxCommPort::SetActive(bool value) {
+  if (value == fActive) return;
+  if (value)
+    Open();
+  else
+    Close();
+}
+
+void TkxCommPort::CheckClosed() {
+  if (HandleAllocated()) throw Exception(CommConst::SPortAlreadyOpen);
+}
+
+void TkxCommPort::Open() {
+  if (HandleAllocated()) return;
+  TComponentState state = ComponentState();
+  if (state.Contains(csLoading) || state.Contains(csDesigning)) {
+    fActive = true;
+    return;
+  }
+  CreateHandle();
+  try {
+    UpdateBuffer();
+    UpdateDCB();
+    UpdateTimeouts();
+    if (!fEvents.Empty()) {
+      if (fSyncMethod == smWindowSync) fWindow = std::make_unique<THiddenWindow>(this);
+      // Created suspended: the port is complete before a handler can see it.
+      fThread = new TkxCommEventThread(this, fDevice, EventsToMask(fEvents), fWindow.get());
+      fActive = true;
+      fThread->Start();
+    }
+  } catch (...) {
+    delete std::exchange(fThread, nullptr);  // one that could not start
+    fWindow.reset();
+    DestroyHandle();
+    fActive = false;
+    throw;
+  }
+  fActive = true;
+}
+
+void TkxCommPort::Close() {
+  ClearBuffers();
+  StopThread();
+  fWindow.reset();
+  DestroyHandle();
+  fActive = false;
+}
+
+void TkxCommPort::StopThread() {
+  TkxCommEventThread* thread = std::exchange(fThread, nullptr);
+  if (!thread) return;
+  thread->Detach();
+  if (fWindow) fWindow->Detach();
+  thread->Stop();
+  if (fHandlerThread.load() == std::this_thread::get_id()) {
+    // Closing from inside the port's own handler: the worker is waiting for this handler to
+    // return, so it cannot be waited for here. It is freed, with the window it may still
+    // address, by the main thread once the handler is over.
+    // (No reference stays on this thread: the last one must go on the main thread.)
+    TThread::ForceQueue([lateThread = std::shared_ptr<TkxCommEventThread>(thread),
+                         lateWindow = std::shared_ptr<THiddenWindow>(fWindow.release())]() mutable {
+      lateThread.reset();
+      lateWindow.reset();
+    });
+    return;
+  }
+#ifdef _WIN32
+  // A worker inside SendMessageA waits for this thread to take sent messages.
+  if (fWindow) {
+    while (!thread->Finished()) {
+      ::MsgWaitForMultipleObjects(0, nullptr, FALSE, 10, QS_SENDMESSAGE);
+      MSG msg;
+      ::PeekMessageA(&msg, nullptr, 0, 0, PM_NOREMOVE | PM_QS_SENDMESSAGE);
+    }
+  }
+#endif
+  delete thread;
+}
+
+void TkxCommPort::Loaded() {
+  TComponent::Loaded();
+  if (fActive) {
+    fActive = false;
+    Open();
+  }
+}
+
+void TkxCommPort::CreateHandle() {
+  AnsiString path = fDevicePath.empty() ? CommPortDevice(fPortNumber) : fDevicePath;
+  fDevice = TCommDevice::Open(path);
+  if (!fDevice) throw Exception(Format(CommConst::SPortBusy.Str(), static_cast<Integer>(fPortNumber)));
+}
+
+void TkxCommPort::DestroyHandle() { fDevice.reset(); }
+
+namespace {
+void CheckPortNumber(Integer value) {
+  if (value < 1 || value > 16)
+    throw EInvalidArgument(Format("SetPortNumber: port number %d is outside 1 to 16", value));
+}
+}  // namespace
+
+void TkxCommPort::SetPortNumber(TkxCommPortNumber value) {
+  if (value == fPortNumber) return;
+  CheckClosed();
+  CheckPortNumber(value);
+  fPortNumber = value;
+}
+
+void TkxCommPort::SetDevicePath(std::string_view path) {
+  if (path == fDevicePath) return;
+  CheckClosed();
+  fDevicePath = AnsiString(path);
+}
+
+void TkxCommPort::SetBaudRate(TkxCommPortBaudRate value) {
+  Cardinal rate = RoundBaudRate(value);
+  if (rate == fBaudRate) return;
+  fBaudRate = rate;
+  UpdateDCB();
+}
+
+void TkxCommPort::SetDataBits(TkxCommPortDataBits value) {
+  if (value == fDataBits) return;
+  if (value < 5 || value > 8)
+    throw EInvalidArgument(Format("SetDataBits: %d data bits are outside 5 to 8", static_cast<Integer>(value)));
+  fDataBits = value;
+  UpdateDCB();
+}
+
+void TkxCommPort::SetParity(TkxCommPortParity value) {
+  if (value == fParity) return;
+  fParity = value;
+  UpdateDCB();
+}
+
+void TkxCommPort::SetStopBits(TkxCommPortStopBits value) {
+  if (value == fStopBits) return;
+  fStopBits = value;
+  UpdateDCB();
+}
+
+void TkxCommPort::SetFlowControl(TkxCommPortFlowControl value) {
+  if (value == fFlowControl) return;
+  fFlowControl = value;
+  UpdateDCB();
+}
+
+void TkxCommPort::SetEvents(TkxCommEvents value) {
+  if (value == fEvents) return;
+  CheckClosed();
+  fEvents = value;
+}
+
+void TkxCommPort::SetSyncMethod(TkxCommSyncMethod value) {
+  if (value == fSyncMethod) return;
+  CheckClosed();
+  fSyncMethod = value;
+}
+
+void TkxCommPort::BuildDCB(TDCB& dcb) {
+  dcb = TDCB{};
+  dcb.DCBlength = sizeof(TDCB);
+  if (fDevice) fDevice->GetState(dcb);
+  dcb.BaudRate = RoundBaudRate(fBaudRate);
+  dcb.ByteSize = fDataBits;
+  dcb.Parity = fParity;
+  dcb.StopBits = fStopBits;
+  dcb.XonLim = dcb.XoffLim = static_cast<Word>(fBuffer->InputSize() / 4);
+  dcb.Flags = 0;
+  if (fFlowControl == fcHardware) dcb.Flags |= DcbFlag::OutxCtsFlow | DcbFlag::RtsHandshake;
+  if (fFlowControl == fcXonXoff) dcb.Flags |= DcbFlag::OutX | DcbFlag::InX;
+  dcb.Flags |= DcbFlag::Binary;
+}
+
+void TkxCommPort::AssignDCB(const TDCB& dcb) {
+  SetBaudRate(dcb.BaudRate);
+  SetDataBits(dcb.ByteSize);
+  SetParity(static_cast<TkxCommPortParity>(dcb.Parity));
+  SetStopBits(static_cast<TkxCommPortStopBits>(dcb.StopBits));
+}
+
+void TkxCommPort::UpdateDCB() {
+  if (!fDevice) return;
+  TDCB dcb;
+  BuildDCB(dcb);
+  fDevice->SetState(dcb);
+}
+
+void TkxCommPort::UpdateBuffer() {
+  if (fDevice) fDevice->Setup(fBuffer->InputSize(), fBuffer->OutputSize());
+}
+
+void TkxCommPort::UpdateTimeouts() {
+  if (!fDevice) return;
+  auto value = [](Integer v) { return v < 0 ? 0xFFFFFFFFu : static_cast<Cardinal>(v); };
+  const TkxCommTimeouts& t = *fTimeouts;
+  fDevice->SetTimeouts({value(t.ReadInterval()), value(t.ReadTotalMultiplier()), value(t.ReadTotalConstant()),
+                        value(t.WriteTotalMultiplier()), value(t.WriteTotalConstant())});
+}
+
+void TkxCommPort::ClearBuffers() {
+  if (fDevice) fDevice->Purge(CommPurge::TxAbort | CommPurge::RxAbort);
+}
+
+Integer TkxCommPort::InputCount() {
+  if (!fDevice) RaiseLastOSError(InvalidHandleError);
+  Integer in = 0, out = 0;
+  fDevice->Queues(in, out);
+  return in;
+}
+
+Integer TkxCommPort::OutputCount() {
+  if (!fDevice) RaiseLastOSError(InvalidHandleError);
+  Integer in = 0, out = 0;
+  fDevice->Queues(in, out);
+  return out;
+}
+
+Integer TkxCommPort::Transfer(TTransfer op, void* buffer, Integer count, Integer timeout, Cardinal budget) {
+  using Clock = std::chrono::steady_clock;
+  Cardinal limit = timeout < 0 ? budget : static_cast<Cardinal>(timeout);
+  Clock::time_point start = Clock::now();
+  if (count < 1) return 0;
+  // A handler run by ProcessMessages may close the port; the device stays until this ends.
+  std::shared_ptr<TCommDevice> device = fDevice;
+  if (!device) RaiseLastOSError(InvalidHandleError);
+  auto* p = static_cast<char*>(buffer);
+  Integer total = 0;
+  for (;;) {
+    Integer n = ((*device).*op)(p, count);
+    count -= n;
+    total += n;
+    p += n;
+    auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+    if (elapsed >= static_cast<long long>(limit)) break;
+    Application::ProcessMessages();
+    if (count <= 0) break;
+    // Nothing moved: rather than asking again at once, wait a little for the device (short
+    // enough that the main thread's queue keeps running).
+    if (n == 0)
+      device->WaitReady(op == static_cast<TTransfer>(&TCommDevice::Write),
+                        static_cast<int>(std::min<long long>(10, static_cast<long long>(limit) - elapsed)));
+  }
+  return total;
+}
+
+Integer TkxCommPort::Read(void* buffer, Integer count, Integer timeout) {
+  return Transfer(&TCommDevice::Read, buffer, count, timeout, fBuffer->ReadTimeout);
+}
+
+Integer TkxCommPort::Write(const void* buffer, Integer count, Integer timeout) {
+  // The device only reads the bytes; one transfer loop serves both directions.
+  return Transfer(&TCommDevice::Write, const_cast<void*>(buffer), count, timeout, fBuffer->WriteTimeout);
+}
+
+Integer TkxCommPort::ReadStr(AnsiString& s, Integer count, Integer timeout) {
+  s.assign(static_cast<std::size_t>(std::max(count, 0)), '\0');
+  Integer n = Read(s.data(), count, timeout);
+  s.resize(static_cast<std::size_t>(n));
+  return n;
+}
+
+Integer TkxCommPort::WriteStr(std::string_view s, Integer timeout) {
+  return Write(s.data(), static_cast<Integer>(s.size()), timeout);
+}
+
+void TkxCommPort::HandleEvents(TkxCommEvents events) {
+  if (events.Contains(evRxChar)) DoReceive();
+  TkxCommEvents mine = events * fEvents;
+  if (OnEvent && !mine.Empty()) OnEvent(this, mine);
+}
+
+void TkxCommPort::DoReceive() {
+  Integer n = InputCount();
+  std::vector<char> buffer(static_cast<std::size_t>(n));
+  Read(buffer.data(), n, -1);
+  ReceiveData(buffer.data(), n);
+}
+
+void TkxCommPort::ReceiveData(const void* data, Integer size) {
+  if (OnReceiveData) OnReceiveData(this, data, size);
+}
+
+void TkxCommPort::DispatchEvents(Cardinal mask) {
+  std::thread::id previous = fHandlerThread.exchange(std::this_thread::get_id());
+  struct Restore {
+    std::atomic<std::thread::id>& slot;
+    std::thread::id value;
+    ~Restore() { slot.store(value); }
+  } restore{fHandlerThread, previous};
+  HandleEvents(MaskToEvents(mask));
+}
+
+void TkxCommPort::WndProc(TMessage& message) {
+  if (message.Msg == CM_COMMEVENT) {
+    DispatchEvents(static_cast<Cardinal>(message.WParam));
+    message.Result = 0;
+  } else if (fWindow) {
+    fWindow->Default(message);
+  }
+}
+
+// ---- settings ------------------------------------------------------------------------
+
+AnsiString TkxCommPort::ParamsText() const {
+  static constexpr const char* parityLetters[] = {"N", "O", "E", "M", "S"};
+  // One and a half stop bits are saved as one: the saved text reads back as one stop bit.
+  static constexpr const char* stopTexts[] = {"1", "1", "2"};
+  return Format("COM%d: BAUD=%d PARITY=%s DATA=%d STOP=%s", static_cast<Integer>(fPortNumber),
+                static_cast<Int64>(fBaudRate), parityLetters[fParity], static_cast<Integer>(fDataBits),
+                stopTexts[fStopBits]);
+}
+
+bool TkxCommPort::RegSaveParams(TRootKey rootKey, std::string_view key) {
+  TRegistry reg;
+  reg.SetRootKey(rootKey);
+  if (!reg.OpenKey(key, true)) return false;
+  reg.WriteString("Comm.DCB", ParamsText());
+  return true;
+}
+
+bool TkxCommPort::RegLoadParams(TRootKey rootKey, std::string_view key, bool loadPortNumber) {
+  TRegistry reg;
+  reg.SetRootKey(rootKey);
+  if (!reg.OpenKeyReadOnly(key)) return false;
+  return LoadParamsText(reg.ReadString("Comm.DCB"), loadPortNumber);
+}
+
+bool TkxCommPort::LoadParamsText(std::string_view value, bool loadPortNumber) {
+  AnsiString text = Trim(value);
+  if (text.empty()) return false;
+  if (SameText(Copy(text, 1, 3), "COM")) {
+    std::size_t end = text.find_first_of(" :", 3);
+    if (loadPortNumber) {
+      Integer n = StrToInt(text.substr(3, end == std::string::npos ? std::string::npos : end - 3));
+      CheckPortNumber(n);
+      SetPortNumber(static_cast<TkxCommPortNumber>(n));
+    }
+    text = end == std::string::npos ? AnsiString() : TrimLeft(text.substr(end + 1));
+  }
+  if (!text.empty()) {
+    TDCB dcb{};
+    dcb.DCBlength = sizeof(TDCB);
+    if (CommModeToDCB(text, dcb)) {
+      // A text that names no data bits leaves them as they are.
+      if (dcb.ByteSize == 0) dcb.ByteSize = fDataBits;
+      AssignDCB(dcb);
+    }
+  }
+  return true;
+}
+
+}  // namespace ostrel

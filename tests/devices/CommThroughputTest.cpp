@@ -1,0 +1,110 @@
+// Volume through a pseudo-terminal: 100 MB each way, every byte checked in order, through
+// Read/Write and through OnReceiveData.
+#include <ostrel/devices/Kxcommport.h>
+#include <ostrel/rtl/Threads.h>
+
+#include "Pty.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <thread>
+#include <vector>
+
+using namespace ostrel;
+using testutil::ByteStream;
+using testutil::Pty;
+
+namespace {
+
+// 100 MB, or the megabytes in OSTREL_TEST_VOLUME_MB (the sanitizer run takes fewer).
+const std::size_t Volume = [] {
+  const char* mb = std::getenv("OSTREL_TEST_VOLUME_MB");
+  std::size_t n = mb ? std::strtoul(mb, nullptr, 10) : 0;
+  return (n ? n : 100u) << 20;
+}();
+constexpr std::size_t Chunk = 64u << 10;
+
+// Writes Volume bytes of the stream with seed to the master.
+void FeedMaster(const Pty& pty, std::uint64_t seed) {
+  ByteStream stream(seed);
+  std::vector<char> buf(Chunk);
+  for (std::size_t sent = 0; sent < Volume; sent += Chunk) {
+    stream.Fill(buf.data(), Chunk);
+    pty.WriteAll(buf.data(), Chunk);
+  }
+}
+
+// Reads Volume bytes from the master; the count of those matching the stream in order.
+std::size_t DrainMaster(const Pty& pty, std::uint64_t seed) {
+  ByteStream stream(seed);
+  std::size_t good = 0;
+  while (good < Volume) {
+    std::string part = pty.Read(Chunk, 10000);
+    if (part.empty()) break;
+    std::size_t ok = stream.Match(part.data(), part.size());
+    good += ok;
+    if (ok != part.size()) break;
+  }
+  return good;
+}
+
+TEST(CommPortVolume, ReadAndWrite) {
+  Pty pty;
+  TkxCommPort port;
+  port.SetDevicePath(pty.SlavePath());
+  port.SetEvents({});
+  port.Open();
+
+  std::thread feeder([&] { FeedMaster(pty, 1); });
+  ByteStream expected(1);
+  std::vector<char> buf(Chunk);
+  std::size_t good = 0;
+  while (good < Volume) {
+    Integer n = port.Read(buf.data(), static_cast<Integer>(Chunk), 10000);
+    if (n == 0) break;
+    std::size_t ok = expected.Match(buf.data(), static_cast<std::size_t>(n));
+    good += ok;
+    if (ok != static_cast<std::size_t>(n)) break;
+  }
+  feeder.join();
+  EXPECT_EQ(good, Volume);
+
+  std::size_t drained = 0;
+  std::thread drainer([&] { drained = DrainMaster(pty, 2); });
+  ByteStream source(2);
+  std::size_t written = 0;
+  while (written < Volume) {
+    source.Fill(buf.data(), Chunk);
+    Integer n = port.Write(buf.data(), static_cast<Integer>(Chunk), -1);
+    written += static_cast<std::size_t>(n);
+    if (n != static_cast<Integer>(Chunk)) break;
+  }
+  drainer.join();
+  EXPECT_EQ(written, Volume);
+  EXPECT_EQ(drained, Volume);
+}
+
+TEST(CommPortVolume, ReceiveData) {
+  Pty pty;
+  TkxCommPort port;
+  port.SetDevicePath(pty.SlavePath());
+  port.SetEvents({evRxChar});
+  port.SetSyncMethod(smNone);
+  ByteStream expected(3);
+  std::atomic<std::size_t> good{0};
+  std::atomic<bool> broken{false};
+  port.OnReceiveData = [&](TObject*, const void* data, Integer size) {
+    std::size_t ok = expected.Match(static_cast<const char*>(data), static_cast<std::size_t>(size));
+    good += ok;
+    if (ok != static_cast<std::size_t>(size)) broken = true;
+  };
+  port.Open();
+  FeedMaster(pty, 3);
+  for (int i = 0; i < 1000 && good < Volume && !broken; ++i) CheckSynchronize(10);
+  EXPECT_EQ(good.load(), Volume);
+  EXPECT_FALSE(broken.load());
+}
+
+}  // namespace

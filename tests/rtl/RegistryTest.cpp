@@ -1,0 +1,108 @@
+// The settings store over a temporary configuration directory.
+#include <ostrel/rtl/Registry.h>
+#include <ostrel/rtl/Strings.h>
+
+#include "TestUtil.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+using namespace ostrel;
+namespace fs = std::filesystem;
+
+namespace {
+
+class RegistryTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir = fs::temp_directory_path() / ("ostrel-reg-" + std::to_string(::getpid()));
+    fs::remove_all(dir);
+    fs::create_directories(dir);
+    ::setenv("XDG_CONFIG_HOME", dir.c_str(), 1);
+  }
+  void TearDown() override {
+    ::unsetenv("XDG_CONFIG_HOME");
+    fs::remove_all(dir);
+  }
+  fs::path dir;
+};
+
+TEST_F(RegistryTest, ValuesSurviveInAFreshObjectWhateverTheirBytes) {
+  const AnsiString odd = Cp1251(u8"Порт=COM3\\a\r\nb\0c").Str();
+  {
+    TRegistry reg;
+    ASSERT_TRUE(reg.OpenKey("\\Software\\Velmora Soft\\" + Cp1251(u8"Касса").Str(), true));
+    reg.WriteString("Comm.DCB", "COM3: BAUD=9600");
+    reg.WriteString(Cp1251(u8"Имя=с равенством").Str(), odd);
+    reg.WriteString("comm.dcb", "COM4: BAUD=1200");  // same value, other case
+  }
+  TRegistry reg;
+  EXPECT_FALSE(reg.OpenKeyReadOnly("\\Software\\Velmora Soft\\Нет"));
+  ASSERT_TRUE(reg.OpenKeyReadOnly("\\SOFTWARE\\velmora soft\\" + Cp1251(u8"КАССА").Str()));
+  EXPECT_EQ(reg.CurrentPath(), "SOFTWARE\\velmora soft\\" + Cp1251(u8"КАССА").Str());
+  EXPECT_EQ(reg.ReadString("COMM.DCB"), "COM4: BAUD=1200");
+  EXPECT_EQ(reg.ReadString(Cp1251(u8"имя=С РАВЕНСТВОМ").Str()), odd);
+  EXPECT_EQ(reg.ReadString("missing"), "");
+  EXPECT_FALSE(reg.ValueExists("missing"));
+  EXPECT_EQ(testutil::MessageOf<ERegistryException>([&] { reg.WriteString("x", "y"); }),
+            "Failed to set data for 'x'");
+  // The tree is readable as it lies in the configuration directory.
+  fs::path key = dir / "ostrel/registry/HKEY_CURRENT_USER/Software/Velmora Soft" / u8"Касса";
+  std::ifstream in(key / "values.txt", std::ios::binary);
+  std::string first;
+  std::getline(in, first);
+  EXPECT_EQ(first, "Comm.DCB=COM4: BAUD\\=1200");
+}
+
+TEST_F(RegistryTest, RelativeKeysRootsAndDeletes) {
+  TRegistry reg;
+  EXPECT_FALSE(reg.KeyExists("\\Software\\A\\B"));
+  ASSERT_TRUE(reg.OpenKey("\\Software\\A", true));
+  ASSERT_TRUE(reg.OpenKey("B/C.d", true));  // below the open key; '/' and '.' are name bytes
+  EXPECT_EQ(reg.CurrentPath(), "Software\\A\\B/C.d");
+  reg.WriteString("v", "1");
+  EXPECT_TRUE(reg.KeyExists("\\software\\a\\b/c.D"));
+  EXPECT_TRUE(reg.DeleteValue("V"));
+  EXPECT_FALSE(reg.DeleteValue("v"));
+  reg.SetRootKey(HKEY_LOCAL_MACHINE);
+  EXPECT_FALSE(reg.HasCurrentKey());
+  EXPECT_FALSE(reg.KeyExists("\\Software\\A"));
+  EXPECT_EQ(testutil::MessageOf<ERegistryException>([&] { reg.SetRootKey(7); }),
+            "Unknown registry root key 7");
+  EXPECT_EQ(testutil::MessageOf<ERegistryException>([&] { reg.ReadString("v"); }),
+            "Failed to get data for 'v'");
+}
+
+TEST_F(RegistryTest, AnInterruptedWriteLeavesTheOldValues) {
+  TRegistry reg;
+  ASSERT_TRUE(reg.OpenKey("\\K", true));
+  reg.WriteString("a", "old");
+  fs::path key = dir / "ostrel/registry/HKEY_CURRENT_USER/K";
+  // A writer that died before its rename leaves only its temporary file behind.
+  std::ofstream(key / "values.txt.tmp99999") << "a=torn";
+  EXPECT_EQ(reg.ReadString("a"), "old");
+  reg.WriteString("b", "new");
+  EXPECT_EQ(reg.ReadString("a") + reg.ReadString("b"), "oldnew");
+  int files = 0;
+  for (const auto& e : fs::directory_iterator(key)) files += e.path().filename() != "values.txt.tmp99999";
+  EXPECT_EQ(files, 1);  // values.txt alone: this writer's own temporary file was renamed
+}
+
+TEST_F(RegistryTest, WithoutAnAbsoluteXdgDirectoryTheHomeConfigIsUsed) {
+  ::setenv("XDG_CONFIG_HOME", "relative/dir", 1);
+  const char* oldHome = std::getenv("HOME");
+  std::string savedHome = oldHome ? oldHome : "";
+  ::setenv("HOME", dir.c_str(), 1);
+  {
+    TRegistry reg;
+    ASSERT_TRUE(reg.OpenKey("\\Software\\Velmora Soft", true));
+    reg.WriteString("x", "1");
+  }
+  ::setenv("HOME", savedHome.c_str(), 1);
+  EXPECT_TRUE(fs::exists(dir / ".config/ostrel/registry/HKEY_CURRENT_USER/Software/Velmora Soft/values.txt"));
+}
+
+}  // namespace
