@@ -2,12 +2,18 @@
 // that offers the interfaces a test names.
 #pragma once
 
+#include <ostrel/rtl/Extended80.h>
 #include <ostrel/rtl/System.h>
 
 #include <sstream>
 #include <string>
 
 namespace ostrel::testutil {
+
+// The 80-bit extended value nearest to v: what the library's extended arithmetic and text
+// conversions give on every platform. The identity where long double is that format; where
+// it is wider, a literal such as 2.68L holds more bits than the library's results.
+inline Extended X(Extended v) { return Extended80(v).ToExtended(); }
 
 // The message of the E that fn raises, or "<no exception>" when it returns. An exception of
 // another class passes through and fails the test.

@@ -2,12 +2,15 @@
 # The `ostrel` program as a user meets it: --version, --help, the demo's key lines in UTF-8
 # and in CP1251, arguments converted on the way in, and exit status 2 for bad usage.
 #
-# usage: cli_test.sh OSTREL_BINARY VERSION
+# usage: cli_test.sh OSTREL_BINARY VERSION [RUNNER...]
+# RUNNER is the command that starts a cross-built program on this host (Wine for ostrel.exe).
 set -uo pipefail
 # For grep's sake only: the program itself never looks at the locale.
 export LC_ALL=C.UTF-8
 
 ostrel=$1 version=$2
+shift 2
+runner=("$@")
 work=$(mktemp -d "${TMPDIR:-/tmp}/ostrel-cli.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 failures=0
@@ -26,7 +29,7 @@ expect_line() {
 run() {
   local name=$1
   shift
-  "$ostrel" "$@" >"$work/$name.out" 2>"$work/$name.err"
+  "${runner[@]}" "$ostrel" "$@" >"$work/$name.out" 2>"$work/$name.err"
   echo $? >"$work/$name.rc"
 }
 status() { cat "$work/$1.rc"; }
@@ -118,7 +121,7 @@ run steps steps 01.01.2025 31.12.2025 3
 expect_line "$work/steps.out" '^12 steps$' "twelve monthly steps in a year"
 run dump dump 'a=1;b=текст'
 expect_line "$work/dump.out" $'a:3=1 <TAB> b:256=текст' "typed form of a dump"
-printf '1\n2,5\nabc\n' | "$ostrel" words >"$work/stdin.out" 2>"$work/stdin.err"
+printf '1\n2,5\nabc\n' | "${runner[@]}" "$ostrel" words >"$work/stdin.out" 2>"$work/stdin.err"
 rc=$?
 [[ $rc == 1 ]] || fail "words with a bad input line exited $rc, not 1"
 [[ $(sed -n 2p "$work/stdin.out") == "Два рубля 50 копеек" ]] || fail "second stdin line: $(cat "$work/stdin.out")"

@@ -17,6 +17,8 @@
 namespace ostrel {
 namespace {
 
+using testutil::X;
+
 std::string U8(std::u8string_view s) { return std::string(s.begin(), s.end()); }
 
 // Just inside and just outside the relative tolerance around 2.5.
@@ -62,7 +64,7 @@ TEST(RoundExt, GivesTheBookkeepersResultInEveryMode) {
       // An ordinal beyond the modes rounds the scaled value as it is.
       {2.6, 0, beyond, 3},            {2.5, 0, beyond, 2}};
   for (const auto& c : cases)
-    EXPECT_EQ(RoundExt(c.x, c.places, c.mode), c.expected)
+    EXPECT_EQ(RoundExt(c.x, c.places, c.mode), X(c.expected))
         << "RoundExt(" << static_cast<double>(c.x) << ", " << c.places << ", mode "
         << static_cast<int>(c.mode) << ")";
 }
@@ -76,10 +78,10 @@ TEST(RoundExt, LeavesNonFiniteValuesAndExtremePlacesAlone) {
     EXPECT_EQ(RoundExt(inf, 2, m), inf);
     EXPECT_EQ(RoundExt(-inf, -2, m), -inf);
     // More places than any extended value has: unchanged, and no NaN from 0 * infinity.
-    EXPECT_EQ(RoundExt(1e-10L, 6000, m), 1e-10L);
+    EXPECT_EQ(RoundExt(1e-10L, 6000, m), X(1e-10L));
     EXPECT_EQ(RoundExt(0.0L, INT_MAX, m), 0.0L);
     EXPECT_EQ(RoundExt(5.0L, INT_MIN, m), 0.0L);
-    EXPECT_EQ(RoundExt(1e4900L, 100, m), 1e4900L);
+    EXPECT_EQ(RoundExt(1e4900L, 100, m), X(1e4900L));
   }
 }
 
@@ -110,8 +112,8 @@ TEST(RoundExt, RunsInExtendedPrecisionWhateverTheHostSetUp) {
 TEST(RoundF, ShorthandsAndSteps) {
   const Extended x = 0.123456789012345678L;
   EXPECT_TRUE(RoundF(x, 15) == x && RoundF(x, 40) == x && RoundF(x, 14) != x);
-  EXPECT_TRUE(rnd(2.675, 2) == 2.68L && rnd4(1.00005) == 1.0001L);
-  EXPECT_EQ(rnd8(-0.000000125), -0.00000013L);
+  EXPECT_TRUE(rnd(2.675, 2) == X(2.68L) && rnd4(1.00005) == X(1.0001L));
+  EXPECT_EQ(rnd8(-0.000000125), X(-0.00000013L));
   EXPECT_TRUE(RoundStep(0) == 1.0L && RoundStep(-3) == 1000.0L);
   EXPECT_NEAR(static_cast<double>(RoundStep(2)), 0.01, 1e-18);
   EXPECT_TRUE(Power10(1.5L, 2) == 150.0L && Power10(1500.0L, -3) == 1.5L);

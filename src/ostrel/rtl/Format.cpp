@@ -12,11 +12,14 @@
 
 #include <ostrel/rtl/Format.h>
 
+#include <ostrel/rtl/Extended80.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <type_traits>
 
 namespace ostrel {
 
@@ -217,21 +220,10 @@ FloatRec MakeRec(Extended value, int precision, int decimals) {
     rec.negative = false;
     return rec;
   }
-  char buf[64];
-  auto r = std::to_chars(buf, buf + sizeof buf, std::fabs(value), std::chars_format::scientific,
-                         kExtendedDigits - 1);
-  // "d.ddddddddddddddddde+XX"
-  const char* p = buf;
-  rec.digits[rec.count++] = *p++;
-  if (*p == '.') ++p;
-  while (p < r.ptr && *p != 'e') rec.digits[rec.count++] = *p++;
-  int exp10 = 0;
-  if (p < r.ptr) {
-    ++p;
-    if (*p == '+') ++p;
-    std::from_chars(p, r.ptr, exp10);
-  }
-  rec.exponent = exp10 + 1;
+  // The digits of the 80-bit value on every platform (a wider long double is rounded to it
+  // first), so that texts do not depend on the runtime's long double formatting.
+  rec.count = kExtendedDigits;
+  rec.exponent = Extended80Digits(Abs(Extended80(value)), kExtendedDigits, rec.digits) + 1;
   RoundRec(rec, std::min(precision, kExtendedDigits), decimals);
   return rec;
 }
@@ -738,10 +730,36 @@ bool IsUnderflow(const std::string& text) {
   return !seen || intDigits - leadingZeros + exponent < 0;
 }
 
+// The normalised text as an extended value, correctly rounded by the library itself on
+// every platform (the runtime's long double conversion is not exact everywhere: MinGW's
+// goes through double). False when the value is too large; too small gives zero.
+bool NormalizedToExtended(const std::string& text, Extended& value) {
+  const bool negative = !text.empty() && text[0] == '-';
+  std::string digits;
+  Int64 exp10 = 0;
+  bool point = false;
+  std::size_t i = negative ? 1 : 0;
+  for (; i < text.size() && text[i] != 'e'; ++i) {
+    if (text[i] == '.') {
+      point = true;
+    } else {
+      digits += text[i];
+      if (point) --exp10;
+    }
+  }
+  Int64 exponent = 0;
+  if (i < text.size()) std::from_chars(text.data() + i + 1, text.data() + text.size(), exponent);
+  const Extended80 x = DecimalToExtended80(negative, digits, exp10 + exponent);
+  if (!IsFinite(x)) return false;
+  value = x.ToExtended();
+  return std::isfinite(value);
+}
+
 template <class T>
 bool ParseFloat(std::string_view s, char decimalSeparator, T& value) {
   std::string text = NormalizeFloat(s, decimalSeparator, 0);
   if (text.empty()) return false;
+  if constexpr (std::is_same_v<T, Extended>) return NormalizedToExtended(text, value);
   T v{};
   auto r = std::from_chars(text.data(), text.data() + text.size(), v);
   if (r.ec == std::errc::result_out_of_range) {
@@ -1077,14 +1095,7 @@ bool TryStrToCurr(std::string_view s, Currency& value, const TFormatSettings& se
   std::string text = NormalizeFloat(s, settings.DecimalSeparator, 4);
   if (text.empty()) return false;
   Extended scaled{};
-  auto r = std::from_chars(text.data(), text.data() + text.size(), scaled);
-  if (r.ec == std::errc::result_out_of_range) {
-    if (!IsUnderflow(text)) return false;
-    scaled = 0;
-  } else if (r.ec != std::errc() || r.ptr != text.data() + text.size()) {
-    return false;
-  }
-  return ScaledToCurrency(scaled, value);
+  return NormalizedToExtended(text, scaled) && ScaledToCurrency(scaled, value);
 }
 
 Currency StrToCurr(std::string_view s) {

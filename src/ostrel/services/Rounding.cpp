@@ -1,6 +1,7 @@
 // Decimal rounding in 80-bit extended arithmetic, and the formatting helpers on top of it.
 #include <ostrel/services/Rounding.h>
 
+#include <ostrel/rtl/Extended80.h>
 #include <ostrel/rtl/Format.h>
 
 #include <algorithm>
@@ -9,14 +10,26 @@
 
 namespace ostrel {
 
-// The tolerance and the two-piece rounding below are tuned to the 64-bit mantissa of the
-// x87 extended format: with a narrower long double (MSVC makes it a plain double) amounts
-// such as 2.675 would no longer round the way a bookkeeper expects.
-static_assert(LDBL_MANT_DIG == 64, "rounding needs the 80-bit extended long double");
-
 bool CurrencySymbol = true;
 
 namespace {
+
+// The steps below are written once for two number types: long double where it is the x87
+// extended format (the hardware path), and Extended80, the same format in software, used
+// where long double is something else. Both round every step to nearest with a 64-bit
+// significand, so both give the same bits.
+inline bool IsFinite(long double x) { return std::isfinite(x); }
+inline long double Abs(long double x) { return std::fabs(x); }
+inline long double Trunc(long double x) { return std::trunc(x); }
+inline Extended ToExtended(long double x) { return x; }
+inline Extended ToExtended(Extended80 x) { return x.ToExtended(); }
+
+// The constants of the arithmetic, in the type that computes it.
+template <class F>
+struct Constants {
+  F zero, half, one, ten, hundred, tolerance;
+  F approxRelative, approxAbsolute;  // when FToStr marks a rounded value with "~"
+};
 
 // Long double arithmetic runs on the x87 unit, whose precision and rounding come from its
 // control word, not from the instructions. On Linux the unit starts in extended precision,
@@ -49,73 +62,70 @@ inline void Barrier(T& v) {
 // y rounded as integer part plus its fraction rounded to the nearest integer (ties to even,
 // and since the fraction lies in (-1, 1) a tie always goes to 0). k receives that rounded
 // fraction.
-inline Extended TwoPiece(Extended y, int& k) {
-  const Extended ip = std::trunc(y);
-  const Extended f = y - ip;  // exact: ip and y share the exponent
-  k = f > 0.5L ? 1 : (f < -0.5L ? -1 : 0);
-  return ip + static_cast<Extended>(k);
+template <class F>
+F TwoPiece(F y, int& k, const Constants<F>& c) {
+  const F ip = Trunc(y);
+  const F f = y - ip;  // exact: ip and y share the exponent
+  k = f > c.half ? 1 : (f < -c.half ? -1 : 0);
+  return k == 0 ? ip + c.zero : ip + (k > 0 ? c.one : -c.one);
 }
 
-}  // namespace
-
-Extended Power10(Extended x, int n) {
+template <class F>
+F Power10In(F x, int n, const Constants<F>& c) {
   Int64 count = n < 0 ? -static_cast<Int64>(n) : n;
   // Once the value is zero, infinite or NaN further steps change nothing.
-  for (; count > 0 && std::isfinite(x) && x != 0; --count) {
+  for (; count > 0 && IsFinite(x) && x != c.zero; --count) {
     if (n > 0)
-      x *= 10.0L;
+      x *= c.ten;
     else
-      x /= 10.0L;
+      x /= c.ten;
   }
   return x;
 }
 
-Extended RoundExt(Extended x, int n, TDecimalRoundingCtrl mode) {
-  if (!std::isfinite(x) || mode == drNone) return x;
-  EnsureExtendedNearest();
-  Barrier(x);
-  Barrier(n);
-
+// RoundExt for a finite x and a mode other than drNone.
+template <class F>
+F RoundIn(F x, int n, TDecimalRoundingCtrl mode, const Constants<F>& c) {
   // 10^|n| by repeated multiplication; beyond about 10^4932 it is infinite and stays so.
-  Extended m = 1.0L;
-  for (Int64 count = n < 0 ? -static_cast<Int64>(n) : n; count > 0 && std::isfinite(m); --count)
-    m *= 10.0L;
+  F m = c.one;
+  for (Int64 count = n < 0 ? -static_cast<Int64>(n) : n; count > 0 && IsFinite(m); --count)
+    m *= c.ten;
 
-  const Extended tol = std::fabs(RoundingTolerance * x);
-  Extended s, e;
+  const F tol = Abs(c.tolerance * x);
+  F s, e;
   if (n >= 0) {
     s = x * m;
     e = tol * m;
     // No representable value has digits that far right: nothing to round.
-    if (!std::isfinite(s) || !std::isfinite(e)) return x;
+    if (!IsFinite(s) || !IsFinite(e)) return x;
   } else {
     s = x / m;
     e = tol / m;
   }
 
-  Extended y;
+  F y;
   switch (mode) {
     case drHalfEven: y = s - e; break;
     case drHalfPos: y = s + e; break;
     case drHalfNeg: y = s - e; break;
-    case drHalfDown: y = std::fabs(s) - e; break;
-    case drHalfUp: y = std::fabs(s) + e; break;
-    case drRndNeg: y = s + (e - 0.5L); break;
-    case drRndPos: y = s - (e - 0.5L); break;
-    case drRndDown: y = std::fabs(s) + (e - 0.5L); break;
-    case drRndUp: y = std::fabs(s) - (e - 0.5L); break;
+    case drHalfDown: y = Abs(s) - e; break;
+    case drHalfUp: y = Abs(s) + e; break;
+    case drRndNeg: y = s + (e - c.half); break;
+    case drRndPos: y = s - (e - c.half); break;
+    case drRndDown: y = Abs(s) + (e - c.half); break;
+    case drRndUp: y = Abs(s) - (e - c.half); break;
     default: y = s; break;
   }
 
   int k = 0;
-  Extended r = TwoPiece(y, k);
+  F r = TwoPiece(y, k, c);
   // An odd rounded fraction means the value lay above the half (after the tolerance was
   // taken off); then round again with the tolerance added. The net effect is that an exact
   // half goes towards zero in this mode, which existing documents rely on.
-  if (mode == drHalfEven && k != 0) r = TwoPiece(s + e, k);
+  if (mode == drHalfEven && k != 0) r = TwoPiece(s + e, k, c);
 
-  Extended result;
-  if (r == 0)
+  F result;
+  if (r == c.zero)
     result = r;  // also where m overflowed: 0 * infinity must not become NaN
   else
     result = n >= 0 ? r / m : r * m;
@@ -125,11 +135,58 @@ Extended RoundExt(Extended x, int n, TDecimalRoundingCtrl mode) {
     case drHalfUp:
     case drRndDown:
     case drRndUp:
-      if (x < 0) result = -result;
+      if (x < c.zero) result = -result;
       break;
     default: break;
   }
   return result;
+}
+
+const Constants<Extended80>& SoftConstants() {
+  // The tolerance from its decimal digits, so that it is the same 80-bit value everywhere.
+  static const Constants<Extended80> c{
+      Extended80(), Extended80(0.5L), Extended80(1.0L), Extended80(10.0L), Extended80(100.0L),
+      DecimalToExtended80(false, "548172618420937533", -33),
+      DecimalToExtended80(false, "1", -12), DecimalToExtended80(false, "1", -15)};
+  return c;
+}
+
+#if OSTREL_X87_EXTENDED
+// The x87 literals are the same 80-bit values as the software constants.
+using Real = long double;
+constexpr Constants<long double> kHardConstants{0.0L, 0.5L, 1.0L, 10.0L, 100.0L,
+                                                RoundingTolerance, 1e-12L, 1e-15L};
+const Constants<Real>& RealConstants() { return kHardConstants; }
+#else
+using Real = Extended80;
+const Constants<Real>& RealConstants() { return SoftConstants(); }
+#endif
+
+}  // namespace
+
+Extended Power10(Extended x, int n) {
+#if OSTREL_X87_EXTENDED
+  EnsureExtendedNearest();
+  Barrier(x);
+#endif
+  return ToExtended(Power10In(Real(x), n, RealConstants()));
+}
+
+Extended RoundExt(Extended x, int n, TDecimalRoundingCtrl mode) {
+#if OSTREL_X87_EXTENDED
+  if (!std::isfinite(x) || mode == drNone) return x;
+  EnsureExtendedNearest();
+  Barrier(x);
+  Barrier(n);
+  return RoundIn(x, n, mode, kHardConstants);
+#else
+  return RoundExtSoftware(x, n, mode);
+#endif
+}
+
+Extended RoundExtSoftware(Extended x, int n, TDecimalRoundingCtrl mode) {
+  if (!std::isfinite(x) || mode == drNone) return x;
+  return RoundIn(Extended80(x), n, mode, SoftConstants()).ToExtended();
 }
 
 Extended RoundF(Extended x, int n) { return n >= 15 ? x : RoundExt(x, n, drHalfUp); }
@@ -158,40 +215,52 @@ int estf(Extended a, Extended b, int n) {
 
 int est8(Extended a, Extended b) { return estf(a, b, 8); }
 
-Extended PercentCalc(Extended a, Extended b) { return (a - b) * 100.0L / a; }
+// The percent and tax arithmetic is done in the 80-bit format as well (Real), so that its
+// results do not depend on how wide the platform's long double is.
+Extended PercentCalc(Extended a, Extended b) {
+  const auto& c = RealConstants();
+  return ToExtended((Real(a) - Real(b)) * c.hundred / Real(a));
+}
 
 Extended PercentApply(Extended value, Extended percent) {
-  const Extended s = percent > 0 ? 1.0L : -1.0L;
-  return value + value * std::fabs(percent) / 100.0L * s;
+  const auto& c = RealConstants();
+  const Real v = value;
+  const Real part = v * Abs(Real(percent)) / c.hundred;
+  return ToExtended(percent > 0 ? v + part : v + -part);
 }
 
 Extended PercentBack(Extended value, Extended percent) {
   if (percent == -100.0L) return 0.0L;
-  return value * 100.0L / (percent + 100.0L);
+  const auto& c = RealConstants();
+  return ToExtended(Real(value) * c.hundred / (Real(percent) + c.hundred));
 }
 
 Extended TaxSum(Extended sum, Extended rate, int n) {
-  Extended tax;
+  const auto& c = RealConstants();
+  Real tax;
   if (rate >= 0) {
-    tax = sum * rate / 100.0L;
+    tax = Real(sum) * Real(rate) / c.hundred;
   } else {
-    const Extended p = -rate;
-    tax = sum * p / (p + 100.0L);
+    const Real p = -Real(rate);
+    tax = Real(sum) * p / (p + c.hundred);
   }
-  return RoundF(tax, n);
+  return RoundF(ToExtended(tax), n);
 }
 
 Extended TaxApply(Extended sum, Extended rate, int n) {
-  return RoundF(sum + Sign(rate) * TaxSum(sum, rate, n), n);
+  const Real sign = static_cast<Extended>(Sign(rate));
+  return RoundF(ToExtended(Real(sum) + sign * Real(TaxSum(sum, rate, n))), n);
 }
 
 Extended TaxCalc(Extended sum, Extended tax, int n) {
+  const auto& c = RealConstants();
+  Real s = sum, t = tax;
   if (tax < 0) {
-    tax = std::fabs(tax);
-    sum -= tax;
+    t = Abs(t);
+    s = s - t;
   }
-  if (sum == 0) return 0.0L;
-  return RoundF(tax / sum * 100.0L, n);
+  if (s == c.zero) return 0.0L;
+  return RoundF(ToExtended(t / s * c.hundred), n);
 }
 
 AnsiString FToStr(Extended x, int minDecimals, int maxDecimals, bool approxMark) {
@@ -199,7 +268,9 @@ AnsiString FToStr(Extended x, int minDecimals, int maxDecimals, bool approxMark)
   bool approx = false;
   if (maxDecimals < 15) {
     y = RoundF(x, maxDecimals);
-    approx = approxMark && std::fabs(x) * 1e-12L + 1e-15L <= std::fabs(x - y);
+    const auto& c = RealConstants();
+    approx = approxMark &&
+             Abs(Real(x)) * c.approxRelative + c.approxAbsolute <= Abs(Real(x) - Real(y));
   }
   const int lo = std::clamp(minDecimals, 0, 15);
   const int hi = std::min(maxDecimals, 15);

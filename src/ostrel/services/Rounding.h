@@ -29,6 +29,15 @@ inline constexpr Extended RoundingTolerance = 5.48172618420937533e-16L;
 // When false, FToStrSymb (and so CrcToStr) never adds a currency symbol. True at start.
 OSTREL_API extern bool CurrencySymbol;
 
+// Every step of the arithmetic below (Power10, RoundExt and what is built on it, the percent
+// and tax functions) is done in the 80-bit extended format, rounding to nearest: on the x87
+// unit where long double is that format, in software (Extended80) elsewhere, with the same
+// bits as the result. Where long double is wider (64-bit ARM: 128 bits), an argument that
+// the 80-bit format cannot hold exactly is first rounded to the nearest 80-bit value; every
+// result is an 80-bit value and is returned exactly. Where long double is narrower (64 bits),
+// arguments go in exactly and results are rounded to the nearest double. NaN and infinities
+// pass through RoundExt unchanged on every platform.
+
 // x multiplied by 10 n times (n > 0) or divided by 10 |n| times (n < 0).
 OSTREL_API Extended Power10(Extended x, int n);
 
@@ -36,6 +45,9 @@ OSTREL_API Extended Power10(Extended x, int n);
 // NaN, infinities and drNone return x unchanged. Leaves the x87 unit, where there is one, in
 // extended precision with round-to-nearest for the calling thread.
 OSTREL_API Extended RoundExt(Extended x, int n, TDecimalRoundingCtrl mode);
+// RoundExt computed in software on every platform: what RoundExt is where long double is not
+// the x87 format, callable on x86 too so that the two paths can be compared.
+OSTREL_API Extended RoundExtSoftware(Extended x, int n, TDecimalRoundingCtrl mode);
 // RoundExt(x, n, drHalfUp); x untouched when n >= 15.
 OSTREL_API Extended RoundF(Extended x, int n);
 OSTREL_API Extended rnd(Extended x, int n);
