@@ -3,16 +3,18 @@
 #   ./run.sh demo [TEXT...]   the `ostrel demo` program (extra texts are passed to it)
 #   ./run.sh test [ARGS...]   the whole test suite through CTest (extra arguments go to ctest)
 #   ./run.sh bench            the benchmarks (short runs)
+#   ./run.sh test-windows     the Windows builds and their tests under Wine (.ci/windows.sh)
 # Needs Debian's build packages; as root it installs what is missing, otherwise it prints the
 # command to run.
 set -euo pipefail
 
 usage() {
-  echo "usage: $0 demo [TEXT...] | test [CTEST-ARGS...] | bench" >&2
+  echo "usage: $0 demo [TEXT...] | test [CTEST-ARGS...] | bench | test-windows" >&2
   exit 2
 }
 
 [[ $# -ge 1 ]] || usage
+[[ $1 == test-windows ]] && exec "$(dirname "${BASH_SOURCE[0]}")/.ci/windows.sh"
 mode=$1
 shift
 case "$mode" in
