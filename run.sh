@@ -5,16 +5,18 @@
 #   ./run.sh bench            the benchmarks (short runs)
 #   ./run.sh fuzz [SECONDS]   every fuzz target for SECONDS each (default 60), built by clang
 #                             in build-fuzz/; fails on any finding
+#   ./run.sh test-windows     the Windows builds and their tests under Wine (.ci/windows.sh)
 # Needs Debian's build packages; as root it installs what is missing, otherwise it prints the
 # command to run.
 set -euo pipefail
 
 usage() {
-  echo "usage: $0 demo [TEXT...] | test [CTEST-ARGS...] | bench | fuzz [SECONDS]" >&2
+  echo "usage: $0 demo [TEXT...] | test [CTEST-ARGS...] | bench | fuzz [SECONDS] | test-windows" >&2
   exit 2
 }
 
 [[ $# -ge 1 ]] || usage
+[[ $1 == test-windows ]] && exec "$(dirname "${BASH_SOURCE[0]}")/.ci/windows.sh"
 mode=$1
 shift
 case "$mode" in

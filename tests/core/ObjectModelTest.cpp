@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -49,6 +50,7 @@ class TProbe : public TkxObject, public ITestA, public ITestB {
   std::string fName;
   bool fA, fB;
 };
+OSTREL_DEFINE_CLASS(TProbe)
 
 // A reference-counted object that is no TkxObject, with or without IObjectReference.
 class TForeign : public testutil::TIntfObject<IObjectReference> {
@@ -205,6 +207,21 @@ TEST_F(ObjectModel, ObjRefAndObjIntf) {
   EXPECT_EQ(MessageOf([&] { ObjIntf(static_cast<TObject*>(&plain), out); }),
             _SErrBUG.Str() + "\r\rObjIntf: IUnknown not implemented");
   EXPECT_FALSE(out);
+}
+
+// A test program is a separate module from the library (a DLL on Windows): the class records it
+// names must be the library's own, or identity checks fail across the boundary.
+TEST(ClassIdentity, ClassRecordsAreOnePerProcess) {
+  IPtr<IDump> held = GetDumpIntf();
+  TObject* dump = ObjRef(held);  // made, and its ClassType answered, by the library
+  ASSERT_NE(dump, nullptr);
+  EXPECT_EQ(dump->ClassType(), TkxDump::StaticClass());
+  EXPECT_TRUE(dump->InheritsFrom(TkxObject::StaticClass()));
+  EXPECT_TRUE(dump->InheritsFrom(TInterfacedObject::StaticClass()));
+  EXPECT_EQ(TkxDump::StaticClass()->Parent, TkxObject::StaticClass());
+  EXPECT_EQ(TProbe::StaticClass()->Parent, TkxObject::StaticClass());
+  const auto classes = GetRegisteredRTTIClasses();
+  EXPECT_NE(std::find(classes.begin(), classes.end(), TkxDump::StaticClass()), classes.end());
 }
 
 TEST(ObjectHelpers, CheckPropReadOnlyAndFindComponentEx) {

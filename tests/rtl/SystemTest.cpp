@@ -43,6 +43,7 @@ class TTestObject : public testutil::TIntfObject<ITestIntf> {
  private:
   int* fDestroyed;
 };
+OSTREL_DEFINE_CLASS(TTestObject)
 
 TEST(InterfacePointer, CountsCopiesMovesAndQueries) {
   int destroyed = 0;

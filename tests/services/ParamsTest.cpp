@@ -10,8 +10,13 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <optional>
 #include <string>
 #include <vector>
+
+#if defined(_WIN32)
+#  include <windows.h>
+#endif
 
 namespace ostrel {
 namespace {
@@ -138,23 +143,56 @@ TEST(Str2Bool, TruthWords) {
   for (const Case& c : cases) EXPECT_EQ(Str2Bool(Ansi(c.text)), c.value) << U8(c.text);
 }
 
-TEST(Environment, ReadsAndWritesTheProcessEnvironment) {
+// The system's own view of a variable, and a change made by the system's own call: the
+// environment block child processes inherit. On Windows that is not the C runtime's copy that
+// getenv reads, which SetEnvironmentVariableA never updates.
+std::optional<std::string> SystemGetEnv(const char* name) {
+#if defined(_WIN32)
+  char buf[256];
+  const DWORD n = GetEnvironmentVariableA(name, buf, sizeof buf);
+  if (n == 0 || n >= sizeof buf) return std::nullopt;
+  return std::string(buf, n);
+#else
+  const char* v = std::getenv(name);
+  return v ? std::optional<std::string>(v) : std::nullopt;
+#endif
+}
+void SystemSetEnv(const char* name, const std::string& value) {
+#if defined(_WIN32)
+  ASSERT_TRUE(SetEnvironmentVariableA(name, value.c_str()));
+#else
+  ASSERT_EQ(setenv(name, value.c_str(), 1), 0);
+#endif
+}
+// What the system holds for a CP1251 text: the bytes themselves on Windows, UTF-8 elsewhere.
+std::string SystemForm(std::u8string_view text) {
+#if defined(_WIN32)
+  return Ansi(text);
+#else
+  return U8(text);
+#endif
+}
+
+TEST(Environment, ReadsAndWritesTheSystemsEnvironment) {
   const AnsiString ivan = Ansi(u8"Иван");
   ASSERT_TRUE(SetEnv("OSTREL_TEST_VAR", ivan));
   EXPECT_EQ(GetEnv("OSTREL_TEST_VAR", "def"), ivan);
-  // The variable is the process's own, visible to the C runtime and child processes.
-  const char* raw = std::getenv("OSTREL_TEST_VAR");
-  ASSERT_NE(raw, nullptr);
-#if !defined(_WIN32)
-  EXPECT_EQ(std::string(raw), U8(u8"Иван"));
-#endif
+  EXPECT_EQ(SystemGetEnv("OSTREL_TEST_VAR"), SystemForm(u8"Иван"));
+  SystemSetEnv("OSTREL_TEST_VAR", SystemForm(u8"Пётр"));
+  EXPECT_EQ(GetEnv("OSTREL_TEST_VAR"), Ansi(u8"Пётр"));
+  const std::string longValue(1000, 'x');  // longer than any first guess at a buffer
+  ASSERT_TRUE(SetEnv("OSTREL_TEST_VAR", longValue));
+  EXPECT_EQ(GetEnv("OSTREL_TEST_VAR"), longValue);
+
   ASSERT_TRUE(SetEnv("OSTREL_TEST_VAR", ""));
   EXPECT_EQ(GetEnv("OSTREL_TEST_VAR", "def"), "def");
   EXPECT_EQ(GetEnv("OSTREL_TEST_UNSET_VAR", "def"), "def");
   EXPECT_EQ(GetEnv("OSTREL_TEST_UNSET_VAR"), "");
+  EXPECT_EQ(GetEnv("", "def"), "def");
   EXPECT_FALSE(SetEnv("", "x"));
   EXPECT_FALSE(SetEnv("A=B", "x"));
   EXPECT_FALSE(SetEnv(std::string("A\0B", 3), "x"));
+  EXPECT_FALSE(SetEnv("OSTREL_TEST_VAR", std::string("x\0y", 3)));
 }
 
 TEST(Environment, LoginInfoReachesTheApplicationVariables) {

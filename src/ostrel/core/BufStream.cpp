@@ -16,6 +16,8 @@
 
 namespace ostrel {
 
+OSTREL_DEFINE_CLASS(TkxBufStream)
+
 namespace {
 
 constexpr Int64 kMaxInt64 = std::numeric_limits<Int64>::max();

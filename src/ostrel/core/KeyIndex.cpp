@@ -11,6 +11,10 @@
 
 namespace ostrel {
 
+OSTREL_DEFINE_CLASS(TkxKeyIndex)
+OSTREL_DEFINE_CLASS(TkxKeyVarIndex)
+OSTREL_DEFINE_CLASS(TkxKeyData)
+
 namespace {
 
 // Blocks split when they pass this many records and merge with a neighbour when the two

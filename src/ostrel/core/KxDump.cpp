@@ -11,6 +11,9 @@
 
 namespace ostrel {
 
+OSTREL_DEFINE_CLASS(TkxDump)
+OSTREL_DEFINE_CLASS(TkxDumpList)
+
 namespace {
 
 // Below this many entries a linear scan over the stored hashes beats any index.

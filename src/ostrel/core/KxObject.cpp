@@ -10,6 +10,9 @@
 
 namespace ostrel {
 
+OSTREL_DEFINE_CLASS(TkxObject)
+OSTREL_DEFINE_CLASS(TkxInterfacedObject)
+
 // ---- TkxObject ------------------------------------------------------------------------
 
 TkxObject::TkxObject(bool owned) : fSelfOwned(owned) {}

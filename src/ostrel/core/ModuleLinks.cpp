@@ -40,6 +40,7 @@ class TkxPassLcLib : public TInterfacedObject, public IkxLcLib {
   }
   void OSTREL_STDCALL Op5() override {}
 };
+OSTREL_DEFINE_CLASS(TkxPassLcLib)
 
 }  // namespace
 

@@ -10,6 +10,10 @@
 
 namespace ostrel {
 
+OSTREL_DEFINE_CLASS(TkxVarItem)
+OSTREL_DEFINE_CLASS(TkxVarList)
+OSTREL_DEFINE_CLASS(TkxIDList)
+
 namespace {
 
 // The ID list offers name-dispatched access to scripting hosts from the start.

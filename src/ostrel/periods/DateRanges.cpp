@@ -9,6 +9,8 @@
 
 namespace ostrel {
 
+OSTREL_DEFINE_CLASS(TkxDateRanges)
+
 namespace {
 
 // The moment on one straight time line (before the epoch the time of day counts away from

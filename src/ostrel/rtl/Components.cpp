@@ -7,6 +7,8 @@
 
 namespace ostrel {
 
+OSTREL_DEFINE_CLASS(TComponent)
+
 bool IsValidIdent(std::string_view ident) {
   auto alpha = [](char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_'; };
   if (ident.empty() || !alpha(ident[0])) return false;

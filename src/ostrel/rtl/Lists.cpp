@@ -8,6 +8,10 @@
 
 namespace ostrel {
 
+OSTREL_DEFINE_CLASS(TList)
+OSTREL_DEFINE_CLASS(TStringList)
+OSTREL_DEFINE_CLASS(TInterfaceList)
+
 namespace {
 
 constexpr std::string_view SListCountError = "List count (%d) out of bounds";

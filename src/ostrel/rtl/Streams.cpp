@@ -22,6 +22,10 @@
 
 namespace ostrel {
 
+OSTREL_DEFINE_CLASS(TStream)
+OSTREL_DEFINE_CLASS(TFileStream)
+OSTREL_DEFINE_CLASS(TMemoryStream)
+
 // ---- TStream --------------------------------------------------------------------------
 
 TStream::~TStream() = default;

@@ -4,6 +4,8 @@
 
 namespace ostrel {
 
+OSTREL_DEFINE_CLASS(TInterfacedObject)
+
 AnsiString GUIDToString(const TGUID& g) {
   return Format("{%.8x-%.4x-%.4x-%.2x%.2x-%.2x%.2x%.2x%.2x%.2x%.2x}", g.D1, g.D2, g.D3, g.D4[0],
                 g.D4[1], g.D4[2], g.D4[3], g.D4[4], g.D4[5], g.D4[6], g.D4[7]);

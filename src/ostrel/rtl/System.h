@@ -196,16 +196,26 @@ struct TClassInfo {
 };
 using TClass = const TClassInfo*;
 
-// Declares the class-info record and ClassType of a TObject descendant.
+// Declares the class-info record and ClassType of a TObject descendant; the record itself is
+// defined by OSTREL_DEFINE_CLASS(Name) in one source file of the module that owns the class.
+// A class reference must be one address in the whole process: a record defined inline would
+// be copied into every module that names the class (each DLL and the program on Windows), and
+// ClassType() == X::StaticClass() or InheritsFrom would then fail across the module boundary.
 #define OSTREL_CLASS(Name, Parent)                                                   \
  public:                                                                            \
-  static ::ostrel::TClass StaticClass() noexcept {                                  \
-    static const ::ostrel::TClassInfo info{#Name, Parent::StaticClass()};           \
-    return &info;                                                                   \
-  }                                                                                 \
+  using ClassParent = Parent;                                                       \
+  static ::ostrel::TClass StaticClass() noexcept;                                   \
   ::ostrel::TClass ClassType() const noexcept override { return StaticClass(); }    \
                                                                                     \
  private:
+
+// Defines the class-info record declared by OSTREL_CLASS, at namespace scope in the class's
+// namespace (in the library for exported classes, so that it is exported with them).
+#define OSTREL_DEFINE_CLASS(Name)                                                    \
+  ::ostrel::TClass Name::StaticClass() noexcept {                                   \
+    static const ::ostrel::TClassInfo info{#Name, ClassParent::StaticClass()};      \
+    return &info;                                                                   \
+  }
 
 class OSTREL_API TObject {
  public:

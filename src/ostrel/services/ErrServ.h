@@ -3,6 +3,7 @@
 #pragma once
 
 #include <ostrel/rtl/Format.h>
+#include <ostrel/rtl/Process.h>  // GetExeFileName
 
 #include <functional>
 
@@ -40,8 +41,5 @@ void Alert(std::string_view fmt, const A0& arg0, const A&... args) {
 // previous handler; an empty handler restores the default.
 using TAlertHandler = std::function<void(const AnsiString& caption, const AnsiString& text)>;
 OSTREL_API TAlertHandler SetAlertHandler(TAlertHandler handler);
-
-// The full path of the running executable ("" when the system cannot tell).
-OSTREL_API AnsiString GetExeFileName();
 
 }  // namespace ostrel

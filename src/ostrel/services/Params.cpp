@@ -1,19 +1,11 @@
 // Parameter references in text, command-line switches and the application variables.
 #include <ostrel/services/Params.h>
 
+#include <ostrel/rtl/Process.h>
 #include <ostrel/rtl/Variants.h>
 #include <ostrel/services/ErrServ.h>
 
 #include <array>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
-
-#if defined(_WIN32)
-#  include <windows.h>
-#else
-#  include <unistd.h>
-#endif
 
 namespace ostrel {
 
@@ -125,29 +117,6 @@ AnsiString ReplaceParams(std::string_view text, const IPtr<IDump>& dump, char ma
 // ---------------------------------------------------------------------------------------
 // Command line
 
-std::vector<AnsiString> GetProcessArgs() {
-  std::vector<AnsiString> args;
-#if defined(_WIN32)
-  // The runtime's ANSI vector is already in the system code page (CP1251 on Russian
-  // Windows) and follows the system's quoting rules.
-  if (__argv)
-    for (int i = 0; i < __argc; ++i) args.emplace_back(__argv[i] ? __argv[i] : "");
-#elif defined(__linux__)
-  // The kernel's copy of the arguments: zero-terminated, one after another, UTF-8 by the
-  // convention of the terminal that passed them.
-  std::ifstream in("/proc/self/cmdline", std::ios::binary);
-  const std::string all((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  std::size_t start = 0;
-  while (start < all.size()) {
-    std::size_t end = all.find('\0', start);
-    if (end == std::string::npos) end = all.size();
-    args.push_back(Utf8ToAnsi(std::string_view(all).substr(start, end - start)));
-    start = end + 1;
-  }
-#endif
-  return args;
-}
-
 void GetCmdParams(const IPtr<IDump>& dump, bool stripSwitch) {
   GetCmdParams(dump, stripSwitch, GetProcessArgs());
 }
@@ -199,37 +168,12 @@ bool Str2Bool(std::string_view text) {
 }
 
 AnsiString GetEnv(std::string_view name, std::string_view def) {
-  const AnsiString key(name);
-  AnsiString value;
-#if defined(_WIN32)
-  char small[256];
-  DWORD len = GetEnvironmentVariableA(key.c_str(), small, sizeof small);
-  if (len > 0 && len < sizeof small) {
-    value.assign(small, len);
-  } else if (len >= sizeof small) {
-    std::string buf(len, '\0');
-    const DWORD got = GetEnvironmentVariableA(key.c_str(), buf.data(), len);
-    if (got > 0 && got < len) value.assign(buf.data(), got);
-  }
-#else
-  if (key.find('\0') == AnsiString::npos) {
-    if (const char* v = std::getenv(AnsiToUtf8(key).c_str())) value = Utf8ToAnsi(v);
-  }
-#endif
+  AnsiString value = ProcessEnvValue(name);
   return value.empty() ? AnsiString(def) : value;
 }
 
 bool SetEnv(std::string_view name, std::string_view value) {
-  const AnsiString key(name);
-  const AnsiString val(value);
-  if (key.empty() || key.find('\0') != AnsiString::npos || val.find('\0') != AnsiString::npos)
-    return false;
-#if defined(_WIN32)
-  return SetEnvironmentVariableA(key.c_str(), val.c_str()) != 0;
-#else
-  if (key.find('=') != AnsiString::npos) return false;
-  return setenv(AnsiToUtf8(key).c_str(), AnsiToUtf8(val).c_str(), 1) == 0;
-#endif
+  return SetProcessEnvValue(name, value);
 }
 
 bool SetEnvLoginInfo(std::string_view user, std::string_view password) {
@@ -237,18 +181,7 @@ bool SetEnvLoginInfo(std::string_view user, std::string_view password) {
   return SetEnv("APP$PWD", password);
 }
 
-AnsiString GetComputerNameStr() {
-#if defined(_WIN32)
-  char buf[MAX_COMPUTERNAME_LENGTH + 1];
-  DWORD len = sizeof buf;
-  if (GetComputerNameA(buf, &len)) return AnsiString(buf, len);
-  return AnsiString();
-#else
-  char buf[256] = {};
-  if (gethostname(buf, sizeof buf - 1) != 0) return AnsiString();
-  return Utf8ToAnsi(std::string_view(buf));
-#endif
-}
+AnsiString GetComputerNameStr() { return HostComputerName(); }
 
 void LoadAppVars(const IPtr<IDump>& dump) {
   if (!dump) DIE("LoadAppVars: no parameter dump");

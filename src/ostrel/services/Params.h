@@ -4,6 +4,7 @@
 #pragma once
 
 #include <ostrel/core/Sysintf.h>
+#include <ostrel/rtl/Process.h>  // GetProcessArgs
 #include <ostrel/rtl/Strings.h>
 
 #include <string_view>
@@ -29,9 +30,6 @@ OSTREL_API AnsiString ParseParams(std::string_view text, const IPtr<IDump>& dump
 OSTREL_API AnsiString ReplaceParams(std::string_view text, const IPtr<IDump>& dump,
                                     char marker = '%', bool strict = false);
 
-// The process's own arguments as CP1251 text, the program first (read from the running
-// process: /proc/self/cmdline on Linux, the C runtime's argument vector on Windows).
-OSTREL_API std::vector<AnsiString> GetProcessArgs();
 // Stores every command-line switch of the process into dump as a string value. A leading
 // "-" or "/" is taken off, and with stripSwitch false every key gets "-" in front (so "/x"
 // and "-x" both give "-x"); a value follows "=" in the same argument, or comes in the next
@@ -46,8 +44,10 @@ OSTREL_API void GetCmdParams(const IPtr<IDump>& dump, bool stripSwitch,
 // is compared whole, blanks included.
 OSTREL_API bool Str2Bool(std::string_view text);
 
-// A process environment variable, or def when it is unset or empty. On systems whose
-// environment is UTF-8 the text is converted from and to CP1251 at this edge.
+// A process environment variable, or def when it is unset or empty. It is read from the
+// system's environment (ProcessEnvValue), so it sees what SetEnv and the system's own calls
+// stored; on Windows the C runtime's getenv does not. On systems whose environment is UTF-8
+// the text is converted from and to CP1251 at this edge.
 OSTREL_API AnsiString GetEnv(std::string_view name, std::string_view def = {});
 // Sets a process environment variable; false when the system refuses (an empty name or one
 // containing "=").
