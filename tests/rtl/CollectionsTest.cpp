@@ -17,6 +17,7 @@ class TNamed : public TCollectionItem {
     else TCollectionItem::Assign(source);
   }
 };
+OSTREL_DEFINE_CLASS(TNamed)
 
 TCollectionItem* MakeNamed(TCollection* c) { return new TNamed(c); }
 

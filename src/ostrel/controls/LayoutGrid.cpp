@@ -7,6 +7,10 @@
 
 namespace ostrel {
 
+OSTREL_DEFINE_CLASS(TkxLayoutPanel)
+OSTREL_DEFINE_CLASS(TkxLayoutGrid)
+OSTREL_DEFINE_CLASS(TkxLayoutControl)
+
 // ---------------------------------------------------------------------------------------
 // TkxLayoutPanel
 

@@ -5,6 +5,10 @@
 #include <ostrel/services/ErrServ.h>
 
 namespace ostrel {
+
+OSTREL_DEFINE_CLASS(TkxLayoutMergeItem)
+OSTREL_DEFINE_CLASS(TkxLayoutMergeItems)
+OSTREL_DEFINE_CLASS(TkxLayoutMergeSchema)
 namespace {
 
 constexpr std::string_view SErrInvalidShift = "TkxLayoutMergeItem: invalid shift \"%s:%s\"";

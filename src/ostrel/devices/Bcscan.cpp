@@ -12,6 +12,9 @@
 
 namespace ostrel {
 
+OSTREL_DEFINE_CLASS(TBCReader)
+OSTREL_DEFINE_CLASS(TBCServer)
+
 TBCServerHook BCServerHook = nullptr;
 
 // ---- the foreground application -------------------------------------------------------

@@ -21,6 +21,10 @@
 
 namespace ostrel {
 
+OSTREL_DEFINE_CLASS(TkxCommBuffer)
+OSTREL_DEFINE_CLASS(TkxCommTimeouts)
+OSTREL_DEFINE_CLASS(TkxCommPort)
+
 // ---- events, rates, device names ------------------------------------------------------
 
 namespace {

@@ -7,6 +7,10 @@
 
 namespace ostrel {
 
+OSTREL_DEFINE_CLASS(TPersistent)
+OSTREL_DEFINE_CLASS(TCollectionItem)
+OSTREL_DEFINE_CLASS(TCollection)
+
 // ---------------------------------------------------------------------------------------
 // TPersistent
 

@@ -8,6 +8,9 @@
 #include <unordered_map>
 
 namespace ostrel {
+
+OSTREL_DEFINE_CLASS(TControl)
+OSTREL_DEFINE_CLASS(TWinControl)
 namespace {
 
 // The living windowed controls by handle: the one place where another thread may meet a

@@ -77,15 +77,6 @@ AnsiString GetExeFileName() {
 #endif
 }
 
-AnsiString ExtractFileName(std::string_view path) {
-#if defined(_WIN32)
-  const std::size_t slash = path.find_last_of("\\/:");
-#else
-  const std::size_t slash = path.rfind('/');
-#endif
-  return AnsiString(slash == std::string_view::npos ? path : path.substr(slash + 1));
-}
-
 AnsiString ProcessEnvValue(std::string_view name) {
   const AnsiString key(name);
   if (key.empty() || HasZero(key)) return AnsiString();

@@ -16,8 +16,6 @@ OSTREL_API std::vector<AnsiString> GetProcessArgs();
 
 // The full path of the running executable ("" when the system cannot tell).
 OSTREL_API AnsiString GetExeFileName();
-// The last part of a path: after the last "\", "/" or ":" on Windows, the last "/" elsewhere.
-OSTREL_API AnsiString ExtractFileName(std::string_view path);
 
 // The process environment, the block child processes inherit: on Windows the one that
 // GetEnvironmentVariableA and SetEnvironmentVariableA work on (the C runtime's getenv keeps a

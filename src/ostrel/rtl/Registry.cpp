@@ -21,6 +21,8 @@
 
 namespace ostrel {
 
+OSTREL_DEFINE_CLASS(TRegistry)
+
 namespace {
 
 // The key path split at backslashes, empty pieces dropped.

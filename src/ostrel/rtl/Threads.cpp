@@ -7,6 +7,8 @@
 #include <mutex>
 
 namespace ostrel {
+
+OSTREL_DEFINE_CLASS(TThread)
 namespace {
 
 // The thread that loads the library is the main thread, as in the classic runtime.

@@ -1,5 +1,6 @@
 #include <ostrel/services/ErrServ.h>
 
+#include <ostrel/rtl/Files.h>
 #include <ostrel/rtl/Process.h>
 
 #include <mutex>

@@ -10,6 +10,10 @@
 
 namespace ostrel {
 
+OSTREL_DEFINE_CLASS(TXItem)
+OSTREL_DEFINE_CLASS(TXItemIntf)
+OSTREL_DEFINE_CLASS(TXDocIntf)
+
 namespace {
 
 constexpr std::string_view kCDATAOpen = "<![CDATA[";

@@ -42,6 +42,7 @@ class TXItemList final : public TkxInterfacedObject, public IXItemList {
  private:
   std::vector<IPtr<IXItem>> fItems;
 };
+OSTREL_DEFINE_CLASS(TXItemList)
 
 // The key of an item as the index compares it: the attribute's text, empty when absent.
 AnsiString KeyOf(IXItem* item, std::string_view keyAttr) {
@@ -101,6 +102,7 @@ class TXItemIndex final : public TkxInterfacedObject, public IXItemIndex {
   IPtr<IXItemList> fList;
   AnsiString fKeyAttr;
 };
+OSTREL_DEFINE_CLASS(TXItemIndex)
 
 }  // namespace
 
