@@ -43,10 +43,19 @@ const char* FindLineEnd(const char* from, const char* end) {
 #if defined(__SSE2__)
   const __m128i lf = _mm_set1_epi8('\n');
   const __m128i cr = _mm_set1_epi8('\r');
+  auto hits = [&](const char* at) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+    return _mm_or_si128(_mm_cmpeq_epi8(v, lf), _mm_cmpeq_epi8(v, cr));
+  };
+  // Sixty-four bytes per test while no line end is near, then sixteen.
+  for (; end - from >= 64; from += 64) {
+    const __m128i any = _mm_or_si128(_mm_or_si128(hits(from), hits(from + 16)),
+                                     _mm_or_si128(hits(from + 32), hits(from + 48)));
+    if (_mm_movemask_epi8(any) != 0) break;
+  }
   for (; end - from >= 16; from += 16) {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
-    const int hits = _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(v, lf), _mm_cmpeq_epi8(v, cr)));
-    if (hits != 0) return from + std::countr_zero(static_cast<unsigned>(hits));
+    const int mask = _mm_movemask_epi8(hits(from));
+    if (mask != 0) return from + std::countr_zero(static_cast<unsigned>(mask));
   }
 #endif
   for (; from < end; ++from)
@@ -359,11 +368,11 @@ AnsiString TkxBufStream::Readln() {
     const char* p = FindLineEnd(from, end);
     // A CR as the last buffered byte leaves open whether an LF follows.
     if (p != end && (*p == '\n' || p + 1 < end)) {
-      AnsiString line(from, static_cast<std::size_t>(p - from));
       const Int64 next = (p - fBuffer.get()) + ((*p == '\r' && p[1] == '\n') ? 2 : 1);
-      if (next < fValid) fOffset = next;
-      else MovePos(next - fOffset);
-      return line;
+      if (next < fValid) {
+        fOffset = next;
+        return AnsiString(from, static_cast<std::size_t>(p - from));
+      }
     }
   }
   AnsiString line;
