@@ -53,6 +53,8 @@ ensure_packages() {
 }
 
 [[ $mode == fuzz ]] && required+=(clang libclang-rt-14-dev)
+# The XML benchmark's peers (it runs without them, Ostrel alone).
+[[ $mode == bench ]] && required+=(libpugixml-dev libtinyxml2-dev)
 ensure_packages "${required[@]}"
 
 jobs=$(nproc 2>/dev/null || echo 2)
