@@ -42,8 +42,10 @@ struct Model {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Input in(data, size);
   const bool failures = in.Byte() % 4 == 0;
-  const Integer bufSize = in.Bool() ? static_cast<Integer>(in.Range(1, 16))
-                                    : static_cast<Integer>(in.Range(1, 300));
+  // From 3 bytes: CurChar and NextChar ask LoadBuf for 1 and 2 bytes, which a buffer must
+  // exceed.
+  const Integer bufSize = in.Bool() ? static_cast<Integer>(in.Range(3, 16))
+                                    : static_cast<Integer>(in.Range(3, 300));
   Model m;
   m.data = AnsiString(in.Text());
   auto* stream = new FlakyStream;
@@ -76,7 +78,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     const Byte op = in.Byte() % 13;
     const Int64 n = in.Range(-2, bufSize + 2);
+    AnsiString error;
     bool ok = fuzz::Guarded([&] {
+     try {
       switch (op) {
         case 0: {
           char c = bs->CurChar();
@@ -198,9 +202,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
           bs->FlushBuffer();
           break;
       }
+     } catch (const Exception& e) {
+      error = e.Message();
+      throw;
+     }
     });
     if (!ok) {
-      fuzz::Require(failures, "an operation raised over a stream that refuses nothing");
+      fuzz::Require(failures, "an operation raised over a stream that refuses nothing", error);
       exact = false;
     }
     check(bs->GetPosition() == m.pos, "position");

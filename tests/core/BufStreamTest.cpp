@@ -2,6 +2,7 @@
 // model, line ends, matching and searching, the look-ahead limit, flushing, and streams that
 // refuse to write, to seek or to deliver their bytes.
 #include <ostrel/core/BufStream.h>
+#include <ostrel/core/ModuleLinks.h>
 
 #include <TestUtil.h>
 
@@ -164,6 +165,15 @@ TEST(BufStream, PositionsClampToTheStreamAndLookAheadStaysBelowTheBufferSize) {
   EXPECT_EQ(bs.CurStr(3), "z");
   const std::string tooLong = "TkxBufStream.LoadBuf: Count >= BufSize";
   EXPECT_EQ(MessageOf([&] { bs.CurStr(4); }), tooLong);
+  // Also with the whole buffer loaded, where the bytes would be at hand: the look-ahead
+  // limit is the same for CurStr, GetStr, MatchStr and Search.
+  TkxBufStream full(new ProbeStream("abcdefgh"), true, 4);
+  EXPECT_EQ(full.CurChar(), 'a');
+  EXPECT_EQ(MessageOf([&] { full.CurStr(4); }), tooLong);
+  EXPECT_EQ(MessageOf([&] { full.GetStr(4); }), tooLong);
+  EXPECT_EQ(MessageOf([&] { full.MatchStr("abcd", false, true); }), tooLong);
+  EXPECT_EQ(full.GetPosition(), 0);
+  EXPECT_EQ(full.GetStr(3), "abc");
   EXPECT_EQ(MessageOf([&] { bs.MatchStr("xyza", false, false); }), tooLong);
   EXPECT_EQ(MessageOf([&] { bs.Search("abcde", true); }), tooLong);
   EXPECT_THROW(TkxBufStream(new ProbeStream("x"), true, 0), Exception);  // and frees it
@@ -203,34 +213,104 @@ TEST(BufStream, SetSizeCutsBufferedBytesAndGrowsTheStream) {
   EXPECT_EQ(target.data, std::string(50, 'w') + "e" + std::string(9, '\0'));
 }
 
-TEST(BufStream, FailingWritesKeepTheBufferDirtyAndAreRetried) {
+TEST(BufStream, RefusedFlushMovesOnKeepsTheBufferDirtyAndKeepsReporting) {
   ProbeStream target("0123456789");
   target.readOnly = true;
+  TkxBufStream bs(&target, false, 16);
+  // Growing a stream that cannot grow is refused before the bytes enter the buffer.
+  bs.Seek(0, soEnd);
+  EXPECT_EQ(MessageOf([&] { bs.Write("zz", 2); }), _SErrBufStmSetSize.Str());
+  EXPECT_FALSE(bs.Dirty());
+  EXPECT_EQ(bs.GetSize(), 10);
+
+  bs.SetPosition(0);
+  // The write reaches the end of the buffered bytes, so it goes through at once; the stream
+  // refuses. The position has moved past the bytes all the same, and they stay dirty.
+  const std::string refused = _SErrBufStmWrite.Str();
+  EXPECT_EQ(MessageOf([&] { bs.Write("ab", 2); }), refused);
+  EXPECT_TRUE(bs.Dirty());
+  EXPECT_EQ(bs.GetPosition(), 2);
+  // Whatever needs the buffer elsewhere tries the flush again and reports again; nothing
+  // serves the refused bytes as if they had been written.
+  char buf[4];
+  EXPECT_EQ(MessageOf([&] { bs.GetChar(); }), refused);
+  EXPECT_EQ(MessageOf([&] { bs.Read(buf, 2); }), refused);
+  EXPECT_EQ(MessageOf([&] { bs.Readln(); }), refused);
+  EXPECT_EQ(MessageOf([&] { bs.SetPosition(8); }), refused);
+  EXPECT_EQ(bs.GetPosition(), 8);
+  EXPECT_EQ(MessageOf([&] { bs.Write("c", 1); }), refused);
+  EXPECT_EQ(MessageOf([&] { bs.Seek(-5, soCurrent); }), refused);
+  EXPECT_EQ(bs.GetPosition(), 3);
+  EXPECT_EQ(MessageOf([&] { bs.CurStr(3); }), refused);
+  EXPECT_EQ(bs.GetPosition(), 3);
+  // Back over the dirty bytes nothing needs the stream: they read as written.
+  bs.SetPosition(0);
+  EXPECT_EQ(bs.CurStr(2), "ab");
+  target.failSeek = true;
+  EXPECT_EQ(MessageOf([&] { bs.FlushBuffer(); }), _SErrBufStmFlushSeek.Str());
+  target.failSeek = false;
+  target.readOnly = false;
+  bs.FlushBuffer();
+  EXPECT_EQ(target.data, "ab23456789");
+  EXPECT_EQ(bs.GetStr(3), "ab2");
+}
+
+// Records what the system monitor is told.
+class RecordingMonitor : public testutil::TIntfObject<IkxSysMonitor> {
+ public:
+  void OSTREL_STDCALL TraceStart(std::string_view a, std::string_view b, std::string_view c,
+                                 std::string_view, Integer& id) override {
+    log += std::string(a) + "|" + std::string(b) + "|" + std::string(c) + ";";
+    id = 1;
+  }
+  void OSTREL_STDCALL TraceNext(Integer, std::string_view, std::string_view) override {}
+  std::string log;
+};
+
+TEST(BufStream, CloseReportsAFailedFlushAndDestructionDoesNotLoseOneSilently) {
+  ProbeStream target("0123456789");
+  target.readOnly = true;
+  // Loads the buffer and overwrites its first bytes: they stay dirty in it, nothing raised.
+  auto overwrite = [](TkxBufStream& bs, std::string_view text) {
+    bs.SetPosition(0);
+    bs.GetChar();
+    bs.SetPosition(0);
+    bs.Write(text.data(), static_cast<Integer>(text.size()));
+  };
+  const std::string refused = _SErrBufStmWrite.Str();
   {
     TkxBufStream bs(&target, false, 16);
-    // Growing a stream that cannot grow is refused before the bytes enter the buffer.
-    bs.Seek(0, soEnd);
-    EXPECT_EQ(MessageOf([&] { bs.Write("zz", 2); }), _SErrBufStmSetSize.Str());
-    EXPECT_FALSE(bs.Dirty());
-    EXPECT_EQ(bs.GetSize(), 10);
-
-    bs.SetPosition(0);
-    // The write reaches the end of the buffered bytes, so it goes through at once; the
-    // stream refuses, and the buffer stays dirty with the position where it was.
-    EXPECT_EQ(MessageOf([&] { bs.Write("ab", 2); }), _SErrBufStmWrite.Str());
+    overwrite(bs, "ab");
     EXPECT_TRUE(bs.Dirty());
-    EXPECT_EQ(bs.GetPosition(), 0);
-    EXPECT_EQ(MessageOf([&] { bs.FlushBuffer(); }), _SErrBufStmWrite.Str());
-    // Leaving the buffer flushes first; when that fails the position stays.
-    EXPECT_EQ(MessageOf([&] { bs.SetPosition(8); }), _SErrBufStmWrite.Str());
-    EXPECT_EQ(bs.GetPosition(), 0);
-    EXPECT_EQ(target.writes, 3);
-    target.failSeek = true;
-    EXPECT_EQ(MessageOf([&] { bs.FlushBuffer(); }), _SErrBufStmFlushSeek.Str());
-    target.failSeek = false;
+    EXPECT_EQ(MessageOf([&] { bs.Close(); }), refused);
+    EXPECT_EQ(bs.Stream(), &target);  // kept for another try
+    target.readOnly = false;
+    bs.Close();
+    EXPECT_EQ(bs.Stream(), nullptr);
+    EXPECT_EQ(MessageOf([&] { bs.Write("x", 1); }), "TkxBufStream: stream closed");
   }
-  EXPECT_EQ(target.writes, 4);  // the destructor tried once more, silently
-  EXPECT_EQ(target.data, "0123456789");
+  EXPECT_EQ(target.data, "ab23456789");
+
+  // The destructor cannot raise: with a monitor registered it reports there ...
+  target.readOnly = true;
+  auto* monitor = new RecordingMonitor;
+  IPtr<IkxSysMonitor> keep(monitor);
+  TkxSysMonitor::RegIntf(keep);
+  {
+    TkxBufStream bs(&target, false, 16);
+    overwrite(bs, "xy");
+    EXPECT_TRUE(bs.Dirty());
+  }
+  TkxSysMonitor::RegIntf(nullptr);
+  EXPECT_EQ(monitor->log, "TkxBufStream|Destroy|" + refused + ";");
+  // ... and on standard error otherwise.
+  testing::internal::CaptureStderr();
+  {
+    TkxBufStream bs(&target, false, 16);
+    overwrite(bs, "xy");
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "TkxBufStream: " + AnsiToUtf8(refused) + "\n");
+  EXPECT_EQ(target.data, "ab23456789");
 }
 
 TEST(BufStream, StreamThatDeliversLessThanItsSizeEndsThere) {

@@ -9,12 +9,15 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <limits>
 #include <string>
 
 namespace ostrel {
 namespace {
 
 using testutil::DumpOf;
+using testutil::MessageOf;
 
 TEST(DumpTypedForm, WritesNameTypeAndTextLeavingInterfacesOut) {
   TDateTime when = EncodeDateTime(2024, 2, 3, 14, 5, 6, 7);
@@ -52,6 +55,41 @@ TEST(DumpTypedForm, EveryScalarTypeReadsBackWithItsTypeAndValue) {
       EXPECT_EQ(VarToDateTime(got), VarToDateTime(value)) << text;
     }
   }
+}
+
+TEST(DumpTypedForm, DatesOutsideTheFourDigitYearsAreRefusedWhenWritten) {
+  // The first and last moments of the years 1 to 9999 still read back.
+  for (double v : {MinDateTime, -693593.99999999, MaxDateTime}) {
+    IPtr<IDump> back = GetDumpIntf();
+    Dump_FromStr(back, Dump_ToStr(DumpOf({{"d", Variant::FromDate(v)}})));
+    EXPECT_NEAR(VarToDateTime(back->get_ByName("d")), v, 1e-8) << v;
+  }
+  const double outside[] = {-693594.0, -1e9, 2958465.999999995, 2958466.0, 1e12,
+                            std::numeric_limits<double>::infinity(),
+                            -std::numeric_limits<double>::infinity(),
+                            std::numeric_limits<double>::quiet_NaN()};
+  for (double v : outside) {
+    IPtr<IDump> d = DumpOf({{"a", 1}, {"d", Variant::FromDate(v)}});
+    EXPECT_EQ(MessageOf<EConvertError>([&] { Dump_ToStr(d); }),
+              "'" + FloatToStr(v) + "' is not a valid date and time")
+        << v;
+  }
+}
+
+TEST(DumpTypedForm, FloatsThatAreNoNumbersReadBack) {
+  const double inf = std::numeric_limits<double>::infinity();
+  IPtr<IDump> d = DumpOf({{"p", inf}, {"m", -inf}, {"n", std::numeric_limits<double>::quiet_NaN()},
+                          {"s", Variant(static_cast<float>(-inf))}});
+  const AnsiString text = Dump_ToStr(d);
+  EXPECT_EQ(text, "p:5=INF\tm:5=-INF\tn:5=NAN\ts:4=-INF");
+  IPtr<IDump> back = GetDumpIntf();
+  Dump_FromStr(back, text);
+  EXPECT_EQ(Dump_ToStr(back), text);
+  EXPECT_EQ(VarToExtended(back->get_ByName("p")), inf);
+  EXPECT_TRUE(std::isnan(VarToExtended(back->get_ByName("n"))));
+  EXPECT_EQ(VarType(back->get_ByName("s")), varSingle);
+  // Other types do not take those texts.
+  EXPECT_THROW(Dump_FromStr(back, "c:6=INF"), EVariantError);
 }
 
 TEST(DumpTypedForm, DatesReadBackWhateverTheDateSettings) {

@@ -53,6 +53,21 @@ TEST(VarList, WorksWhereADumpIsExpected) {
   EXPECT_EQ(Dump_Names(asDump, ";"), "b");
 }
 
+TEST(VarList, DeleteHasItsOwnSlotAfterRemove) {
+  IPtr<IkxVarList> vars = GetVarListIntf();
+  for (const char* name : {"a", "b", "c"}) vars->set_ByName(name, 1);
+  // A module built against the interface's table finds Delete (index) in the slot after
+  // IInterface's 3, the dump's 9, get_Item, Add and Remove.
+  using DeleteSlot = void(OSTREL_STDCALL*)(IkxVarList*, Integer);
+  void** table = *reinterpret_cast<void***>(vars.Get());
+  reinterpret_cast<DeleteSlot>(table[15])(vars.Get(), 1);
+  EXPECT_EQ(Dump_Names(vars.As<IDump>(), ";"), "a;c");
+  static_cast<const IkxVarList&>(*vars).Delete(0);
+  vars->Delete(0);  // the dump's own
+  EXPECT_TRUE(vars->IsEmpty());
+  EXPECT_THROW(static_cast<const IkxVarList&>(*vars).Delete(0), EListError);
+}
+
 TEST(VarList, MissingNamesAndBadIndexesRaise) {
   IPtr<IkxVarList> vars = GetVarListIntf();
   vars->set_ByName("x", 1);

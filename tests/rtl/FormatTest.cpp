@@ -78,6 +78,12 @@ TEST(FormatTest, FloatSpecifiers) {
   EXPECT_EQ(Format("%.4f", Currency::FromRaw(125000)), "12,5000");
 }
 
+TEST(FormatTest, FieldsUpToTheLimitAreBuilt) {
+  EXPECT_EQ(Format("%65535d", 7).size(), 65535u);
+  EXPECT_EQ(Format("%-*s|", 65535, "x").size(), 65536u);
+  EXPECT_EQ(Format("%.65535x", 255).substr(65530), "000FF");
+}
+
 TEST(FormatTest, BadSpecifiersRaiseWithTheFormatText) {
   const struct {
     const char* fmt;
@@ -95,7 +101,16 @@ TEST(FormatTest, BadSpecifiersRaiseWithTheFormatText) {
       {"50%", false, [](const char* f) { return Format(f); }},
       {"%5", false, [](const char* f) { return Format(f, 1); }},
       {"%y", false, [](const char* f) { return Format(f, 1); }},
-      {"%99999999999d", false, [](const char* f) { return Format(f, 1); }}};
+      {"%99999999999d", false, [](const char* f) { return Format(f, 1); }},
+      // One field is at most 65535 wide or precise, however the size is given.
+      {"%65536d", false, [](const char* f) { return Format(f, 1); }},
+      {"%2000000000d", false, [](const char* f) { return Format(f, 1); }},
+      {"%.65536d", false, [](const char* f) { return Format(f, 1); }},
+      {"%.65536s", false, [](const char* f) { return Format(f, "x"); }},
+      {"%*x", false, [](const char* f) { return Format(f, 2000000000, 1); }},
+      {"%.*f", false, [](const char* f) { return Format(f, 65536u, 1.5); }},
+      {"%-*s", false, [](const char* f) { return Format(f, Int64{1} << 40, "x"); }},
+      {"%9d%9d%99999d", false, [](const char* f) { return Format(f, 1, 2, 3); }}};
   for (const auto& c : cases) {
     const std::string f = c.fmt;
     EXPECT_EQ(MessageOf<EConvertError>([&] { c.call(c.fmt); }),

@@ -1,11 +1,18 @@
 // The buffered stream.
 #include <ostrel/core/BufStream.h>
 
+#include <ostrel/core/ModuleLinks.h>
 #include <ostrel/rtl/Format.h>
 
 #include <algorithm>
+#include <bit>
+#include <cstdio>
 #include <cstring>
 #include <limits>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace ostrel {
 
@@ -28,6 +35,42 @@ Int64 SatSub(Int64 a, Int64 b) {
 
 char AsciiUpper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; }
 
+// The first LF or CR in from .. end - 1, or end: one pass over the bytes, sixteen at a time
+// where the processor allows.
+const char* FindLineEnd(const char* from, const char* end) {
+#if defined(__SSE2__)
+  const __m128i lf = _mm_set1_epi8('\n');
+  const __m128i cr = _mm_set1_epi8('\r');
+  for (; end - from >= 16; from += 16) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+    const int hits = _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(v, lf), _mm_cmpeq_epi8(v, cr)));
+    if (hits != 0) return from + std::countr_zero(static_cast<unsigned>(hits));
+  }
+#endif
+  for (; from < end; ++from)
+    if (*from == '\n' || *from == '\r') return from;
+  return end;
+}
+
+constexpr std::string_view kTooLong = "TkxBufStream.LoadBuf: Count >= BufSize";
+
+// The bytes a destructor could not write: to the system monitor when there is one, else to
+// standard error, so that the loss is never silent.
+void ReportLostWrite(std::string_view message) noexcept {
+  try {
+    if (TkxSysMonitor::Active()) {
+      Integer traceId = 0;
+      TkxSysMonitor::TraceStart("TkxBufStream", "Destroy", message, {}, traceId);
+      TkxSysMonitor::TraceEnd(traceId, message);
+      return;
+    }
+    const std::string text = "TkxBufStream: " + AnsiToUtf8(message) + "\n";
+    std::fwrite(text.data(), 1, text.size(), stderr);
+    std::fflush(stderr);
+  } catch (...) {
+  }
+}
+
 }  // namespace
 
 TkxBufStream::TkxBufStream(TStream* stream, bool ownsStream, Integer bufSize)
@@ -37,7 +80,8 @@ TkxBufStream::TkxBufStream(TStream* stream, bool ownsStream, Integer bufSize)
     if (bufSize < 1) throw Exception(Format("TkxBufStream.Create: invalid buffer size (%d)", bufSize));
     // One byte more than the buffer size, so that NextChar may look one place past the
     // valid bytes without leaving the block.
-    fBuffer = std::make_unique<char[]>(static_cast<std::size_t>(bufSize) + 1);
+    fBuffer.reset(static_cast<char*>(
+        ::operator new[](static_cast<std::size_t>(bufSize) + 1, kBufferAlign)));
     fSize = std::max<Int64>(stream->GetSize(), 0);
     SetBase(std::clamp<Int64>(stream->Seek(0, soCurrent), 0, fSize));
   } catch (...) {
@@ -47,12 +91,36 @@ TkxBufStream::TkxBufStream(TStream* stream, bool ownsStream, Integer bufSize)
 }
 
 TkxBufStream::~TkxBufStream() {
-  // A destructor cannot raise: a flush that fails here is lost (see FlushBuffer).
+  // A destructor cannot raise; a flush that fails here is reported instead (see Close).
   try {
     FlushBuffer();
-  } catch (...) {
+  } catch (const Exception& e) {
+    ReportLostWrite(e.Message());
+  } catch (const std::exception& e) {
+    ReportLostWrite(e.what());
   }
   if (fOwnsStream) delete fStream;
+}
+
+void TkxBufStream::Close() {
+  if (!fStream) return;
+  FlushBuffer();
+  if (fOwnsStream) delete fStream;
+  fStream = nullptr;
+  fOwnsStream = false;
+  fSize = 0;
+  SetBase(0);
+  fOffset = 0;
+  fValid = 0;
+}
+
+TStream& TkxBufStream::Target() const {
+  if (!fStream) throw Exception("TkxBufStream: stream closed");
+  return *fStream;
+}
+
+void TkxBufStream::CheckAhead(std::size_t count) const {
+  if (count >= static_cast<std::size_t>(fBufSize)) throw Exception(kTooLong);
 }
 
 // ---- Buffer management -----------------------------------------------------------------
@@ -61,7 +129,7 @@ void TkxBufStream::FlushBuffer() {
   if (!fDirty) return;
   Int64 at = -1;
   try {
-    at = fStream->Seek(fBase, soBeginning);
+    at = Target().Seek(fBase, soBeginning);
   } catch (const Exception&) {
   }
   if (at != fBase) throw Exception(_SErrBufStmFlushSeek);
@@ -86,20 +154,19 @@ void TkxBufStream::MovePos(Int64 delta) {
     fOffset += delta;
     return;
   }
-  // Leaving the buffered bytes: the same as InitBufPtr at the new position, done so that a
-  // failing flush leaves the position where it was.
-  const Int64 target = SatAdd(GetPosition(), delta);
-  FlushBuffer();
-  SetBase(std::clamp<Int64>(target, 0, fSize));
-  fOffset = 0;
-  fValid = 0;
+  // Leaving the buffered bytes: the position moves first (kept within 0 .. size), then
+  // InitBufPtr. When its flush is refused the position has moved all the same and the
+  // buffer stays dirty, so the next operation that needs the buffer elsewhere raises again
+  // instead of serving the refused bytes.
+  fOffset = std::clamp<Int64>(SatAdd(GetPosition(), delta), 0, fSize) - fBase;
+  InitBufPtr();
 }
 
 Integer TkxBufStream::LoadBuf(Integer count) {
   if (count < 0) count = 0;
-  const Integer avail = static_cast<Integer>(fValid - fOffset);
+  const Integer avail = OffsetInBuffer() ? static_cast<Integer>(fValid - fOffset) : 0;
   if (avail > 0 && count <= avail) return count == 0 ? avail : count;
-  if (count >= fBufSize) throw Exception("TkxBufStream.LoadBuf: Count >= BufSize");
+  CheckAhead(static_cast<std::size_t>(count));
   // Everything up to the end is here already, or nothing is left.
   const Int64 remaining = fSize - GetPosition();
   if (remaining <= avail) {
@@ -112,7 +179,7 @@ Integer TkxBufStream::LoadBuf(Integer count) {
   const Integer want = static_cast<Integer>(std::min<Int64>(fBufSize, fSize - fBase));
   Int64 at = -1;
   try {
-    at = fStream->Seek(fBase, soBeginning);
+    at = Target().Seek(fBase, soBeginning);
     if (at == fBase) fValid = std::clamp(fStream->Read(fBuffer.get(), want), 0, want);
   } catch (const Exception&) {
     fValid = 0;
@@ -145,7 +212,8 @@ Integer TkxBufStream::Write(const void* buffer, Integer count) {
     const Integer left = count - written;
     // What does not fit behind the offset starts a fresh buffer at the position, so a chunk
     // is never split by a re-base half-way through its copy.
-    if (fOffset > 0 && fOffset + left > fBufSize) InitBufPtr();
+    // So does a position that a refused flush left away from the buffered bytes.
+    if (!OffsetInBuffer() || (fOffset > 0 && fOffset + left > fBufSize)) InitBufPtr();
     const Integer chunk = static_cast<Integer>(std::min<Int64>(fBufSize - fOffset, left));
     // The stream grows before the bytes enter the buffer: a stream that cannot grow refuses
     // the write while the buffer still mirrors it.
@@ -183,10 +251,11 @@ void TkxBufStream::SetSize(Int64 newSize) {
   // Buffered bytes past the new end must not come back with a later flush: they are
   // written first (so the stream cuts them itself) and then dropped from the buffer.
   if (newSize < fBase + fValid) FlushBuffer();
+  TStream& stream = Target();
   bool done = false;
   try {
-    fStream->SetSize(newSize);
-    done = fStream->GetSize() == newSize;
+    stream.SetSize(newSize);
+    done = stream.GetSize() == newSize;
   } catch (const Exception&) {
   }
   if (!done) throw Exception(_SErrBufStmSetSize);
@@ -216,6 +285,7 @@ char TkxBufStream::NextCharSlow() { return LoadBuf(2) > 0 ? fBuffer[fOffset + 1]
 
 AnsiString TkxBufStream::CurStr(Integer n) {
   if (n <= 0) return AnsiString();
+  CheckAhead(static_cast<std::size_t>(n));
   const Integer avail = LoadBuf(n);
   return AnsiString(fBuffer.get() + fOffset, static_cast<std::size_t>(std::max(avail, 0)));
 }
@@ -228,8 +298,7 @@ AnsiString TkxBufStream::GetStr(Integer n) {
 
 bool TkxBufStream::SameAhead(std::string_view text, bool useLocale) {
   if (text.empty()) return true;
-  if (text.size() >= static_cast<std::size_t>(fBufSize))
-    throw Exception("TkxBufStream.LoadBuf: Count >= BufSize");
+  CheckAhead(text.size());
   const Integer n = static_cast<Integer>(text.size());
   if (LoadBuf(n) < n) return false;
   const std::string_view ahead(fBuffer.get() + fOffset, text.size());
@@ -247,7 +316,7 @@ bool TkxBufStream::MatchStr(std::string_view text, bool useLocale, bool advance)
 
 bool TkxBufStream::Search(std::string_view text, bool useLocale) {
   while (!Eof()) {
-    if (fOffset >= fValid && LoadBuf(0) <= 0) {
+    if (!(OffsetInBuffer() && fOffset < fValid) && LoadBuf(0) <= 0) {
       SetPosition(fSize);  // the stream gives no more bytes
       break;
     }
@@ -260,17 +329,13 @@ bool TkxBufStream::Search(std::string_view text, bool useLocale) {
 void TkxBufStream::Readln(AnsiString& line) {
   line.clear();
   while (!Eof()) {
-    if (fOffset >= fValid && LoadBuf(0) <= 0) {
+    if (!(OffsetInBuffer() && fOffset < fValid) && LoadBuf(0) <= 0) {
       SetPosition(fSize);  // the stream gives no more bytes
       return;
     }
     const char* from = fBuffer.get() + fOffset;
     const char* end = fBuffer.get() + fValid;
-    // Two vectorised scans beat one byte loop: the first LF, then a CR before it.
-    const char* p = static_cast<const char*>(std::memchr(from, '\n', static_cast<std::size_t>(end - from)));
-    if (!p) p = end;
-    if (const void* cr = std::memchr(from, '\r', static_cast<std::size_t>(p - from)))
-      p = static_cast<const char*>(cr);
+    const char* p = FindLineEnd(from, end);
     line.append(from, static_cast<std::size_t>(p - from));
     if (p == end) {
       MovePos(p - from);
@@ -284,6 +349,21 @@ void TkxBufStream::Readln(AnsiString& line) {
 }
 
 AnsiString TkxBufStream::Readln() {
+  // The common case, a whole line and its line end inside the buffer: one scan and the
+  // string made once at its size.
+  if (fOffset >= 0 && fOffset < fValid) {
+    const char* from = fBuffer.get() + fOffset;
+    const char* end = fBuffer.get() + fValid;
+    const char* p = FindLineEnd(from, end);
+    // A CR as the last buffered byte leaves open whether an LF follows.
+    if (p != end && (*p == '\n' || p + 1 < end)) {
+      AnsiString line(from, static_cast<std::size_t>(p - from));
+      const Int64 next = (p - fBuffer.get()) + ((*p == '\r' && p[1] == '\n') ? 2 : 1);
+      if (next < fValid) fOffset = next;
+      else MovePos(next - fOffset);
+      return line;
+    }
+  }
   AnsiString line;
   Readln(line);
   return line;

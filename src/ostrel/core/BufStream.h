@@ -7,6 +7,7 @@
 #include <ostrel/rtl/Strings.h>
 
 #include <memory>
+#include <new>
 #include <string_view>
 
 namespace ostrel {
@@ -33,8 +34,14 @@ inline constexpr auto _SErrBufStmSetSize =
 // Writes that pass the end grow the underlying stream first (SetSize), so a stream that
 // cannot grow refuses the write with _SErrBufStmSetSize before anything enters the buffer.
 // A flush that fails raises _SErrBufStmFlushSeek or _SErrBufStmWrite and keeps the buffer
-// dirty, so that a later flush tries again. The destructor flushes too but cannot report a
-// failure; call FlushBuffer first where a failed write must be seen.
+// dirty, so that a later flush tries again. When the flush was forced by leaving the
+// buffered bytes (a read, write or seek past them), the position has moved on all the same;
+// every later operation that needs the buffer elsewhere tries the flush again and raises
+// again, so the refused bytes are never read back as if they had been written.
+//
+// Close (or FlushBuffer) is how to learn of a failed write: the destructor cannot raise.
+// When its own final flush fails, the destructor reports the lost bytes to the system monitor
+// (TkxSysMonitor) when one is registered, and otherwise writes the message to standard error.
 class OSTREL_API TkxBufStream : public TStream {
   OSTREL_CLASS(TkxBufStream, TStream)
  public:
@@ -65,25 +72,27 @@ class OSTREL_API TkxBufStream : public TStream {
   // Whether the position has reached the size. (Named so because EOF is a C macro.)
   bool Eof() const noexcept { return fOffset >= fEndOffset; }
 
-  // The byte at the position, or 0 when none is available.
+  // The byte at the position, or 0 when none is available. (The offset is outside 0 ..
+  // valid - 1 only after a refused flush, and then the slow path raises its error again.)
   char CurChar() {
-    if (fOffset < fValid) return fBuffer[fOffset];
+    if (static_cast<UInt64>(fOffset) < static_cast<UInt64>(fValid)) return fBuffer[fOffset];
     return CurCharSlow();
   }
   // CurChar, then one byte on (also at the end, where the position stays clamped).
   char GetChar() {
-    if (fOffset + 1 < fValid) return fBuffer[fOffset++];
+    if (fOffset >= 0 && fOffset + 1 < fValid) return fBuffer[fOffset++];
     return GetCharSlow();
   }
   // The byte after the current one when at least the current one is available, else 0.
   // With exactly one byte left the result is whatever the buffer holds after it, so test
   // Eof (or the position against the size) first.
   char NextChar() {
-    if (fOffset + 2 <= fValid) return fBuffer[fOffset + 1];
+    if (fOffset >= 0 && fOffset + 2 <= fValid) return fBuffer[fOffset + 1];
     return NextCharSlow();
   }
   // Up to n bytes from the position (fewer near the end), without moving / moving past them.
-  // n must stay below the buffer size.
+  // n must stay below the buffer size: n of the buffer size or more raises
+  // "TkxBufStream.LoadBuf: Count >= BufSize", as MatchStr and Search do.
   AnsiString CurStr(Integer n);
   AnsiString GetStr(Integer n);
   // Whether the text comes next, compared without regard to case: CP1251 letters with
@@ -117,14 +126,26 @@ class OSTREL_API TkxBufStream : public TStream {
   // Writes dirty bytes back, starts the buffer afresh at the position (clamped to 0 ..
   // size) and empties it.
   void InitBufPtr();
-  // Writes the buffered bytes back when they are dirty.
+  // Writes the buffered bytes back when they are dirty; raises when the stream refuses.
   void FlushBuffer();
+  // Flushes (raising as FlushBuffer does, with everything kept for another try) and then
+  // lets go of the stream, freeing it when owned; afterwards the object holds no stream and
+  // only its destruction is left. Call it before destruction wherever a lost write matters.
+  void Close();
 
+  // The underlying stream; null after Close.
   TStream* Stream() const noexcept { return fStream; }
   Integer BufSize() const noexcept { return fBufSize; }
   bool Dirty() const noexcept { return fDirty; }
 
  private:
+  // The look-ahead limit shared by CurStr, GetStr, MatchStr and Search.
+  void CheckAhead(std::size_t count) const;
+  // The underlying stream; raises once Close has let go of it.
+  TStream& Target() const;
+  // Whether the offset lies on buffered bytes or just after them (false only after a
+  // refused flush left the position elsewhere).
+  bool OffsetInBuffer() const noexcept { return fOffset >= 0 && fOffset <= fValid; }
   char CurCharSlow();
   char GetCharSlow();
   char NextCharSlow();
@@ -137,7 +158,13 @@ class OSTREL_API TkxBufStream : public TStream {
 
   TStream* fStream;
   bool fOwnsStream;
-  std::unique_ptr<char[]> fBuffer;
+  // The buffer starts on a cache line: the system's copy into it runs at full speed only
+  // at such an address.
+  static constexpr std::align_val_t kBufferAlign{64};
+  struct BufferDelete {
+    void operator()(char* p) const noexcept { ::operator delete[](p, kBufferAlign); }
+  };
+  std::unique_ptr<char[], BufferDelete> fBuffer;
   Integer fBufSize;
   Int64 fBase = 0;
   Int64 fOffset = 0;

@@ -109,7 +109,9 @@ OSTREL_API void Dump_ByValues(std::string_view names, const Variant& values, IPt
 //
 // The typed form: items "name:type=text" separated by tabs, type being the variant type
 // code in decimal; dates as "dd-mm-yyyy hh:mm:ss.zzz". Interface values are left out; an
-// array value has no text and raises the variant conversion error.
+// array value has no text and raises the variant conversion error. A date outside the years
+// 1 to 9999 (or no number at all) cannot be written so and raises EConvertError; floats that
+// are no numbers are written "INF", "-INF" and "NAN" and read back as such.
 // Nothing is quoted, so names with ":" and names or values with tabs or surrounding blanks
 // do not survive a round trip.
 

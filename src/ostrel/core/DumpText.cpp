@@ -5,6 +5,9 @@
 #include <ostrel/rtl/DateTime.h>
 #include <ostrel/services/Sysserv.h>
 
+#include <cmath>
+#include <limits>
+
 namespace ostrel {
 
 namespace {
@@ -20,6 +23,17 @@ IDump& Checked(const IPtr<IDump>& dump, const char* operation) {
 
 bool HoldsInterface(TVarType t) { return t == varDispatch || t == varUnknown; }
 
+// The typed form's date text, which carries the years 1 to 9999 to the millisecond. Any
+// other moment would be written as a date that reads back as another one or as nothing, so
+// it is refused with the conversion error instead.
+AnsiString TypedDateText(TDateTime value) {
+  Word year = 0, month = 0, day = 0;
+  if (!std::isnan(value) && value <= MaxDateTime) DecodeDate(value, year, month, day);
+  if (year < 1 || year > 9999)
+    throw EConvertError(Format(SysConst::SInvalidDateTime, FloatToStr(value)));
+  return FormatDateTime(kTypedDateFormat, value);
+}
+
 // One item of the typed form, or "" for a value that is not written.
 AnsiString TypedItem(std::string_view name, const Variant& value) {
   TVarType t = VarType(value);
@@ -29,10 +43,20 @@ AnsiString TypedItem(std::string_view name, const Variant& value) {
   item += IntToStr(t);
   item += '=';
   if (t == varDate)
-    item += FormatDateTime(kTypedDateFormat, VarToDateTime(value));
+    item += TypedDateText(VarToDateTime(value));
   else if (t != varEmpty && t != varNull)
     item += VarToStr(value);
   return item;
+}
+
+// The texts the float conversion writes for the values that are no numbers; the variant
+// conversion does not read them, so the typed form's reader does.
+bool SpecialFloat(const AnsiString& text, double& value) {
+  if (text == "INF") value = std::numeric_limits<double>::infinity();
+  else if (text == "-INF") value = -std::numeric_limits<double>::infinity();
+  else if (text == "NAN") value = std::numeric_limits<double>::quiet_NaN();
+  else return false;
+  return true;
 }
 
 // Switches the process-wide settings that the date parser reads to the typed form's fixed
@@ -78,6 +102,13 @@ Variant TypedValue(Integer type, const AnsiString& text) {
         ok = TryStrToDateTime(text, value);
       }
       return ok ? Variant::FromDate(value) : Variant();
+    }
+    case varSingle:
+    case varDouble: {
+      double special = 0;
+      if (SpecialFloat(text, special))
+        return type == varSingle ? Variant(static_cast<float>(special)) : Variant(special);
+      [[fallthrough]];
     }
     default:
       if (text.empty()) return Variant();

@@ -20,7 +20,6 @@ struct IkxVarItem : IInterface {
 
 // A list of variable items, usable wherever a dump is expected. Items may be shared between
 // lists: a value set through one list is seen through every list that holds the item.
-// Delete (index) is the dump's own operation.
 struct IkxVarList : IDump {
   static constexpr TGUID IID = TGUID::From("{2C0A2C67-683E-48AE-ACB0-ACE0080024F1}");
   virtual IPtr<IkxVarItem> OSTREL_STDCALL get_Item(Integer index) = 0;
@@ -28,6 +27,12 @@ struct IkxVarList : IDump {
   virtual Integer OSTREL_STDCALL Add(const IPtr<IkxVarItem>& item) = 0;
   // Removes the item (found by identity) and returns the index it had, -1 when absent.
   virtual Integer OSTREL_STDCALL Remove(const IPtr<IkxVarItem>& item) = 0;
+  // Delete (index) once more, in a slot of its own after Remove, where modules built against
+  // the interface's table call it; it deletes by index as the dump's Delete does. It is
+  // declared const only so that C++ gives it that slot instead of taking it for an override
+  // of IDump::Delete; it changes the list all the same. Calls from C++ reach either.
+  using IDump::Delete;
+  virtual void OSTREL_STDCALL Delete(Integer index) const = 0;
 
  protected:
   ~IkxVarList() = default;

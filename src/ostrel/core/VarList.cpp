@@ -131,6 +131,8 @@ bool OSTREL_STDCALL TkxVarList::IsEmpty() { return get_Count() == 0; }
 
 void OSTREL_STDCALL TkxVarList::Delete(Integer index) { fList->Delete(index); }
 
+void OSTREL_STDCALL TkxVarList::Delete(Integer index) const { fList->Delete(index); }
+
 // ---- TkxIDList -------------------------------------------------------------------------
 
 TkxIDList::TkxIDList() = default;

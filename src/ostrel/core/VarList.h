@@ -62,6 +62,7 @@ class OSTREL_API TkxVarList : public TInterfacedObject, public IkxVarList {
   IPtr<IkxVarItem> OSTREL_STDCALL get_Item(Integer index) override;
   Integer OSTREL_STDCALL Add(const IPtr<IkxVarItem>& item) override;
   Integer OSTREL_STDCALL Remove(const IPtr<IkxVarItem>& item) override;
+  void OSTREL_STDCALL Delete(Integer index) const override;
 
  private:
   IPtr<IInterfaceList> fList;

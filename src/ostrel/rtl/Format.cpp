@@ -841,6 +841,9 @@ AnsiString FormatBuf(std::string_view fmt, const FormatArg* args, std::size_t co
       prec = readNumber();
       if (prec < 0) prec = 0;
     }
+    // One field is at most kMaxFormatField characters wide or precise, so that a few bytes of
+    // format cannot ask for gigabytes.
+    if (width > kMaxFormatField || prec > kMaxFormatField) InvalidFormat(fmt);
     if (i >= n) InvalidFormat(fmt);
     char type = fmt[i++];
     if (type >= 'a' && type <= 'z') type = static_cast<char>(type - 'a' + 'A');

@@ -114,7 +114,9 @@ class FormatArg {
 
 // The formatting engine: %[index:][-][width][.precision]type with the types
 // d u x s f g e n m p and %%; '*' takes width or precision from the arguments.
-// Raises EConvertError (SInvalidFormat / SArgumentMissing) on a bad specifier or argument.
+// Raises EConvertError (SInvalidFormat / SArgumentMissing) on a bad specifier or argument,
+// and SInvalidFormat for a width or precision above kMaxFormatField.
+inline constexpr int kMaxFormatField = 65535;
 OSTREL_API AnsiString FormatBuf(std::string_view fmt, const FormatArg* args, std::size_t count,
                                 const TFormatSettings& settings);
 
