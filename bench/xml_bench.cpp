@@ -195,7 +195,7 @@ void TinySave(benchmark::State& state) {
 
 std::size_t HeapInUse() {
 #if defined(__GLIBC__)
-  return mallinfo2().uordblks;
+  return mallinfo2().uordblks + mallinfo2().hblkhd;  // heap chunks and mapped blocks
 #else
   return 0;
 #endif

@@ -28,8 +28,8 @@ bool Read(TXItem* item, std::string_view text) {
 }
 
 // Trees that the writer cannot give back as they were read, by the dialect's own rules:
-// names with a double quote (it opens a quoted part in the end tag), attribute text ending
-// in "/" (read back as self-closing), CDATA holding "]]>", a lone text child or two adjacent
+// names with a double quote (it opens a quoted part in the end tag) or ending in "/" (cut
+// off once more when read back), attribute text ending in "/" (read back as self-closing), CDATA holding "]]>", a lone text child or two adjacent
 // ones (read back as the parent's value, or as one text), elements named "#text" that are
 // not plain text (they are written as their text alone, or as "/>" without one), and
 // inner elements whose name starts with "!" (an inner "<!" is neither comment nor CDATA; such
@@ -40,7 +40,7 @@ bool Writable(const TXItem* root) {
     const TXItem* item = stack.back();
     stack.pop_back();
     const AnsiString& name = item->get_Name();
-    if (name.empty() || name.find('"') != AnsiString::npos) return false;
+    if (name.empty() || name.find('"') != AnsiString::npos || name.back() == '/') return false;
     if (item != root && name[0] == '!') return false;
     const AnsiString attrs = Trim(item->get_AttrText());
     if (!attrs.empty() && attrs.back() == '/') return false;

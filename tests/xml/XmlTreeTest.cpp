@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 
 namespace ostrel {
 namespace {
@@ -116,6 +117,27 @@ TEST(XmlTree, MovingItemsBetweenTrees) {
   IPtr<IXItem> moved = a->get_Items(0)->get_Intf();
   EXPECT_EQ(moved->get_Doc().Get(), second.Get());
   EXPECT_EQ(second->get_Root()->get_XML(), "<s>\r\n  <a>\r\n    <b/>\r\n  </a>\r\n</s>\r\n");
+}
+
+TEST(XmlTree, TreesOnSeveralThreads) {
+  // Items of all trees share one pool: trees built, moved and freed on several threads at
+  // once must not disturb each other.
+  std::string text = "<r>";
+  for (int i = 0; i < 2000; ++i) text += "<i n=\"" + std::to_string(i) + "\"><j/></i>";
+  text += "</r>";
+  auto work = [&](std::string* result) {
+    for (int round = 0; round < 20; ++round) {
+      auto a = Parse(text);
+      TXItem b;
+      while (a->get_Count() > 1000) b.AddItem(a->get_Items(a->get_Count() - 1));
+      *result = std::to_string(a->get_Count() + b.get_Count()) + VarToStr(a->get_Items(999)->get_Attr("n"));
+    }
+  };
+  std::string r1, r2;
+  std::thread t1(work, &r1), t2(work, &r2);
+  t1.join();
+  t2.join();
+  EXPECT_EQ(r1 + " " + r2, "2000999 2000999");
 }
 
 TEST(XmlTree, NamesValuesAndCDATA) {

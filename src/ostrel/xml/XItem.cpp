@@ -5,7 +5,11 @@
 #include <ostrel/xml/Xmlutils.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <mutex>
+#include <new>
 #include <utility>
 
 namespace ostrel {
@@ -33,6 +37,128 @@ std::string_view UnwrapCDATA(std::string_view s) {
 }
 
 }  // namespace
+
+// ---------------------------------------------------------------------------------------
+// The item pool
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kUsePool = false;  // the sanitizer must see every item's own allocation
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool kUsePool = false;
+#else
+constexpr bool kUsePool = true;
+#endif
+#else
+constexpr bool kUsePool = true;
+#endif
+
+// Fixed blocks in slabs of 64 KiB aligned to their size, so that a block finds its slab by
+// masking its address. Slabs with free blocks are kept in a list; a slab whose last block
+// is freed goes back to the heap, except one kept spare so that a tree built and freed over
+// and over does not allocate a slab each time. Freed blocks are reused last-in first-out.
+class ItemPool {
+ public:
+  void* Alloc() {
+    std::lock_guard<std::mutex> guard(fLock);
+    Slab* slab = fRoom;
+    if (!slab) {
+      slab = fSpare ? std::exchange(fSpare, nullptr) : NewSlab();
+      Link(slab);
+    }
+    void* block;
+    if (slab->free) {
+      block = slab->free;
+      slab->free = slab->free->next;
+    } else {
+      block = reinterpret_cast<char*>(slab) + kFirst + slab->fresh++ * kBlock;
+    }
+    if (++slab->live == kCount) Unlink(slab);
+    return block;
+  }
+
+  void Free(void* block) noexcept {
+    std::lock_guard<std::mutex> guard(fLock);
+    Slab* slab = reinterpret_cast<Slab*>(reinterpret_cast<std::uintptr_t>(block) &
+                                         ~static_cast<std::uintptr_t>(kSlabSize - 1));
+    Node* node = static_cast<Node*>(block);
+    node->next = slab->free;
+    slab->free = node;
+    if (slab->live-- == kCount) Link(slab);
+    if (slab->live == 0) {
+      Unlink(slab);
+      if (!fSpare)
+        fSpare = slab;
+      else
+        ::operator delete(slab, std::align_val_t(kSlabSize));
+    }
+  }
+
+  static constexpr std::size_t kBlock =
+      (sizeof(TXItem) + alignof(std::max_align_t) - 1) & ~(alignof(std::max_align_t) - 1);
+
+ private:
+  struct Node {
+    Node* next;
+  };
+  struct Slab {
+    Slab* prev;
+    Slab* next;
+    Node* free;
+    std::uint32_t live;   // blocks handed out
+    std::uint32_t fresh;  // blocks never handed out start at this index
+  };
+  static constexpr std::size_t kSlabSize = 64 * 1024;
+  static constexpr std::size_t kFirst =
+      (sizeof(Slab) + alignof(std::max_align_t) - 1) & ~(alignof(std::max_align_t) - 1);
+  static constexpr std::uint32_t kCount =
+      static_cast<std::uint32_t>((kSlabSize - kFirst) / kBlock);
+
+  static Slab* NewSlab() {
+    Slab* slab = static_cast<Slab*>(::operator new(kSlabSize, std::align_val_t(kSlabSize)));
+    *slab = Slab{nullptr, nullptr, nullptr, 0, 0};
+    return slab;
+  }
+  void Link(Slab* slab) noexcept {
+    slab->prev = nullptr;
+    slab->next = fRoom;
+    if (fRoom) fRoom->prev = slab;
+    fRoom = slab;
+  }
+  void Unlink(Slab* slab) noexcept {
+    if (slab->prev) slab->prev->next = slab->next;
+    else fRoom = slab->next;
+    if (slab->next) slab->next->prev = slab->prev;
+    slab->prev = slab->next = nullptr;
+  }
+
+  std::mutex fLock;
+  Slab* fRoom = nullptr;
+  Slab* fSpare = nullptr;
+};
+
+// Never destroyed: items may outlive every other static object.
+ItemPool& Pool() {
+  static ItemPool* pool = new ItemPool;
+  return *pool;
+}
+
+}  // namespace
+
+void* TXItem::operator new(std::size_t size) {
+  if (!kUsePool || size > ItemPool::kBlock) return ::operator new(size);
+  return Pool().Alloc();
+}
+
+void TXItem::operator delete(void* p, std::size_t size) noexcept {
+  if (!p) return;
+  if (!kUsePool || size > ItemPool::kBlock)
+    ::operator delete(p);
+  else
+    Pool().Free(p);
+}
 
 // ---------------------------------------------------------------------------------------
 // TXItem

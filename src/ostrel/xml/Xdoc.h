@@ -115,6 +115,11 @@ class OSTREL_API TXItem : public TObject {
   // Frees the children, leaves the parent, detaches the wrapper.
   ~TXItem() override;
 
+  // Items come from a pool of 64 KiB slabs shared by all threads (under a lock): a tree is
+  // many small objects made and freed together, which the general heap serves slowly.
+  static void* operator new(std::size_t size);
+  static void operator delete(void* p, std::size_t size) noexcept;
+
   // Clear, then a deep copy of the source's name, attributes, value, CDATA flag, user word
   // and children (not of its wrapper). A null source only clears.
   void Assign(const TXItem* source);
