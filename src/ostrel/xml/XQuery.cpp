@@ -89,9 +89,13 @@ bool FindByKey(const IPtr<IXItem>& item, std::string_view name, std::string_view
   return static_cast<bool>(found);
 }
 
-[[noreturn]] void RaiseKeyNotFound(std::string_view name, std::string_view keyAttr,
-                                   std::string_view keyValue) {
-  DIE(_SErrXKeyTagNotFound, name, keyAttr, keyValue);
+// The raising forms: "Tag <name attr="value"> not found" when nothing is found and raise.
+IPtr<IXItem> FindByKey(const IPtr<IXItem>& item, std::string_view name, std::string_view keyAttr,
+                       std::string_view keyValue, bool recursive, bool raise) {
+  IPtr<IXItem> found;
+  if (!FindByKey(item, name, keyAttr, keyValue, recursive, found) && raise)
+    DIE(_SErrXKeyTagNotFound, name, keyAttr, keyValue);
+  return found;
 }
 
 // The i-th key value (from 0) of SameXItem's list form.
@@ -234,18 +238,12 @@ bool FindXItem(const IPtr<IXItem>& item, std::string_view name, std::string_view
 
 IPtr<IXItem> FindXItem(const IPtr<IXItem>& item, std::string_view name,
                        std::string_view keyAttr, std::string_view keyValue, bool raise) {
-  IPtr<IXItem> found;
-  if (!FindByKey(item, name, keyAttr, keyValue, false, found) && raise)
-    RaiseKeyNotFound(name, keyAttr, keyValue);
-  return found;
+  return FindByKey(item, name, keyAttr, keyValue, false, raise);
 }
 
 IPtr<IXItem> FindXRecurse(const IPtr<IXItem>& item, std::string_view name,
                           std::string_view keyAttr, std::string_view keyValue, bool raise) {
-  IPtr<IXItem> found;
-  if (!FindByKey(item, name, keyAttr, keyValue, true, found) && raise)
-    RaiseKeyNotFound(name, keyAttr, keyValue);
-  return found;
+  return FindByKey(item, name, keyAttr, keyValue, true, raise);
 }
 
 IPtr<IXItem> GetXItem(const IPtr<IXItem>& item, std::string_view name) {
