@@ -3,12 +3,14 @@
 #   ./run.sh demo [TEXT...]   the `ostrel demo` program (extra texts are passed to it)
 #   ./run.sh test [ARGS...]   the whole test suite through CTest (extra arguments go to ctest)
 #   ./run.sh bench            the benchmarks (short runs)
+#   ./run.sh fuzz [SECONDS]   every fuzz target for SECONDS each (default 60), built by clang
+#                             in build-fuzz/; fails on any finding
 # Needs Debian's build packages; as root it installs what is missing, otherwise it prints the
 # command to run.
 set -euo pipefail
 
 usage() {
-  echo "usage: $0 demo [TEXT...] | test [CTEST-ARGS...] | bench" >&2
+  echo "usage: $0 demo [TEXT...] | test [CTEST-ARGS...] | bench | fuzz [SECONDS]" >&2
   exit 2
 }
 
@@ -16,7 +18,7 @@ usage() {
 mode=$1
 shift
 case "$mode" in
-  demo | test | bench) ;;
+  demo | test | bench | fuzz) ;;
   *) usage ;;
 esac
 
@@ -50,6 +52,9 @@ ensure_packages() {
   fi
 }
 
+[[ $mode == fuzz ]] && required+=(clang libclang-rt-14-dev)
+# The XML benchmark's peers (it runs without them, Ostrel alone).
+[[ $mode == bench ]] && required+=(libpugixml-dev libtinyxml2-dev)
 ensure_packages "${required[@]}"
 
 jobs=$(nproc 2>/dev/null || echo 2)
@@ -81,5 +86,8 @@ case "$mode" in
       ran=1
     done
     [[ $ran -eq 1 ]] || echo "run.sh: no benchmarks yet (bench/*.cpp)"
+    ;;
+  fuzz)
+    exec bash fuzz/run_all.sh "${1:-60}"
     ;;
 esac

@@ -64,7 +64,7 @@ TEST(XmlReader, DialectAsTrees) {
       {"<r>&#65</r>", "r('A')"},
       {"<r>&#65<b/>;x</r>", "r='Ax'"},
       {"<a\"b c\">x</a\"b>", "!" + kFormat},  // the quote in the end tag opens
-      {std::string_view("<r>\0\x01x</r>", 12), "r='x'"},
+      {std::string_view("<r>\0\x01x</r>", 10), "r='x'"},
       {"<>", ""},
       {"<r><?xml v?>x</r>", "!" + kFormat + "\r\r< expected"},
   };

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <cstring>
 
 namespace ostrel {
 
@@ -25,6 +26,16 @@ std::string_view TrimView(std::string_view s) {
   while (e > b && IsBlank(s[e - 1])) --e;
   return s.substr(b, e - b);
 }
+
+// Classes of bytes inside a tag: ordinary ones are taken in runs.
+enum : unsigned char { kOrdinary, kBlank, kQuote, kBracket };
+constexpr std::array<unsigned char, 256> kTagClass = [] {
+  std::array<unsigned char, 256> t{};
+  for (int c = 0; c <= 32; ++c) t[c] = kBlank;
+  t['"'] = kQuote;
+  t['<'] = t['>'] = kBracket;
+  return t;
+}();
 
 // Which bytes Encode must replace: 1 in element text, 2 in attribute values (strict).
 constexpr std::array<unsigned char, 256> kEncodeClass = [] {
@@ -265,8 +276,15 @@ void TXReader::SkipSpaces() {
   }
 }
 
+bool TXReader::MayBeBang() {
+  // Whether "<!" may come next: a quick look at the buffered bytes, so that the common case
+  // (a tag) does not go through MatchStr.
+  const std::string_view v = fStream->Buffered();
+  return v.size() < 2 || (v[0] == '<' && v[1] == '!');
+}
+
 bool TXReader::SkipComment() {
-  if (!fStream->MatchStr("<!--", false, true)) return false;
+  if (!MayBeBang() || !fStream->MatchStr("<!--", false, true)) return false;
   while (!AtEnd()) {
     const std::string_view v = fStream->Buffered();
     const std::size_t dash = v.find('-');
@@ -299,12 +317,13 @@ void TXReader::ReadTag(AnsiString& name, AnsiString& attrText, bool& selfClosing
     const char* p = run;
     const char* const end = run + v.size();
     for (; p < end; ++p) {
-      const char c = *p;
-      if (c == '"') {
+      const unsigned char kind = kTagClass[static_cast<unsigned char>(*p)];
+      if (kind == kOrdinary) continue;
+      if (kind == kQuote) {
         inQuotes = !inQuotes;
-      } else if (!inQuotes && (c == '>' || c == '<')) {
-        break;
-      } else if (IsBlank(c)) {
+      } else if (kind == kBracket) {
+        if (!inQuotes) break;
+      } else {
         // The first blank ends the name; blanks before the attribute text are dropped.
         if (inName) {
           name.append(run, p);
@@ -333,16 +352,23 @@ void TXReader::ReadTag(AnsiString& name, AnsiString& attrText, bool& selfClosing
   }
 }
 
-void TXReader::ReadText(AnsiString& text, bool& cdata) {
+void TXReader::ReadText(AnsiString& text, bool& cdata, bool dropLeading) {
   text.clear();
   cdata = false;
   while (!AtEnd()) {
     const std::string_view v = fStream->Buffered();
-    std::size_t i = 0;
-    while (i < v.size() && v[i] != '<' && v[i] != '&') ++i;
-    text.append(v.data(), i);
+    std::size_t from = 0;
+    if (dropLeading && text.empty())
+      while (from < v.size() && IsBlank(v[from])) ++from;
+    // Two vectorised scans beat one loop over the bytes: the next "<", then an "&" before it.
+    const char* lt = static_cast<const char*>(std::memchr(v.data() + from, '<', v.size() - from));
+    const std::size_t stop = lt ? static_cast<std::size_t>(lt - v.data()) : v.size();
+    const char* amp = static_cast<const char*>(std::memchr(v.data() + from, '&', stop - from));
+    const std::size_t i = amp ? static_cast<std::size_t>(amp - v.data()) : stop;
+    text.append(v.data() + from, i - from);
     fStream->MovePos(static_cast<Int64>(i));
     if (i == v.size()) continue;
+    if (v[i] == '<' && !MayBeBang()) return;  // a tag
     if (v[i] == '&') {
       // Up to and with the next ";", or to the end of the input.
       fEntity.clear();
@@ -383,7 +409,7 @@ void TXReader::ReadText(AnsiString& text, bool& cdata) {
 }
 
 void TXReader::ReadValue(Variant& value, bool& cdata) {
-  ReadText(fText, cdata);
+  ReadText(fText, cdata, false);
   value = fText.empty() ? Variant::Null() : Variant(fText);
 }
 
@@ -416,14 +442,16 @@ void TXReader::ReadItem(TXItem* item) {
   for (;;) {
     fText.clear();
     cdata = false;
-    if (parent) ReadText(fText, cdata);
+    // Leading blanks would be trimmed away, so they are not even gathered.
+    if (parent) ReadText(fText, cdata, true);
     do ReadTag(name, attrText, selfClosing, endTag);
-    while (name.compare(0, 4, "?xml") == 0);
+    while (name.size() >= 4 && name[0] == '?' && name.compare(0, 4, "?xml") == 0);
     if (parent) StoreText(parent, fText, cdata, endTag);
     if (name.empty()) return;
     if (endTag) {
       if (!parent) RaiseAt(fTagPos, Format(_SErrXMLEndTagFound, name));
-      if (!AnsiSameText(std::string_view(name).substr(1), parent->get_Name()))
+      const std::string_view closes = std::string_view(name).substr(1);
+      if (closes != parent->get_Name() && !AnsiSameText(closes, parent->get_Name()))
         RaiseAt(fTagPos, Format(_SErrXMLNoEndTag, parent->get_Name()));
       if (parent == item) return;
       parent = parent->get_Parent();

@@ -113,8 +113,10 @@ class OSTREL_API TXReader {
  private:
   // Whether no byte is left (also when the stream gives fewer bytes than its size).
   bool AtEnd();
-  // ReadValue into a string, empty for none.
-  void ReadText(AnsiString& text, bool& cdata);
+  // ReadValue into a string, empty for none; with dropLeading, without its leading blanks.
+  void ReadText(AnsiString& text, bool& cdata, bool dropLeading);
+  // Whether the bytes ahead may be "<!" (false only when they surely are not).
+  bool MayBeBang();
   // Raises EXMLError, counting line and column up to position by reading the input again.
   [[noreturn]] void RaiseAt(Int64 position, std::string_view detail);
 
