@@ -22,6 +22,7 @@ struct Forms {
 
   TControl* Form(const char* name) { return static_cast<TControl*>(form.FindComponent(name)); }
   TControl* Frame(const char* name) { return static_cast<TControl*>(frame.FindComponent(name)); }
+  TControl* Any(const char* name) { return Form(name) ? Form(name) : Frame(name); }
   TkxLayoutMergeItem* Item(TControl* source, std::string_view sourceShift, TControl* target,
                            std::string_view targetShift, TkxLayoutMergeMode mode = mmInsertAfter) {
     TkxLayoutMergeItem* item = schema.Items()->Add();
@@ -141,71 +142,36 @@ TEST(LayoutMerge, NotMergingHidesEverySourceWithoutLookingAtTargets) {
 }
 
 TEST(LayoutMerge, FailuresRaiseTheirMessagesAndKeepEarlierItemsApplied) {
-  // Each case: a first item that succeeds (moves Rest after Footer), then the failing one,
-  // then one that would move Part, which must not happen.
-  struct Case { const char* what; std::function<void(Forms&, TkxLayoutMergeItem&)> set; const char* message; };
+  // "edLoose" is on the frame's grid in no panel, "orphan" on no grid at all.
+  struct Case { const char *source, *sourceShift, *target, *targetName, *targetShift;
+                TkxLayoutGrid* Forms::*layout; const char* message; };
   const Case cases[] = {
-      {"source in no panel", [](Forms& f, TkxLayoutMergeItem& i) {
-         auto* loose = NewComponent<TkxLayoutControl>(f.frame);
-         loose->SetName("edLoose");
-         loose->SetParent(f.frameGrid);
-         i.SetSourcePoint(loose);
-       }, "TkxLayoutMergeSchema: source \"edLoose:root\" not found"},
-      {"source climbs above the tree", [](Forms& f, TkxLayoutMergeItem& i) {
-         i.SetSourcePoint(f.Frame("edX"));
-         i.SetSourceShift("parent.Parent");
-       }, "TkxLayoutMergeSchema: source \"edX:parent.Parent\" not found"},
-      {"source without a grid", [](Forms& f, TkxLayoutMergeItem& i) {
-         f.Frame("edX")->SetParent(nullptr);
-         i.SetSourcePoint(f.Frame("edX"));
-       }, "TkxLayoutMergeSchema: source \"edX:root\" not found"},
-      {"invalid source shift", [](Forms& f, TkxLayoutMergeItem& i) {
-         i.SetSourcePoint(f.Frame("edY"));
-         i.SetSourceShift("root.up");
-       }, "TkxLayoutMergeItem: invalid shift \"edY:root.up\""},
-      {"no target layout", [](Forms& f, TkxLayoutMergeItem& i) {
-         i.SetSourcePoint(f.Frame("edX"));
-         i.SetTargetPointName("edA");
-       }, "TkxLayoutMergeSchema: TargetLayout = nil"},
-      {"target point without a parent", [](Forms& f, TkxLayoutMergeItem& i) {
-         f.schema.SetTargetLayout(f.formGrid);
-         auto* orphan = NewComponent<TkxLayoutControl>(f.form);
-         orphan->SetName("orphan");
-         i.SetSourcePoint(f.Frame("edX"));
-         i.SetTargetPoint(orphan);
-       }, "TkxLayoutMergeSchema: TargetLayout = nil"},
-      {"no target name", [](Forms& f, TkxLayoutMergeItem& i) {
-         f.schema.SetTargetLayout(f.formGrid);
-         i.SetSourcePoint(f.Frame("edX"));
-       }, "TkxLayoutMergeSchema: TargetPoint  = nil"},
-      {"unknown target name", [](Forms& f, TkxLayoutMergeItem& i) {
-         f.schema.SetTargetLayout(f.formGrid);
-         i.SetSourcePoint(f.Frame("edX"));
-         i.SetTargetPointName("edNone");
-       }, "TkxLayoutMergeSchema: TargetPoint  = nil"},
-      {"target name below the grid only", [](Forms& f, TkxLayoutMergeItem& i) {
-         f.schema.SetTargetLayout(f.frameGrid);  // the frame grid has no edA
-         i.SetSourcePoint(f.Frame("edX"));
-         i.SetTargetPointName("edA");
-       }, "TkxLayoutMergeSchema: TargetPoint  = nil"},
-      {"target climbs above the tree", [](Forms& f, TkxLayoutMergeItem& i) {
-         i.SetSourcePoint(f.Frame("edX"));
-         i.SetTargetPoint(f.Form("edNo"));
-         i.SetTargetShift("Parent.parent");
-       }, "TkxLayoutMergeSchema: target \"edNo:Parent.parent\" not found"},
-      {"invalid target shift", [](Forms& f, TkxLayoutMergeItem& i) {
-         i.SetSourcePoint(f.Frame("edX"));
-         i.SetTargetPoint(f.Form("edNo"));
-         i.SetTargetShift("top");
-       }, "TkxLayoutMergeItem: invalid shift \"edNo:top\""},
+      {"edLoose", "root", "", "", "root", nullptr, "TkxLayoutMergeSchema: source \"edLoose:root\" not found"},
+      {"edX", "parent.Parent", "", "", "", nullptr, "TkxLayoutMergeSchema: source \"edX:parent.Parent\" not found"},
+      {"orphan", "root", "", "", "", nullptr, "TkxLayoutMergeSchema: source \"orphan:root\" not found"},
+      {"edY", "root.up", "", "", "", nullptr, "TkxLayoutMergeItem: invalid shift \"edY:root.up\""},
+      {"edX", "root", "", "edA", "root", nullptr, "TkxLayoutMergeSchema: TargetLayout = nil"},
+      {"edX", "root", "orphan", "", "root", &Forms::formGrid, "TkxLayoutMergeSchema: TargetLayout = nil"},
+      {"edX", "root", "", "", "root", &Forms::formGrid, "TkxLayoutMergeSchema: TargetPoint  = nil"},
+      {"edX", "root", "", "edNone", "root", &Forms::formGrid, "TkxLayoutMergeSchema: TargetPoint  = nil"},
+      {"edX", "root", "", "edA", "root", &Forms::frameGrid, "TkxLayoutMergeSchema: TargetPoint  = nil"},
+      {"edX", "root", "edLoose", "", "root", nullptr, "TkxLayoutMergeSchema: target \"edLoose:root\" not found"},
+      {"edX", "", "edNo", "", "Parent.parent", nullptr, "TkxLayoutMergeSchema: target \"edNo:Parent.parent\" not found"},
+      {"edX", "", "edNo", "", "top", nullptr, "TkxLayoutMergeItem: invalid shift \"edNo:top\""},
   };
   for (const Case& c : cases) {
     Forms f;
+    auto* loose = NewComponent<TkxLayoutControl>(f.frame);
+    loose->SetName("edLoose");
+    loose->SetParent(f.frameGrid);
+    NewComponent<TkxLayoutControl>(f.form)->SetName("orphan");
+    if (c.layout) f.schema.SetTargetLayout(f.*c.layout);
+    // A first item that succeeds, the failing one, then one that must not run.
     f.Item(f.Frame("edZ"), "root", f.Form("btnOk"), "root");
-    c.set(f, *f.schema.Items()->Add());
+    f.Item(f.Any(c.source), c.sourceShift, f.Any(c.target), c.targetShift)->SetTargetPointName(c.targetName);
     f.Item(f.Frame("edY"), "root", f.Form("edNo"), "root");
-    EXPECT_EQ(MessageOf([&] { f.schema.Apply(true); }), c.message) << c.what;
-    EXPECT_EQ(Shape(*f.formGrid), "Header[edNo] Body[edA](Inner[edB]) Footer[btnOk] Rest[edZ]") << c.what;
+    EXPECT_EQ(MessageOf([&] { f.schema.Apply(true); }), c.message) << c.source << " " << c.target;
+    EXPECT_EQ(Shape(*f.formGrid), "Header[edNo] Body[edA](Inner[edB]) Footer[btnOk] Rest[edZ]") << c.message;
   }
 }
 
