@@ -63,27 +63,37 @@ int RawSlave(const Pty& pty) {
 
 void Compare(benchmark::State& state, bool toMaster) {
   double rawTime = 0, portTime = 0;
+  auto raw = [&] {
+    Pty pty;
+    int fd = RawSlave(pty);
+    rawTime += Run(pty, toMaster, [&](char* p, std::size_t n) -> std::size_t {
+      ssize_t r = toMaster ? ::write(fd, p, n) : ::read(fd, p, n);
+      return r > 0 ? static_cast<std::size_t>(r) : 0;
+    });
+    ::close(fd);
+  };
+  auto port = [&] {
+    Pty pty;
+    TkxCommPort commPort;
+    commPort.SetDevicePath(pty.SlavePath());
+    commPort.SetEvents({});
+    commPort.Open();
+    portTime += Run(pty, toMaster, [&](char* p, std::size_t n) -> std::size_t {
+      Integer count = static_cast<Integer>(n);
+      return static_cast<std::size_t>(toMaster ? commPort.Write(p, count, -1) : commPort.Read(p, count, 10000));
+    });
+  };
+  // Taking turns at going first, so that neither side gains from its place.
+  bool rawFirst = true;
   for (auto _ : state) {
-    {
-      Pty pty;
-      int fd = RawSlave(pty);
-      rawTime += Run(pty, toMaster, [&](char* p, std::size_t n) -> std::size_t {
-        ssize_t r = toMaster ? ::write(fd, p, n) : ::read(fd, p, n);
-        return r > 0 ? static_cast<std::size_t>(r) : 0;
-      });
-      ::close(fd);
+    if (rawFirst) {
+      raw();
+      port();
+    } else {
+      port();
+      raw();
     }
-    {
-      Pty pty;
-      TkxCommPort port;
-      port.SetDevicePath(pty.SlavePath());
-      port.SetEvents({});
-      port.Open();
-      portTime += Run(pty, toMaster, [&](char* p, std::size_t n) -> std::size_t {
-        Integer count = static_cast<Integer>(n);
-        return static_cast<std::size_t>(toMaster ? port.Write(p, count, -1) : port.Read(p, count, 10000));
-      });
-    }
+    rawFirst = !rawFirst;
   }
   double mb = static_cast<double>(Volume) * static_cast<double>(state.iterations()) / 1e6;
   state.counters["raw_MBps"] = mb / rawTime;

@@ -109,6 +109,8 @@ int RunScan(Cli& cli, std::vector<AnsiString> args) {
   TkxCommPort probe;  // checks the arguments and gives the settings text
   SetUpPort(probe, a);
   RegisterSerialScannerModule({{a.port, probe.ParamsText(), probe.DevicePath(), "\r\n"}});
+  // A console program has no window to be in the foreground: it is always the active one.
+  SetAppActiveQuery([] { return true; });
   TBCReader reader;
   Integer seen = 0;
   reader.OnScan = [&](TObject*, const AnsiString& code) {

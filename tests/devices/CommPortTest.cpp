@@ -276,6 +276,20 @@ TEST(CommPortDevice, OpenAndCloseStates) {
   EXPECT_TRUE(second.Active());
 }
 
+TEST(CommPortDevice, PortNumbersOpenTheirMappedDevices) {
+  Pty pty;
+  EXPECT_EQ(Join(CommPortDevice(1), CommPortDevice(16)), "/dev/ttyS0 /dev/ttyS15");
+  SetCommPortDevice(4, pty.SlavePath());
+  TkxCommPort port;
+  port.SetPortNumber(4);
+  port.Open();
+  EXPECT_EQ(port.WriteStr("via COM4", -1), 8);
+  EXPECT_EQ(pty.ReadExactly(8, 1000), "via COM4");
+  port.Close();
+  SetCommPortDevice(4, "");
+  EXPECT_EQ(CommPortDevice(4), "/dev/ttyS3");
+}
+
 TEST(CommPortDevice, OpenWaitsForLoadingAndNeverHappensInDesign) {
   Pty pty;
   TkxCommPort loading;

@@ -9,6 +9,7 @@
 #ifdef _WIN32
 #include <windows.h>
 #else
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
@@ -312,7 +313,10 @@ bool SaveValues(const fs::path& dir, const ValueList& values) {
     text += '\n';
   }
   fs::path target = dir / ValuesFile;
-  fs::path temp = dir / (std::string(ValuesFile) + ".tmp" + std::to_string(::getpid()));
+  // One temporary file per writer, also between threads of one process.
+  static std::atomic<unsigned> writes{0};
+  fs::path temp = dir / (std::string(ValuesFile) + ".tmp" + std::to_string(::getpid()) + "." +
+                         std::to_string(writes.fetch_add(1)));
   int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   if (fd < 0) return false;
   std::size_t done = 0;
