@@ -58,17 +58,23 @@ const std::vector<double>& Amounts() {
   return v;
 }
 
-void BM_RoundExt(benchmark::State& state) {
+// RoundExt as the platform does it (the x87 unit on x86) and in software (what 64-bit ARM
+// runs), on the same amounts.
+template <Extended (*Round)(Extended, int, TDecimalRoundingCtrl)>
+void BM_Round(benchmark::State& state) {
   const auto mode = static_cast<TDecimalRoundingCtrl>(state.range(0));
   const std::vector<double>& in = Amounts();
   std::size_t i = 0;
   for (auto _ : state) {
-    benchmark::DoNotOptimize(RoundExt(in[i] * 1.0375, 2, mode));
+    benchmark::DoNotOptimize(Round(in[i] * 1.0375, 2, mode));
     i = (i + 1) & (kCount - 1);
   }
   state.SetItemsProcessed(state.iterations());
 }
+void BM_RoundExt(benchmark::State& state) { BM_Round<RoundExt>(state); }
+void BM_RoundExtSoftware(benchmark::State& state) { BM_Round<RoundExtSoftware>(state); }
 BENCHMARK(BM_RoundExt)->DenseRange(0, 9)->ArgName("mode");
+BENCHMARK(BM_RoundExtSoftware)->DenseRange(0, 9)->ArgName("mode");
 
 void BM_CrcToText(benchmark::State& state, const char* lang, bool integers) {
   const std::vector<double>& amounts = Amounts();

@@ -13,105 +13,15 @@
 
 namespace ostrel {
 
-namespace {
+using namespace detail80;
 
-__extension__ typedef unsigned __int128 U128;
-
-constexpr UInt64 kTop = UInt64{1} << 63;
-constexpr Word kSign = 0x8000;
-// The value of the last significand bit of the denormals (and of the smallest normals).
-constexpr int kMinLsbExp = 1 - Extended80::kBias - 63;
-
-constexpr Extended80 Infinity(bool negative) {
-  return Extended80::FromBits(static_cast<Word>((negative ? kSign : 0) | Extended80::kMaxExp), kTop);
-}
-// What the x87 unit gives for an invalid operation (0/0, inf - inf, 0 * inf).
-constexpr Extended80 kIndefinite = Extended80::FromBits(0xFFFF, 0xC000000000000000ull);
-
-int LeadingZeros(U128 v) {
-  const UInt64 hi = static_cast<UInt64>(v >> 64);
-  return hi != 0 ? std::countl_zero(hi) : 64 + std::countl_zero(static_cast<UInt64>(v));
-}
-
-// v >> shift with every bit shifted out folded into the last bit, so that rounding further
-// up still sees that something was there ("jamming").
-U128 ShiftRightJam(U128 v, int shift) {
-  if (shift <= 0) return v;
-  if (shift >= 128) return v != 0 ? 1 : 0;
-  const U128 kept = v >> shift;
-  return kept | ((kept << shift) != v ? 1 : 0);
-}
-
-// sig * 2^exp rounded to nearest, ties to even, with gradual underflow and overflow to
-// infinity: the one place where results are rounded.
-Extended80 Pack(bool negative, int exp, U128 sig) {
-  const Word sign = negative ? kSign : 0;
-  if (sig == 0) return Extended80::FromBits(sign, 0);
-  const int lz = LeadingZeros(sig);
-  sig <<= lz;
-  exp -= lz;
-  int biased = exp + 64 - kMinLsbExp + 1;  // of the top 64 bits taken as the significand
-  if (biased >= Extended80::kMaxExp) return Infinity(negative);
-  if (biased <= 0) {
-    sig = ShiftRightJam(sig, 1 - biased);
-    biased = 0;
-  }
-  UInt64 mant = static_cast<UInt64>(sig >> 64);
-  const UInt64 rest = static_cast<UInt64>(sig);
-  if (rest > kTop || (rest == kTop && (mant & 1) != 0)) {
-    if (++mant == 0) {  // carried out of the significand
-      mant = kTop;
-      if (++biased >= Extended80::kMaxExp) return Infinity(negative);
-    } else if (biased == 0 && (mant & kTop) != 0) {
-      biased = 1;  // the largest denormal rounded up to the smallest normal
-    }
-  }
-  return Extended80::FromBits(static_cast<Word>(sign | biased), mant);
-}
-
-// A finite value as sign, normalised significand (top bit set unless zero) and the exponent
-// of its last bit.
-struct Parts {
-  bool negative;
-  int exp;
-  UInt64 mant;
-};
-
-Parts Unpack(Extended80 a) {
-  Parts p{a.Negative(), 0, a.Mantissa()};
-  if (p.mant == 0) return p;
-  const int lz = std::countl_zero(p.mant);
-  p.mant <<= lz;
-  p.exp = (a.BiasedExp() == 0 ? 1 : a.BiasedExp()) - Extended80::kBias - 63 - lz;
-  return p;
-}
-
-bool IsZero(Extended80 a) { return IsFinite(a) && a.Mantissa() == 0; }
-
-// A NaN operand comes back quiet, the first one when both are NaN.
-Extended80 PropagateNaN(Extended80 a, Extended80 b) {
-  const Extended80 n = IsNaN(a) ? a : b;
-  return Extended80::FromBits(n.SignExp(), n.Mantissa() | (kTop >> 1));
-}
-
-// |a| compared with |b|, both not NaN: canonical encodings order as (exponent, significand).
-int CompareMagnitude(Extended80 a, Extended80 b) {
-  if (a.BiasedExp() != b.BiasedExp()) return a.BiasedExp() < b.BiasedExp() ? -1 : 1;
-  if (a.Mantissa() != b.Mantissa()) return a.Mantissa() < b.Mantissa() ? -1 : 1;
-  return 0;
-}
-
-}  // namespace
 
 // ---------------------------------------------------------------------------------------
 // Conversions from and to the platform's long double
 
-Extended80::Extended80(Extended x) {
-#if LDBL_MANT_DIG == 64
-  static_assert(sizeof(Extended) >= 10);
-  std::memcpy(&fMant, &x, 8);
-  std::memcpy(&fSignExp, reinterpret_cast<const char*>(&x) + 8, 2);
-#elif LDBL_MANT_DIG == 113
+#if LDBL_MANT_DIG != 64
+Extended80 Extended80::FromWider(Extended x) {
+#  if LDBL_MANT_DIG == 113
   static_assert(sizeof(Extended) == 16 && std::endian::native == std::endian::little);
   UInt64 lo = 0, hi = 0;
   std::memcpy(&lo, &x, 8);
@@ -120,14 +30,13 @@ Extended80::Extended80(Extended x) {
   const int biased = static_cast<int>((hi >> 48) & 0x7FFF);
   const U128 frac = (static_cast<U128>(hi & ((UInt64{1} << 48) - 1)) << 64) | lo;
   if (biased == 0x7FFF) {
-    *this = frac == 0 ? Infinity(negative)
-                      : FromBits(static_cast<Word>((negative ? kSign : 0) | kMaxExp),
-                                 kTop | (kTop >> 1) | static_cast<UInt64>(frac >> 49));
-    return;
+    return frac == 0 ? Infinity(negative)
+                     : FromBits(static_cast<Word>((negative ? kSign : 0) | kMaxExp),
+                                kTop | (kTop >> 1) | static_cast<UInt64>(frac >> 49));
   }
   const U128 sig = biased == 0 ? frac : frac | (U128{1} << 112);
-  *this = Pack(negative, (biased == 0 ? 1 : biased) - kBias - 112, sig);
-#elif LDBL_MANT_DIG == 53
+  return Pack(negative, (biased == 0 ? 1 : biased) - kBias - 112, sig);
+#  elif LDBL_MANT_DIG == 53
   const double d = static_cast<double>(x);
   UInt64 bits = 0;
   std::memcpy(&bits, &d, 8);
@@ -135,33 +44,23 @@ Extended80::Extended80(Extended x) {
   const int biased = static_cast<int>((bits >> 52) & 0x7FF);
   const UInt64 frac = bits & ((UInt64{1} << 52) - 1);
   if (biased == 0x7FF) {
-    *this = frac == 0 ? Infinity(negative)
-                      : FromBits(static_cast<Word>((negative ? kSign : 0) | kMaxExp),
-                                 kTop | (kTop >> 1) | (frac << 11));
-    return;
+    return frac == 0 ? Infinity(negative)
+                     : FromBits(static_cast<Word>((negative ? kSign : 0) | kMaxExp),
+                                kTop | (kTop >> 1) | (frac << 11));
   }
   const UInt64 sig = biased == 0 ? frac : frac | (UInt64{1} << 52);
-  *this = Pack(negative, (biased == 0 ? 1 : biased) - 1023 - 52, sig);
-#else
-#  error "unsupported long double format"
-#endif
+  return Pack(negative, (biased == 0 ? 1 : biased) - 1023 - 52, sig);
+#  else
+#    error "unsupported long double format"
+#  endif
 }
 
-Extended Extended80::ToExtended() const {
-#if LDBL_MANT_DIG == 64
-  Extended x = 0;
-  std::memcpy(&x, &fMant, 8);
-  std::memcpy(reinterpret_cast<char*>(&x) + 8, &fSignExp, 2);
-  return x;
-#elif LDBL_MANT_DIG == 113
+Extended Extended80::ToOther() const {
+#  if LDBL_MANT_DIG == 113
   const int biased = BiasedExp();
   // The binary128 fraction: the 63 bits below the explicit integer bit, at its top; the
   // 80-bit denormals are binary128 denormals with the same last-bit value scaled by 2^49.
-  U128 frac;
-  if (biased == 0)
-    frac = static_cast<U128>(fMant) << 49;
-  else
-    frac = static_cast<U128>(fMant & ~kTop) << 49;
+  const U128 frac = static_cast<U128>(biased == 0 ? fMant : fMant & ~kTop) << 49;
   const UInt64 hi = (static_cast<UInt64>(Negative()) << 63) |
                     (static_cast<UInt64>(biased) << 48) | static_cast<UInt64>(frac >> 64);
   const UInt64 lo = static_cast<UInt64>(frac);
@@ -169,103 +68,22 @@ Extended Extended80::ToExtended() const {
   std::memcpy(&x, &lo, 8);
   std::memcpy(reinterpret_cast<char*>(&x) + 8, &hi, 8);
   return x;
-#else
+#  else
   if (IsNaN(*this)) return std::numeric_limits<Extended>::quiet_NaN();
   const Extended inf = std::numeric_limits<Extended>::infinity();
   if (!IsFinite(*this)) return Negative() ? -inf : inf;
   const Parts p = Unpack(*this);
   const Extended m = std::ldexp(static_cast<Extended>(p.mant), p.exp);
   return p.negative ? -m : m;
-#endif
+#  endif
 }
+#endif
 
 Extended80 Extended80::FromInt(Int64 v) {
   const UInt64 mag = v < 0 ? UInt64{0} - static_cast<UInt64>(v) : static_cast<UInt64>(v);
   return Pack(v < 0, 0, mag);
 }
 
-// ---------------------------------------------------------------------------------------
-// Arithmetic
-
-Extended80 operator*(Extended80 a, Extended80 b) {
-  if (IsNaN(a) || IsNaN(b)) return PropagateNaN(a, b);
-  const bool negative = a.Negative() != b.Negative();
-  if (!IsFinite(a) || !IsFinite(b)) {
-    if (IsZero(a) || IsZero(b)) return kIndefinite;
-    return Infinity(negative);
-  }
-  const Parts pa = Unpack(a), pb = Unpack(b);
-  return Pack(negative, pa.exp + pb.exp, static_cast<U128>(pa.mant) * pb.mant);
-}
-
-Extended80 operator/(Extended80 a, Extended80 b) {
-  if (IsNaN(a) || IsNaN(b)) return PropagateNaN(a, b);
-  const bool negative = a.Negative() != b.Negative();
-  if (!IsFinite(a)) return IsFinite(b) ? Infinity(negative) : kIndefinite;
-  if (!IsFinite(b)) return Extended80::FromBits(negative ? kSign : 0, 0);
-  if (IsZero(b)) return IsZero(a) ? kIndefinite : Infinity(negative);
-  if (IsZero(a)) return Extended80::FromBits(negative ? kSign : 0, 0);
-  const Parts pa = Unpack(a), pb = Unpack(b);
-  // A 64-bit quotient with its top bit set, then the remainder as guard and sticky bits.
-  const bool shifted = pa.mant >= pb.mant;
-  const U128 num = static_cast<U128>(pa.mant) << (shifted ? 63 : 64);
-  const UInt64 q = static_cast<UInt64>(num / pb.mant);
-  const UInt64 r = static_cast<UInt64>(num % pb.mant);
-  UInt64 low = 0;
-  if (r != 0) {
-    const UInt64 other = pb.mant - r;  // r / mant compared with one half
-    low = r > other ? (kTop | 1) : (r == other ? kTop : 1);
-  }
-  const int exp = pa.exp - pb.exp - (shifted ? 63 : 64) - 64;
-  return Pack(negative, exp, (static_cast<U128>(q) << 64) | low);
-}
-
-Extended80 operator+(Extended80 a, Extended80 b) {
-  if (IsNaN(a) || IsNaN(b)) return PropagateNaN(a, b);
-  if (!IsFinite(a) || !IsFinite(b)) {
-    if (!IsFinite(a) && !IsFinite(b) && a.Negative() != b.Negative()) return kIndefinite;
-    return IsFinite(a) ? b : a;
-  }
-  if (IsZero(a) && IsZero(b))
-    return Extended80::FromBits(a.Negative() && b.Negative() ? kSign : 0, 0);
-  if (IsZero(a)) return b;
-  if (IsZero(b)) return a;
-  if (CompareMagnitude(a, b) < 0) std::swap(a, b);
-  const Parts pa = Unpack(a), pb = Unpack(b);
-  // The larger significand one bit below the top of 128, so that a sum cannot carry out;
-  // 63 guard bits below it make the jammed smaller operand round correctly.
-  const U128 big = static_cast<U128>(pa.mant) << 63;
-  const U128 small = ShiftRightJam(static_cast<U128>(pb.mant) << 63, pa.exp - pb.exp);
-  if (pa.negative == pb.negative) return Pack(pa.negative, pa.exp - 63, big + small);
-  const U128 diff = big - small;
-  if (diff == 0) return Extended80();  // x - x is +0 when rounding to nearest
-  return Pack(pa.negative, pa.exp - 63, diff);
-}
-
-Extended80 operator-(Extended80 a, Extended80 b) { return a + (-b); }
-
-bool operator==(Extended80 a, Extended80 b) {
-  if (IsNaN(a) || IsNaN(b)) return false;
-  if (IsZero(a) && IsZero(b)) return true;
-  return a.Negative() == b.Negative() && CompareMagnitude(a, b) == 0;
-}
-
-bool operator<(Extended80 a, Extended80 b) {
-  if (IsNaN(a) || IsNaN(b)) return false;
-  if (IsZero(a) && IsZero(b)) return false;
-  if (a.Negative() != b.Negative()) return a.Negative();
-  const int c = CompareMagnitude(a, b);
-  return a.Negative() ? c > 0 : c < 0;
-}
-
-Extended80 Trunc(Extended80 a) {
-  if (!IsFinite(a) || a.Mantissa() == 0) return a;
-  const int biased = a.BiasedExp();
-  if (biased < Extended80::kBias) return Extended80::FromBits(a.SignExp() & kSign, 0);
-  const int fracBits = Extended80::kBias + 63 - biased;
-  if (fracBits <= 0) return a;
-  return Extended80::FromBits(a.SignExp(), a.Mantissa() & ~((UInt64{1} << fracBits) - 1));
-}
 
 // ---------------------------------------------------------------------------------------
 // Decimal conversions

@@ -24,6 +24,9 @@
 #include <ostrel/rtl/Types.h>
 
 #include <cfloat>
+#include <bit>
+#include <cstring>
+#include <utility>
 #include <string_view>
 
 // 1 where long double is the x87 80-bit format and computed by the x87 unit.
@@ -42,7 +45,14 @@ class OSTREL_API Extended80 {
 
   constexpr Extended80() = default;  // +0
   // Rounded to nearest where Extended is wider (see above), exact otherwise.
-  Extended80(Extended x);  // NOLINT: converts implicitly, as a built-in float would
+  Extended80(Extended x) {  // NOLINT: converts implicitly, as a built-in float would
+#if LDBL_MANT_DIG == 64
+    std::memcpy(&fMant, &x, 8);
+    std::memcpy(&fSignExp, reinterpret_cast<const char*>(&x) + 8, 2);
+#else
+    *this = FromWider(x);
+#endif
+  }
   static constexpr Extended80 FromBits(Word signExp, UInt64 mantissa) {
     Extended80 r;
     r.fSignExp = signExp;
@@ -51,16 +61,25 @@ class OSTREL_API Extended80 {
   }
   static Extended80 FromInt(Int64 v);
 
-  Extended ToExtended() const;
+  Extended ToExtended() const {
+#if LDBL_MANT_DIG == 64
+    Extended x = 0;
+    std::memcpy(&x, &fMant, 8);
+    std::memcpy(reinterpret_cast<char*>(&x) + 8, &fSignExp, 2);
+    return x;
+#else
+    return ToOther();
+#endif
+  }
   constexpr Word SignExp() const { return fSignExp; }
   constexpr UInt64 Mantissa() const { return fMant; }
   constexpr bool Negative() const { return (fSignExp & 0x8000) != 0; }
   constexpr int BiasedExp() const { return fSignExp & 0x7FFF; }
 
-  friend OSTREL_API Extended80 operator+(Extended80 a, Extended80 b);
-  friend OSTREL_API Extended80 operator-(Extended80 a, Extended80 b);
-  friend OSTREL_API Extended80 operator*(Extended80 a, Extended80 b);
-  friend OSTREL_API Extended80 operator/(Extended80 a, Extended80 b);
+  friend Extended80 operator+(Extended80 a, Extended80 b);
+  friend Extended80 operator-(Extended80 a, Extended80 b);
+  friend Extended80 operator*(Extended80 a, Extended80 b);
+  friend Extended80 operator/(Extended80 a, Extended80 b);
   friend constexpr Extended80 operator-(Extended80 a) {
     return FromBits(static_cast<Word>(a.fSignExp ^ 0x8000), a.fMant);
   }
@@ -70,8 +89,8 @@ class OSTREL_API Extended80 {
   Extended80& operator/=(Extended80 b) { return *this = *this / b; }
 
   // IEEE comparisons: NaN is unordered (every comparison but != false), -0 equals +0.
-  friend OSTREL_API bool operator==(Extended80 a, Extended80 b);
-  friend OSTREL_API bool operator<(Extended80 a, Extended80 b);
+  friend bool operator==(Extended80 a, Extended80 b);
+  friend bool operator<(Extended80 a, Extended80 b);
   friend bool operator!=(Extended80 a, Extended80 b) { return !(a == b); }
   friend bool operator>(Extended80 a, Extended80 b) { return b < a; }
   friend bool operator<=(Extended80 a, Extended80 b) { return a < b || a == b; }
@@ -85,12 +104,194 @@ class OSTREL_API Extended80 {
     return FromBits(static_cast<Word>(a.fSignExp & 0x7FFF), a.fMant);
   }
   // Towards zero, keeping the sign (-0.5 gives -0).
-  friend OSTREL_API Extended80 Trunc(Extended80 a);
+  friend Extended80 Trunc(Extended80 a);
 
  private:
+  static Extended80 FromWider(Extended x);  // long double not the x87 format
+  Extended ToOther() const;
+
   UInt64 fMant = 0;
   Word fSignExp = 0;
 };
+
+namespace detail80 {
+
+__extension__ typedef unsigned __int128 U128;  // GCC and Clang, on every 64-bit target
+
+constexpr UInt64 kTop = UInt64{1} << 63;
+constexpr Word kSign = 0x8000;
+// The value of the last significand bit of the denormals (and of the smallest normals).
+constexpr int kMinLsbExp = 1 - Extended80::kBias - 63;
+
+constexpr Extended80 Infinity(bool negative) {
+  return Extended80::FromBits(static_cast<Word>((negative ? kSign : 0) | Extended80::kMaxExp), kTop);
+}
+// What the x87 unit gives for an invalid operation (0/0, inf - inf, 0 * inf).
+constexpr Extended80 kIndefinite = Extended80::FromBits(0xFFFF, 0xC000000000000000ull);
+
+inline int LeadingZeros(U128 v) {
+  const UInt64 hi = static_cast<UInt64>(v >> 64);
+  return hi != 0 ? std::countl_zero(hi) : 64 + std::countl_zero(static_cast<UInt64>(v));
+}
+
+// v >> shift with every bit shifted out folded into the last bit, so that rounding further
+// up still sees that something was there ("jamming").
+inline U128 ShiftRightJam(U128 v, int shift) {
+  if (shift <= 0) return v;
+  if (shift >= 128) return v != 0 ? 1 : 0;
+  const U128 kept = v >> shift;
+  return kept | ((kept << shift) != v ? 1 : 0);
+}
+
+// sig * 2^exp rounded to nearest, ties to even, with gradual underflow and overflow to
+// infinity: the one place where results are rounded.
+inline Extended80 Pack(bool negative, int exp, U128 sig) {
+  const Word sign = negative ? kSign : 0;
+  if (sig == 0) return Extended80::FromBits(sign, 0);
+  const int lz = LeadingZeros(sig);
+  sig <<= lz;
+  exp -= lz;
+  int biased = exp + 64 - kMinLsbExp + 1;  // of the top 64 bits taken as the significand
+  if (biased >= Extended80::kMaxExp) return Infinity(negative);
+  if (biased <= 0) {
+    sig = ShiftRightJam(sig, 1 - biased);
+    biased = 0;
+  }
+  UInt64 mant = static_cast<UInt64>(sig >> 64);
+  const UInt64 rest = static_cast<UInt64>(sig);
+  if (rest > kTop || (rest == kTop && (mant & 1) != 0)) {
+    if (++mant == 0) {  // carried out of the significand
+      mant = kTop;
+      if (++biased >= Extended80::kMaxExp) return Infinity(negative);
+    } else if (biased == 0 && (mant & kTop) != 0) {
+      biased = 1;  // the largest denormal rounded up to the smallest normal
+    }
+  }
+  return Extended80::FromBits(static_cast<Word>(sign | biased), mant);
+}
+
+// A finite value as sign, normalised significand (top bit set unless zero) and the exponent
+// of its last bit.
+struct Parts {
+  bool negative;
+  int exp;
+  UInt64 mant;
+};
+
+inline Parts Unpack(Extended80 a) {
+  Parts p{a.Negative(), 0, a.Mantissa()};
+  if (p.mant == 0) return p;
+  const int lz = std::countl_zero(p.mant);
+  p.mant <<= lz;
+  p.exp = (a.BiasedExp() == 0 ? 1 : a.BiasedExp()) - Extended80::kBias - 63 - lz;
+  return p;
+}
+
+inline bool IsZero(Extended80 a) { return IsFinite(a) && a.Mantissa() == 0; }
+
+// A NaN operand comes back quiet, the first one when both are NaN.
+inline Extended80 PropagateNaN(Extended80 a, Extended80 b) {
+  const Extended80 n = IsNaN(a) ? a : b;
+  return Extended80::FromBits(n.SignExp(), n.Mantissa() | (kTop >> 1));
+}
+
+// |a| compared with |b|, both not NaN: canonical encodings order as (exponent, significand).
+inline int CompareMagnitude(Extended80 a, Extended80 b) {
+  if (a.BiasedExp() != b.BiasedExp()) return a.BiasedExp() < b.BiasedExp() ? -1 : 1;
+  if (a.Mantissa() != b.Mantissa()) return a.Mantissa() < b.Mantissa() ? -1 : 1;
+  return 0;
+}
+
+}  // namespace detail80
+
+// ---------------------------------------------------------------------------------------
+// Arithmetic, inline: the rounding code runs a dozen of these per call.
+
+inline Extended80 operator*(Extended80 a, Extended80 b) {
+  using namespace detail80;
+  if (IsNaN(a) || IsNaN(b)) return PropagateNaN(a, b);
+  const bool negative = a.Negative() != b.Negative();
+  if (!IsFinite(a) || !IsFinite(b)) {
+    if (IsZero(a) || IsZero(b)) return kIndefinite;
+    return Infinity(negative);
+  }
+  const Parts pa = Unpack(a), pb = Unpack(b);
+  return Pack(negative, pa.exp + pb.exp, static_cast<U128>(pa.mant) * pb.mant);
+}
+
+inline Extended80 operator/(Extended80 a, Extended80 b) {
+  using namespace detail80;
+  if (IsNaN(a) || IsNaN(b)) return PropagateNaN(a, b);
+  const bool negative = a.Negative() != b.Negative();
+  if (!IsFinite(a)) return IsFinite(b) ? Infinity(negative) : kIndefinite;
+  if (!IsFinite(b)) return Extended80::FromBits(negative ? kSign : 0, 0);
+  if (IsZero(b)) return IsZero(a) ? kIndefinite : Infinity(negative);
+  if (IsZero(a)) return Extended80::FromBits(negative ? kSign : 0, 0);
+  const Parts pa = Unpack(a), pb = Unpack(b);
+  // A 64-bit quotient with its top bit set, then the remainder as guard and sticky bits.
+  const bool shifted = pa.mant >= pb.mant;
+  const U128 num = static_cast<U128>(pa.mant) << (shifted ? 63 : 64);
+  const UInt64 q = static_cast<UInt64>(num / pb.mant);
+  const UInt64 r = static_cast<UInt64>(num % pb.mant);
+  UInt64 low = 0;
+  if (r != 0) {
+    const UInt64 other = pb.mant - r;  // r / mant compared with one half
+    low = r > other ? (kTop | 1) : (r == other ? kTop : 1);
+  }
+  const int exp = pa.exp - pb.exp - (shifted ? 63 : 64) - 64;
+  return Pack(negative, exp, (static_cast<U128>(q) << 64) | low);
+}
+
+inline Extended80 operator+(Extended80 a, Extended80 b) {
+  using namespace detail80;
+  if (IsNaN(a) || IsNaN(b)) return PropagateNaN(a, b);
+  if (!IsFinite(a) || !IsFinite(b)) {
+    if (!IsFinite(a) && !IsFinite(b) && a.Negative() != b.Negative()) return kIndefinite;
+    return IsFinite(a) ? b : a;
+  }
+  if (IsZero(a) && IsZero(b))
+    return Extended80::FromBits(a.Negative() && b.Negative() ? kSign : 0, 0);
+  if (IsZero(a)) return b;
+  if (IsZero(b)) return a;
+  if (CompareMagnitude(a, b) < 0) std::swap(a, b);
+  const Parts pa = Unpack(a), pb = Unpack(b);
+  // The larger significand one bit below the top of 128, so that a sum cannot carry out;
+  // 63 guard bits below it make the jammed smaller operand round correctly.
+  const U128 big = static_cast<U128>(pa.mant) << 63;
+  const U128 small = ShiftRightJam(static_cast<U128>(pb.mant) << 63, pa.exp - pb.exp);
+  if (pa.negative == pb.negative) return Pack(pa.negative, pa.exp - 63, big + small);
+  const U128 diff = big - small;
+  if (diff == 0) return Extended80();  // x - x is +0 when rounding to nearest
+  return Pack(pa.negative, pa.exp - 63, diff);
+}
+
+inline Extended80 operator-(Extended80 a, Extended80 b) { return a + (-b); }
+
+inline bool operator==(Extended80 a, Extended80 b) {
+  using namespace detail80;
+  if (IsNaN(a) || IsNaN(b)) return false;
+  if (IsZero(a) && IsZero(b)) return true;
+  return a.Negative() == b.Negative() && CompareMagnitude(a, b) == 0;
+}
+
+inline bool operator<(Extended80 a, Extended80 b) {
+  using namespace detail80;
+  if (IsNaN(a) || IsNaN(b)) return false;
+  if (IsZero(a) && IsZero(b)) return false;
+  if (a.Negative() != b.Negative()) return a.Negative();
+  const int c = CompareMagnitude(a, b);
+  return a.Negative() ? c > 0 : c < 0;
+}
+
+inline Extended80 Trunc(Extended80 a) {
+  using namespace detail80;
+  if (!IsFinite(a) || a.Mantissa() == 0) return a;
+  const int biased = a.BiasedExp();
+  if (biased < Extended80::kBias) return Extended80::FromBits(a.SignExp() & kSign, 0);
+  const int fracBits = Extended80::kBias + 63 - biased;
+  if (fracBits <= 0) return a;
+  return Extended80::FromBits(a.SignExp(), a.Mantissa() & ~((UInt64{1} << fracBits) - 1));
+}
 
 // digits (only '0'..'9', any number of them) times 10^exp10, correctly rounded to the
 // nearest 80-bit value, ties to even. Too large gives infinity, too small zero (with the
