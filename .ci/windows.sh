@@ -105,7 +105,15 @@ run_suites() {
     local rc=0
     OSTREL_TEST_DATA=$PWD/tests/data "${wine[@]}" "$exe" >"$log" 2>&1 || rc=$?
     if [[ $rc -ne 0 ]] || ! grep -Eq '^\[==========\] [0-9]+ tests? from .* ran\.' "$log"; then
-      cat "$log"
+      # The failed tests' own output and the summary; everything after the last test started
+      # when the program died before its summary.
+      awk '/^\[ RUN      \]/ {block = $0 "\n"; inside = 1; next}
+           inside {block = block $0 "\n"}
+           inside && /^\[  FAILED  \]/ {printf "%s", block; inside = 0}
+           inside && /^\[       OK \]|^\[  SKIPPED \]/ {inside = 0}
+           /^\[==========\] [0-9]+ tests? from .* ran/ {summary = 1}
+           summary {print}
+           END {if (inside) printf "%s", block}' "$log"
       if [[ $rc -eq 0 ]]; then
         say "FAIL $dir/$name: no GoogleTest summary (did Wine run it at all?)"
       else

@@ -5,6 +5,7 @@
 #include <ostrel/services/Sysserv.h>
 
 #include <TestUtil.h>
+#include <core/peer/PeerModule.h>
 
 #include <gtest/gtest.h>
 
@@ -222,6 +223,35 @@ TEST(ClassIdentity, ClassRecordsAreOnePerProcess) {
   EXPECT_EQ(TProbe::StaticClass()->Parent, TkxObject::StaticClass());
   const auto classes = GetRegisteredRTTIClasses();
   EXPECT_NE(std::find(classes.begin(), classes.end(), TkxDump::StaticClass()), classes.end());
+}
+
+// Three separately built modules: the library, the peer module and this program. Each has
+// its own copy of the inline interface-table code and of the IIDs; what must agree is the
+// identities they compare and the class records they point to.
+TEST(ClassIdentity, ObjectsAndInterfaceTablesCrossModules) {
+  IPtr<IInterface> peerObject = peer::NewPeerObject(42);
+  IPtr<peer::IPeerProbe> probe = peerObject.As<peer::IPeerProbe>();  // the peer's table
+  ASSERT_TRUE(probe);
+  EXPECT_EQ(probe->Answer(), 42);
+  EXPECT_FALSE(peerObject.As<IDump>());
+  TObject* self = ObjRef(peerObject);  // IObjectReference from the library's table
+  ASSERT_NE(self, nullptr);
+  EXPECT_EQ(self->ClassType(), peer::PeerObjectClass());
+  EXPECT_STREQ(self->ClassName(), "TPeerObject");
+  EXPECT_EQ(peer::PeerObjectClass()->Parent, TkxObject::StaticClass());
+  EXPECT_TRUE(self->InheritsFrom(TInterfacedObject::StaticClass()));
+  EXPECT_FALSE(self->InheritsFrom(TkxDump::StaticClass()));
+
+  // The other way: the peer looks at objects made by the library and by this program.
+  IPtr<IDump> dump = GetDumpIntf();
+  dump->set_ByName("a", Variant(1));
+  bool isDump = false;
+  EXPECT_EQ(peer::PeerDumpCount(IPtr<IInterface>(dump.Get()), isDump), 1);
+  EXPECT_TRUE(isDump);
+  Log log;
+  IPtr<IInterface> mine(static_cast<ITestA*>(new TProbe(false, log, "mine", true, false)));
+  EXPECT_EQ(peer::PeerDumpCount(mine, isDump), -1);
+  EXPECT_FALSE(isDump);
 }
 
 TEST(ObjectHelpers, CheckPropReadOnlyAndFindComponentEx) {

@@ -111,6 +111,37 @@ TEST_F(FileTest, DenyWriteReadersShareButRefuseWriters) {
   TFileStream w(name, fmOpenWrite);  // all closed: writing is possible again
 }
 
+#if defined(_WIN32)
+// The system enforces sharing for every program: an open succeeds when its access fits what
+// the holder shares and the holder's access fits what it shares itself. (Compatibility mode
+// shares nothing, as the classic runtime maps it.)
+TEST_F(FileTest, WindowsShareModesBindEveryOpener) {
+  const AnsiString name = Name(u8"доступ.txt");
+  TFileStream(name, fmCreate).WriteBuffer("data", 4);
+  const struct { Word holder, opener; bool opens; } cases[] = {
+      {fmOpenRead | fmShareExclusive, fmOpenRead | fmShareDenyNone, false},
+      {fmOpenRead | fmShareCompat, fmOpenRead | fmShareDenyNone, false},
+      {fmOpenRead | fmShareDenyRead, fmOpenWrite | fmShareDenyNone, true},
+      {fmOpenRead | fmShareDenyRead, fmOpenRead | fmShareDenyNone, false},
+      {fmOpenWrite | fmShareDenyRead, fmOpenWrite | fmShareDenyRead, true},
+      {fmOpenRead | fmShareDenyWrite, fmOpenRead | fmShareDenyNone, true},
+      {fmOpenRead | fmShareDenyWrite, fmOpenRead | fmShareDenyRead, false},  // holder reads
+      {fmOpenRead | fmShareDenyNone, fmOpenReadWrite | fmShareDenyNone, true},
+      {fmOpenReadWrite | fmShareDenyNone, fmOpenRead | fmShareDenyWrite, false},
+  };
+  for (const auto& c : cases) {
+    TFileStream holder(name, c.holder);
+    bool opened = true;
+    try {
+      TFileStream opener(name, c.opener);
+    } catch (const EFOpenError&) {
+      opened = false;
+    }
+    EXPECT_EQ(opened, c.opens) << std::hex << "holder 0x" << c.holder << ", opener 0x" << c.opener;
+  }
+}
+#endif
+
 TEST(MemoryStream, SeekPastEndFillsGapAndClampsOnShrink) {
   TMemoryStream m;
   EXPECT_EQ(m.Seek(-1, soBeginning), -1);

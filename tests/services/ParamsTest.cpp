@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <optional>
 #include <string>
 #include <vector>
@@ -193,6 +194,22 @@ TEST(Environment, ReadsAndWritesTheSystemsEnvironment) {
   EXPECT_FALSE(SetEnv("A=B", "x"));
   EXPECT_FALSE(SetEnv(std::string("A\0B", 3), "x"));
   EXPECT_FALSE(SetEnv("OSTREL_TEST_VAR", std::string("x\0y", 3)));
+}
+
+TEST(Environment, ComputerNameIsTheSystemsOwn) {
+  const AnsiString name = GetComputerNameStr();
+  EXPECT_FALSE(name.empty());
+#if defined(_WIN32)
+  // Windows hands every process its computer name in COMPUTERNAME as well.
+  const AnsiString announced = GetEnv("COMPUTERNAME");
+  if (announced.empty()) GTEST_SKIP() << "this system sets no COMPUTERNAME to compare with";
+  EXPECT_TRUE(AnsiSameText(name, announced)) << name << " / " << announced;
+#else
+  std::ifstream in("/proc/sys/kernel/hostname");
+  std::string host;
+  if (!std::getline(in, host)) GTEST_SKIP() << "no /proc/sys/kernel/hostname to compare with";
+  EXPECT_EQ(name, Utf8ToAnsi(host));
+#endif
 }
 
 TEST(Environment, LoginInfoReachesTheApplicationVariables) {
