@@ -180,6 +180,10 @@ struct Parts {
 
 inline Parts Unpack(Extended80 a) {
   Parts p{a.Negative(), 0, a.Mantissa()};
+  if ((p.mant & kTop) != 0 && a.BiasedExp() != 0) {  // normal: nothing to shift
+    p.exp = a.BiasedExp() - Extended80::kBias - 63;
+    return p;
+  }
   if (p.mant == 0) return p;
   const int lz = std::countl_zero(p.mant);
   p.mant <<= lz;
@@ -209,8 +213,30 @@ inline int CompareMagnitude(Extended80 a, Extended80 b) {
 
 inline Extended80 operator*(Extended80 a, Extended80 b) {
   using namespace detail80;
-  if (IsNaN(a) || IsNaN(b)) return PropagateNaN(a, b);
   const bool negative = a.Negative() != b.Negative();
+  // Two normal operands with a normal product, the common case, rounded here directly.
+  const int ea = a.BiasedExp(), eb = b.BiasedExp();
+  if ((a.Mantissa() & b.Mantissa() & kTop) != 0 && ea != 0 && eb != 0 &&
+      ea != Extended80::kMaxExp && eb != Extended80::kMaxExp) {
+    U128 p = static_cast<U128>(a.Mantissa()) * b.Mantissa();
+    int biased = ea + eb - Extended80::kBias + 1;
+    if ((p >> 127) == 0) {
+      p <<= 1;
+      --biased;
+    }
+    UInt64 mant = static_cast<UInt64>(p >> 64);
+    const UInt64 rest = static_cast<UInt64>(p);
+    if (biased >= 1 && biased < Extended80::kMaxExp - 1) {
+      if (rest > kTop || (rest == kTop && (mant & 1) != 0)) {
+        if (++mant == 0) {
+          mant = kTop;
+          ++biased;
+        }
+      }
+      return Extended80::FromBits(static_cast<Word>((negative ? kSign : 0) | biased), mant);
+    }
+  }
+  if (IsNaN(a) || IsNaN(b)) return PropagateNaN(a, b);
   if (!IsFinite(a) || !IsFinite(b)) {
     if (IsZero(a) || IsZero(b)) return kIndefinite;
     return Infinity(negative);
@@ -231,8 +257,15 @@ inline Extended80 operator/(Extended80 a, Extended80 b) {
   // A 64-bit quotient with its top bit set, then the remainder as guard and sticky bits.
   const bool shifted = pa.mant >= pb.mant;
   const U128 num = static_cast<U128>(pa.mant) << (shifted ? 63 : 64);
-  const UInt64 q = static_cast<UInt64>(num / pb.mant);
-  const UInt64 r = static_cast<UInt64>(num % pb.mant);
+  UInt64 q, r;
+#if defined(__x86_64__)
+  // One divq: the quotient fits in 64 bits since the high half is below the divisor.
+  __asm__("divq %4" : "=a"(q), "=d"(r) : "a"(static_cast<UInt64>(num)),
+          "d"(static_cast<UInt64>(num >> 64)), "rm"(pb.mant));
+#else
+  q = static_cast<UInt64>(num / pb.mant);
+  r = static_cast<UInt64>(num % pb.mant);
+#endif
   UInt64 low = 0;
   if (r != 0) {
     const UInt64 other = pb.mant - r;  // r / mant compared with one half
@@ -244,15 +277,17 @@ inline Extended80 operator/(Extended80 a, Extended80 b) {
 
 inline Extended80 operator+(Extended80 a, Extended80 b) {
   using namespace detail80;
-  if (IsNaN(a) || IsNaN(b)) return PropagateNaN(a, b);
-  if (!IsFinite(a) || !IsFinite(b)) {
-    if (!IsFinite(a) && !IsFinite(b) && a.Negative() != b.Negative()) return kIndefinite;
-    return IsFinite(a) ? b : a;
+  // NaN, infinities and zeros behind one test.
+  if (!IsFinite(a) || !IsFinite(b) || a.Mantissa() == 0 || b.Mantissa() == 0) {
+    if (IsNaN(a) || IsNaN(b)) return PropagateNaN(a, b);
+    if (!IsFinite(a) || !IsFinite(b)) {
+      if (!IsFinite(a) && !IsFinite(b) && a.Negative() != b.Negative()) return kIndefinite;
+      return IsFinite(a) ? b : a;
+    }
+    if (IsZero(a) && IsZero(b))
+      return Extended80::FromBits(a.Negative() && b.Negative() ? kSign : 0, 0);
+    return IsZero(a) ? b : a;
   }
-  if (IsZero(a) && IsZero(b))
-    return Extended80::FromBits(a.Negative() && b.Negative() ? kSign : 0, 0);
-  if (IsZero(a)) return b;
-  if (IsZero(b)) return a;
   if (CompareMagnitude(a, b) < 0) std::swap(a, b);
   const Parts pa = Unpack(a), pb = Unpack(b);
   // The larger significand one bit below the top of 128, so that a sum cannot carry out;

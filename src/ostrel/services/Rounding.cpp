@@ -5,6 +5,7 @@
 #include <ostrel/rtl/Format.h>
 
 #include <algorithm>
+#include <array>
 #include <cfloat>
 #include <cmath>
 
@@ -29,6 +30,16 @@ template <class F>
 struct Constants {
   F zero, half, one, ten, hundred, tolerance;
   F approxRelative, approxAbsolute;  // when FToStr marks a rounded value with "~"
+  // 10^k made by k multiplications by ten, as RoundExt's scale is: the first steps of that
+  // loop done once.
+  std::array<F, 28> tens{};
+
+  Constants(F tol, F approxRel, F approxAbs)
+      : zero(0.0L), half(0.5L), one(1.0L), ten(10.0L), hundred(100.0L), tolerance(tol),
+        approxRelative(approxRel), approxAbsolute(approxAbs) {
+    tens[0] = one;
+    for (std::size_t k = 1; k < tens.size(); ++k) tens[k] = tens[k - 1] * ten;
+  }
 };
 
 // Long double arithmetic runs on the x87 unit, whose precision and rounding come from its
@@ -67,7 +78,8 @@ F TwoPiece(F y, int& k, const Constants<F>& c) {
   const F ip = Trunc(y);
   const F f = y - ip;  // exact: ip and y share the exponent
   k = f > c.half ? 1 : (f < -c.half ? -1 : 0);
-  return k == 0 ? ip + c.zero : ip + (k > 0 ? c.one : -c.one);
+  if (k != 0) return ip + (k > 0 ? c.one : -c.one);
+  return ip == c.zero ? c.zero : ip;  // ip + 0, which turns -0 into +0
 }
 
 template <class F>
@@ -87,9 +99,10 @@ F Power10In(F x, int n, const Constants<F>& c) {
 template <class F>
 F RoundIn(F x, int n, TDecimalRoundingCtrl mode, const Constants<F>& c) {
   // 10^|n| by repeated multiplication; beyond about 10^4932 it is infinite and stays so.
-  F m = c.one;
-  for (Int64 count = n < 0 ? -static_cast<Int64>(n) : n; count > 0 && IsFinite(m); --count)
-    m *= c.ten;
+  const Int64 places = n < 0 ? -static_cast<Int64>(n) : n;
+  const Int64 first = std::min<Int64>(places, static_cast<Int64>(c.tens.size()) - 1);
+  F m = c.tens[static_cast<std::size_t>(first)];
+  for (Int64 count = places - first; count > 0 && IsFinite(m); --count) m *= c.ten;
 
   const F tol = Abs(c.tolerance * x);
   F s, e;
@@ -144,19 +157,19 @@ F RoundIn(F x, int n, TDecimalRoundingCtrl mode, const Constants<F>& c) {
 
 const Constants<Extended80>& SoftConstants() {
   // The tolerance from its decimal digits, so that it is the same 80-bit value everywhere.
-  static const Constants<Extended80> c{
-      Extended80(), Extended80(0.5L), Extended80(1.0L), Extended80(10.0L), Extended80(100.0L),
-      DecimalToExtended80(false, "548172618420937533", -33),
-      DecimalToExtended80(false, "1", -12), DecimalToExtended80(false, "1", -15)};
+  static const Constants<Extended80> c(DecimalToExtended80(false, "548172618420937533", -33),
+                                       DecimalToExtended80(false, "1", -12),
+                                       DecimalToExtended80(false, "1", -15));
   return c;
 }
 
 #if OSTREL_X87_EXTENDED
 // The x87 literals are the same 80-bit values as the software constants.
 using Real = long double;
-constexpr Constants<long double> kHardConstants{0.0L, 0.5L, 1.0L, 10.0L, 100.0L,
-                                                RoundingTolerance, 1e-12L, 1e-15L};
-const Constants<Real>& RealConstants() { return kHardConstants; }
+const Constants<Real>& RealConstants() {
+  static const Constants<long double> c(RoundingTolerance, 1e-12L, 1e-15L);
+  return c;
+}
 #else
 using Real = Extended80;
 const Constants<Real>& RealConstants() { return SoftConstants(); }
@@ -178,15 +191,16 @@ Extended RoundExt(Extended x, int n, TDecimalRoundingCtrl mode) {
   EnsureExtendedNearest();
   Barrier(x);
   Barrier(n);
-  return RoundIn(x, n, mode, kHardConstants);
+  return RoundIn(x, n, mode, RealConstants());
 #else
   return RoundExtSoftware(x, n, mode);
 #endif
 }
 
 Extended RoundExtSoftware(Extended x, int n, TDecimalRoundingCtrl mode) {
-  if (!std::isfinite(x) || mode == drNone) return x;
-  return RoundIn(Extended80(x), n, mode, SoftConstants()).ToExtended();
+  const Extended80 v = x;
+  if (!IsFinite(v) || mode == drNone) return x;
+  return RoundIn(v, n, mode, SoftConstants()).ToExtended();
 }
 
 Extended RoundF(Extended x, int n) { return n >= 15 ? x : RoundExt(x, n, drHalfUp); }
