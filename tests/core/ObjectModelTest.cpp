@@ -249,7 +249,7 @@ TEST(ClassIdentity, ObjectsAndInterfaceTablesCrossModules) {
   EXPECT_EQ(peer::PeerDumpCount(IPtr<IInterface>(dump.Get()), isDump), 1);
   EXPECT_TRUE(isDump);
   Log log;
-  IPtr<IInterface> mine(static_cast<ITestA*>(new TProbe(false, log, "mine", true, false)));
+  IPtr<IInterface> mine(static_cast<ITestA*>(new TProbe(true, log, "mine", true, false)));
   EXPECT_EQ(peer::PeerDumpCount(mine, isDump), -1);
   EXPECT_FALSE(isDump);
 }

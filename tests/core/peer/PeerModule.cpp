@@ -6,7 +6,7 @@ namespace {
 class TPeerObject : public TkxObject, public IPeerProbe {
   OSTREL_CLASS(TPeerObject, TkxObject)
  public:
-  explicit TPeerObject(Integer answer) : TkxObject(false), fAnswer(answer) {}
+  explicit TPeerObject(Integer answer) : TkxObject(true), fAnswer(answer) {}
   OSTREL_KXOBJECT_IINTERFACE
   bool GetInterface(const TGUID& iid, void** obj) override {
     if (GetInterfaceEntry<IPeerProbe>(this, iid, obj)) return true;
