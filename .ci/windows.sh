@@ -56,8 +56,9 @@ ensure_wine32() {
     added=1
   fi
   export DEBIAN_FRONTEND=noninteractive
-  if ! apt-get update -qq >/dev/null 2>&1; then
-    wine32_reason="apt-get update fails once the i386 architecture is added"
+  local out
+  if ! out=$(apt-get update -qq 2>&1); then
+    wine32_reason="apt-get update fails once the i386 architecture is added ($(grep -m 1 -E '^(E|W):' <<<"$out" | cut -c 1-160))"
   elif ! plan=$(apt-get install -s --no-install-recommends wine32:i386 2>&1); then
     wine32_reason="apt cannot plan the installation of wine32:i386: $(tail -n 1 <<<"$plan")"
   elif grep -Eq '^Remv ' <<<"$plan"; then
