@@ -338,4 +338,9 @@ OSTREL_API Extended80 DecimalToExtended80(bool negative, std::string_view digits
 // decimal exponent of the first digit (x ~ d.ddd * 10^result). x must be finite and not 0.
 OSTREL_API int Extended80Digits(Extended80 x, int precision, char* digits);
 
+// The fewest significant digits (at most 21) that read back as x through
+// DecimalToExtended80, correctly rounded; count receives their number. Returns the decimal
+// exponent of the first digit. x must be finite and not 0.
+OSTREL_API int Extended80ShortestDigits(Extended80 x, char* digits, int& count);
+
 }  // namespace ostrel
