@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -129,7 +130,41 @@ TEST(Extended80Test, ConvertsToAndFromLongDoubleExactly) {
   EXPECT_TRUE(std::isinf(Parse("1e5000").ToExtended()));
 }
 
+TEST(Extended80Test, ShortestDigitsReadBack) {
+  const struct { const char* text; const char* digits; } cases[] = {
+      {"0.1", "1e-1"}, {"2.675", "2675e0"}, {"2.665", "2665e0"}, {"1e4000", "1e4000"},
+      {"123456789012345678.9", "1234567890123456789e17"},
+      {"0.33333333333333333333333", "33333333333333333334e-1"}};
+  for (const auto& c : cases) {
+    char buf[24];
+    int count = 0;
+    const int e = Extended80ShortestDigits(Parse(c.text), buf, count);
+    EXPECT_EQ(std::string(buf, static_cast<std::size_t>(count)) + "e" + std::to_string(e),
+              c.digits) << c.text;
+  }
+}
+
 #if OSTREL_X87_EXTENDED
+// The same digits as the runtime's shortest form where long double is the x87 format.
+TEST(Extended80Test, ShortestDigitsAgreeWithToChars) {
+  std::mt19937_64 rng(21);
+  for (int i = 0; i < 3000; ++i) {
+    const Extended80 x = Extended80::FromBits(
+        static_cast<Word>(0x3FFF - 70 + rng() % 140), rng() | (UInt64{1} << 63));
+    char buf[64], mine[24];
+    const auto r = std::to_chars(buf, buf + sizeof buf, x.ToExtended(), std::chars_format::scientific);
+    std::string want(buf, r.ptr);
+    const std::size_t epos = want.find('e');
+    std::string digits = want.substr(0, epos);
+    if (digits.size() > 1) digits.erase(1, 1);
+    int count = 0;
+    const int e = Extended80ShortestDigits(x, mine, count);
+    ASSERT_EQ(std::string(mine, static_cast<std::size_t>(count)) + "e" + std::to_string(e),
+              digits + "e" + std::to_string(std::atoi(want.c_str() + epos + 1)))
+        << want;
+  }
+}
+
 // Operands over the whole range, with many near ties and near the underflow and overflow
 // thresholds, through the four operations in software and on the x87 unit.
 TEST(Extended80Test, AgreesWithTheX87UnitBitForBit) {

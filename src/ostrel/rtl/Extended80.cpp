@@ -355,4 +355,16 @@ int Extended80Digits(Extended80 x, int precision, char* digits) {
   return sci;
 }
 
+int Extended80ShortestDigits(Extended80 x, char* digits, int& count) {
+  const Extended80 magnitude = Abs(x);
+  for (count = 1;; ++count) {
+    const int exp10 = Extended80Digits(magnitude, count, digits);
+    // 21 digits always read back: 10^21 > 2^(64+1) * 2.
+    if (count >= 21 ||
+        DecimalToExtended80(false, std::string_view(digits, static_cast<std::size_t>(count)),
+                            exp10 - count + 1) == magnitude)
+      return exp10;
+  }
+}
+
 }  // namespace ostrel

@@ -211,7 +211,7 @@ inline int CompareMagnitude(Extended80 a, Extended80 b) {
 // ---------------------------------------------------------------------------------------
 // Arithmetic, inline: the rounding code runs a dozen of these per call.
 
-inline Extended80 operator*(Extended80 a, Extended80 b) {
+[[gnu::always_inline]] inline Extended80 operator*(Extended80 a, Extended80 b) {
   using namespace detail80;
   const bool negative = a.Negative() != b.Negative();
   // Two normal operands with a normal product, the common case, rounded here directly.
@@ -275,7 +275,7 @@ inline Extended80 operator/(Extended80 a, Extended80 b) {
   return Pack(negative, exp, (static_cast<U128>(q) << 64) | low);
 }
 
-inline Extended80 operator+(Extended80 a, Extended80 b) {
+[[gnu::always_inline]] inline Extended80 operator+(Extended80 a, Extended80 b) {
   using namespace detail80;
   // NaN, infinities and zeros behind one test.
   if (!IsFinite(a) || !IsFinite(b) || a.Mantissa() == 0 || b.Mantissa() == 0) {
@@ -337,5 +337,10 @@ OSTREL_API Extended80 DecimalToExtended80(bool negative, std::string_view digits
 // its exact binary value, ties to even, written to digits (no terminator). Returns the
 // decimal exponent of the first digit (x ~ d.ddd * 10^result). x must be finite and not 0.
 OSTREL_API int Extended80Digits(Extended80 x, int precision, char* digits);
+
+// The fewest significant digits (at most 21) that read back as x through
+// DecimalToExtended80, correctly rounded; count receives their number. Returns the decimal
+// exponent of the first digit. x must be finite and not 0.
+OSTREL_API int Extended80ShortestDigits(Extended80 x, char* digits, int& count);
 
 }  // namespace ostrel

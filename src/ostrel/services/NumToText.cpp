@@ -1,6 +1,7 @@
 // Numbers and amounts in words: the dictionary table and the conversions.
 #include <ostrel/services/NumToText.h>
 
+#include <ostrel/rtl/Extended80.h>
 #include <ostrel/rtl/Format.h>
 #include <ostrel/services/ErrServ.h>
 
@@ -784,12 +785,19 @@ void PlainFixed(Extended value, int decimals, const char* operation, FixedText& 
     return;
   }
 
+  char digits[96];
+  if (!isDouble) {
+    // The extended value's own shortest digits, the same whatever the runtime's long double.
+    int count = 0;
+    const int first = Extended80ShortestDigits(a, digits, count);
+    RoundDigits(value < 0, std::string_view(digits, static_cast<std::size_t>(count)),
+                static_cast<long>(first) + 1, dec, out);
+    return;
+  }
   // Shortest digits in scientific form: "2.675e+00", "1e+40".
   char buf[96];
   const std::to_chars_result res =
-      isDouble ? std::to_chars(buf, buf + sizeof buf, d, std::chars_format::scientific)
-               : std::to_chars(buf, buf + sizeof buf, a, std::chars_format::scientific);
-  char digits[96];
+      std::to_chars(buf, buf + sizeof buf, d, std::chars_format::scientific);
   std::size_t n = 0;
   const char* p = buf;
   for (; p < res.ptr && *p != 'e'; ++p)

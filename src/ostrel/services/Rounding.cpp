@@ -22,8 +22,8 @@ namespace {
 inline bool IsFinite(long double x) { return std::isfinite(x); }
 inline long double Abs(long double x) { return std::fabs(x); }
 inline long double Trunc(long double x) { return std::trunc(x); }
-inline Extended ToExtended(long double x) { return x; }
-inline Extended ToExtended(Extended80 x) { return x.ToExtended(); }
+[[maybe_unused]] inline Extended ToExtended(long double x) { return x; }
+[[maybe_unused]] inline Extended ToExtended(Extended80 x) { return x.ToExtended(); }
 
 // The constants of the arithmetic, in the type that computes it.
 template <class F>
