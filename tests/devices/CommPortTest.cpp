@@ -401,9 +401,11 @@ TEST(CommPortDevice, EventsForEachSyncMethod) {
 // row: no hang, no crash, no leak.
 TEST(CommPortDevice, CloseAnywhere) {
   for (TkxCommSyncMethod sync : {smThreadSync, smWindowSync, smNone}) {
-    PtyPort p(TkxCommEvents::All(), sync);
+    // Declared before the port: with smNone the last handler may still be running on the
+    // worker when the port is destroyed, which waits for it.
     std::atomic<int> calls{0};
     std::atomic<bool> closed{false};
+    PtyPort p(TkxCommEvents::All(), sync);
     p.port.OnReceiveData = [&](TObject*, const void*, Integer) {
       ++calls;
       p.port.Close();
@@ -412,8 +414,19 @@ TEST(CommPortDevice, CloseAnywhere) {
     p.port.Open();
     p.pty.Write("x");
     EXPECT_TRUE(PumpUntil([&] { return closed.load(); })) << int(sync);
-    CheckSynchronize(0);  // frees the worker left to finish
-    p.port.Open();        // and the port works again
+    // The worker left to finish frees the device as it ends: another port gets it.
+    TkxCommPort other;
+    other.SetDevicePath(p.pty.SlavePath());
+    other.SetEvents({});
+    EXPECT_TRUE(PumpUntil([&] {
+      try {
+        other.Open();
+      } catch (const Exception&) {
+      }
+      return other.Active();
+    })) << int(sync);
+    other.Close();
+    p.port.Open();  // waits for the worker left to finish; the port works again
     p.pty.Write("y");
     EXPECT_TRUE(PumpUntil([&] { return calls > 1; })) << int(sync);
     CheckSynchronize(0);

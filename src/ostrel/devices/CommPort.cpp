@@ -172,19 +172,35 @@ class TkxCommPort::THiddenWindow : public TWinControl {
 
 class TkxCommEventThread : public TThread {
  public:
+  // The worker owns the window it sends to, so that the window lives as long as a worker
+  // that may still be sending.
   TkxCommEventThread(TkxCommPort* port, std::shared_ptr<TCommDevice> device, Cardinal mask,
-                     TkxCommPort::THiddenWindow* window)
-      : TThread(true), fPort(port), fDevice(std::move(device)), fWindow(window),
+                     std::unique_ptr<TkxCommPort::THiddenWindow> window)
+      : TThread(true), fPort(port), fDevice(std::move(device)), fWindow(std::move(window)),
         fSyncMethod(port->SyncMethod()), fWaiter(fDevice->CreateWaiter(mask)) {}
 
   ~TkxCommEventThread() override {
     if (ThreadID() == std::thread::id()) return;  // never started
     Stop();
+#ifdef _WIN32
+    // A worker inside SendMessageA waits for this thread to take sent messages.
+    if (fWindow) {
+      while (!Finished()) {
+        ::MsgWaitForMultipleObjects(0, nullptr, FALSE, 10, QS_SENDMESSAGE);
+        MSG msg;
+        ::PeekMessageA(&msg, nullptr, 0, 0, PM_NOREMOVE | PM_QS_SENDMESSAGE);
+      }
+    }
+#endif
     WaitFor();
   }
 
+  TkxCommPort::THiddenWindow* Window() const noexcept { return fWindow.get(); }
   // The port no longer takes events; what is under way finds no port.
-  void Detach() noexcept { fPort.store(nullptr); }
+  void Detach() noexcept {
+    fPort.store(nullptr);
+    if (fWindow) fWindow->Detach();
+  }
   void Stop() {
     fWaiter->Stop();
     std::this_thread::yield();
@@ -194,9 +210,14 @@ class TkxCommEventThread : public TThread {
   void Execute() override {
     Cardinal mask = 0;
     struct Leave {
-      TCommWaiter& waiter;
-      ~Leave() { waiter.Leave(); }
-    } leave{*fWaiter};
+      TkxCommEventThread& self;
+      ~Leave() {
+        self.fWaiter->Leave();
+        // A worker left to finish after a close inside a handler frees the device as it
+        // ends, not when someone gets round to freeing the worker.
+        self.fDevice.reset();
+      }
+    } leave{*this};
     while (fWaiter->Wait(mask)) Dispatch(mask);
   }
 
@@ -228,7 +249,7 @@ class TkxCommEventThread : public TThread {
 
   std::atomic<TkxCommPort*> fPort;
   std::shared_ptr<TCommDevice> fDevice;
-  TkxCommPort::THiddenWindow* fWindow;
+  std::unique_ptr<TkxCommPort::THiddenWindow> fWindow;
   TkxCommSyncMethod fSyncMethod;
   std::unique_ptr<TCommWaiter> fWaiter;
 };
@@ -261,6 +282,7 @@ void TkxCommPort::CheckClosed() {
 }
 
 void TkxCommPort::Open() {
+  FinishStopped();  // a worker stopped inside a handler may still hold the device
   if (HandleAllocated()) return;
   TComponentState state = ComponentState();
   if (state.Contains(csLoading) || state.Contains(csDesigning)) {
@@ -273,15 +295,17 @@ void TkxCommPort::Open() {
     UpdateDCB();
     UpdateTimeouts();
     if (!fEvents.Empty()) {
-      if (fSyncMethod == smWindowSync) fWindow = std::make_unique<THiddenWindow>(this);
+      auto window = fSyncMethod == smWindowSync ? std::make_unique<THiddenWindow>(this) : nullptr;
       // Created suspended: the port is complete before a handler can see it.
-      fThread = new TkxCommEventThread(this, fDevice, EventsToMask(fEvents), fWindow.get());
+      auto thread = std::make_unique<TkxCommEventThread>(this, fDevice, EventsToMask(fEvents), std::move(window));
+      fWindow = thread->Window();
+      fThread = std::move(thread);  // in place before a handler can close the port
       fActive = true;
       fThread->Start();
     }
   } catch (...) {
-    delete std::exchange(fThread, nullptr);  // one that could not start
-    fWindow.reset();
+    fThread.reset();  // one that could not start, with its window
+    fWindow = nullptr;
     DestroyHandle();
     fActive = false;
     throw;
@@ -290,42 +314,34 @@ void TkxCommPort::Open() {
 }
 
 void TkxCommPort::Close() {
-  ClearBuffers();
-  StopThread();
-  fWindow.reset();
+  {
+    std::lock_guard lock(fLock);
+    ClearBuffers();
+    if (fThread) {
+      fThread->Detach();
+      fThread->Stop();
+      fStopped.push_back(std::move(fThread));
+    }
+    fWindow = nullptr;
+  }
+  // Outside a handler the worker is waited for before the device goes, so that a handler it
+  // runs (smNone) still finds the port whole; inside one, the worker holds its own reference.
+  FinishStopped();
+  std::lock_guard lock(fLock);
   DestroyHandle();
   fActive = false;
 }
 
-void TkxCommPort::StopThread() {
-  TkxCommEventThread* thread = std::exchange(fThread, nullptr);
-  if (!thread) return;
-  thread->Detach();
-  if (fWindow) fWindow->Detach();
-  thread->Stop();
-  if (fHandlerThread.load() == std::this_thread::get_id()) {
-    // Closing from inside the port's own handler: the worker is waiting for this handler to
-    // return, so it cannot be waited for here. It is freed, with the window it may still
-    // address, by the main thread once the handler is over.
-    // (No reference stays on this thread: the last one must go on the main thread.)
-    TThread::ForceQueue([lateThread = std::shared_ptr<TkxCommEventThread>(thread),
-                         lateWindow = std::shared_ptr<THiddenWindow>(fWindow.release())]() mutable {
-      lateThread.reset();
-      lateWindow.reset();
-    });
-    return;
+void TkxCommPort::FinishStopped() {
+  // Inside a handler the worker waits for this very handler to return (or runs it).
+  if (fHandlerThread.load() == std::this_thread::get_id()) return;
+  std::vector<std::unique_ptr<TkxCommEventThread>> stopped;
+  {
+    std::lock_guard lock(fLock);
+    stopped.swap(fStopped);
   }
-#ifdef _WIN32
-  // A worker inside SendMessageA waits for this thread to take sent messages.
-  if (fWindow) {
-    while (!thread->Finished()) {
-      ::MsgWaitForMultipleObjects(0, nullptr, FALSE, 10, QS_SENDMESSAGE);
-      MSG msg;
-      ::PeekMessageA(&msg, nullptr, 0, 0, PM_NOREMOVE | PM_QS_SENDMESSAGE);
-    }
-  }
-#endif
-  delete thread;
+  // Freed (each waited for) without the lock: a handler still running may close the port too.
+  stopped.clear();
 }
 
 void TkxCommPort::Loaded() {

@@ -20,8 +20,10 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 namespace ostrel {
 
@@ -204,7 +206,10 @@ class OSTREL_API TkxCommPort : public TComponent {
   // Active; Loaded opens it.
   void Open();
   // Discards pending transfers, stops the worker, closes the device. Harmless when closed;
-  // allowed inside the port's own handlers.
+  // allowed inside the port's own handlers (also on the worker, with smNone) and while another
+  // thread closes. Inside a handler the worker cannot be waited for: it is left to finish and
+  // frees the device when it ends, and the next Open, Close or destructor outside a handler
+  // waits for it (so the device cannot be opened again from inside that handler).
   void Close();
   bool Active() const noexcept { return fActive; }
   void SetActive(bool value);
@@ -295,11 +300,16 @@ class OSTREL_API TkxCommPort : public TComponent {
   Integer Transfer(TTransfer op, void* buffer, Integer count, Integer timeout, Cardinal budget);
   // Runs the handler of a batch of events; Close inside it does not wait for the worker.
   void DispatchEvents(Cardinal mask);
-  void StopThread();
+  // Waits for the workers stopped by a Close inside a handler; does nothing inside a handler.
+  void FinishStopped();
 
   std::shared_ptr<TCommDevice> fDevice;
-  std::unique_ptr<THiddenWindow> fWindow;
-  TkxCommEventThread* fThread = nullptr;
+  THiddenWindow* fWindow = nullptr;  // owned by the worker, which sends to it
+  std::unique_ptr<TkxCommEventThread> fThread;
+  // Guards fThread, fStopped and fDevice against a Close on the worker (smNone) while
+  // another thread closes, opens or frees the port.
+  std::mutex fLock;
+  std::vector<std::unique_ptr<TkxCommEventThread>> fStopped;
   std::atomic<std::thread::id> fHandlerThread{};
   bool fActive = false;
   TkxCommPortNumber fPortNumber = 2;
