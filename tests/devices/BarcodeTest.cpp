@@ -69,6 +69,8 @@ class BarcodeTest : public ::testing::Test {
  protected:
   void SetUp() override {
     previous = SetDevicesProvider(&FakeProvider);
+    // A test program has no window of its own in front (on Windows it would count as inactive).
+    SetAppActiveQuery([] { return true; });
     BCServer();  // created before the hook: the tests see changes only
     BCServerHook = &RecordHook;
     hookLog.clear();
@@ -160,7 +162,7 @@ TEST_F(BarcodeTest, InactiveApplicationAndPostedMessages) {
   onForm->Scan("111");
   EXPECT_EQ(Join(onForm->LastCode(), scans), "111 0");
 
-  SetAppActiveQuery(nullptr);
+  SetAppActiveQuery([] { return true; });
   onForm->Scan("222");
   onPlain->Scan("333");
   EXPECT_EQ(Join(onForm->LastCode(), onPlain->LastCode(), scans, posted.size()), "222 333 2 0");
