@@ -100,7 +100,7 @@ run_suites() {
               WINEDLLOVERRIDES=winemenubuilder.exe=d DISPLAY= wine)
   # The prefix is made once, before the first program, so its set-up does not count as a run.
   "${wine[@]}" wineboot --init >/dev/null 2>&1 || true
-  for exe in "$dir"/tests/*.exe; do
+  for exe in "$dir"/tests/*_tests.exe; do  # the test suites (not the example programs)
     name=$(basename "$exe" .exe)
     log=$dir/$name.log
     local rc=0

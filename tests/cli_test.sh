@@ -148,8 +148,8 @@ expect_line "$work/xmlcheck.out" '/bad\.xml:3:[0-9]+: Ошибка в форма
 expect_line "$work/xmlcheck.out" '/none\.xml: .+' "xml check of a missing file"
 run xmlformat xml format "$payments" -o "$work/formatted.xml"
 cmp -s "$payments" "$work/formatted.xml" || fail "xml format does not write the sample back byte for byte"
-"$ostrel" --cp1251 xml format "$payments" >"$work/formatted.txt"
-cmp -s <(tr -d '\r' <"$payments") "$work/formatted.txt" || fail "xml format to a CP1251 terminal"
+run formatted --cp1251 xml format "$payments"
+cmp -s <(tr -d '\r' <"$payments") "$work/formatted.out" || fail "xml format to a CP1251 terminal"
 check_cmd xmlattr 'ООО "Ромашка"' xml find "$payments" 'payment[@number="318"]/payer' --attr name
 check_cmd xmlvalue 'Оплата электроэнергии за февраль 2026 г.' \
   xml find "$payments" 'payment[@kind="СРОЧНО"]/purpose' --value

@@ -1,18 +1,22 @@
 // Barcode readers and the server over a test device module, and the serial scanner module
-// over a pseudo-terminal.
+// over a pseudo-terminal where the system has them.
 #include <ostrel/devices/Bcscan.h>
 #include <ostrel/devices/SerialScanner.h>
 #include <ostrel/rtl/Registry.h>
 #include <ostrel/rtl/Strings.h>
 #include <ostrel/rtl/Threads.h>
 
-#include "Pty.h"
+#include "SettingsSandbox.h"
 #include "TestUtil.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <filesystem>
+
+#ifndef _WIN32
+#include "Pty.h"
+#endif
 
 using namespace ostrel;
 using testutil::Join;
@@ -65,6 +69,8 @@ class BarcodeTest : public ::testing::Test {
  protected:
   void SetUp() override {
     previous = SetDevicesProvider(&FakeProvider);
+    // A test program has no window of its own in front (on Windows it would count as inactive).
+    SetAppActiveQuery([] { return true; });
     BCServer();  // created before the hook: the tests see changes only
     BCServerHook = &RecordHook;
     hookLog.clear();
@@ -156,7 +162,7 @@ TEST_F(BarcodeTest, InactiveApplicationAndPostedMessages) {
   onForm->Scan("111");
   EXPECT_EQ(Join(onForm->LastCode(), scans), "111 0");
 
-  SetAppActiveQuery(nullptr);
+  SetAppActiveQuery([] { return true; });
   onForm->Scan("222");
   onPlain->Scan("333");
   EXPECT_EQ(Join(onForm->LastCode(), onPlain->LastCode(), scans, posted.size()), "222 333 2 0");
@@ -167,6 +173,12 @@ TEST_F(BarcodeTest, InactiveApplicationAndPostedMessages) {
             "48429 0 1");
 }
 
+#ifdef _WIN32
+TEST_F(BarcodeTest, SerialScannerTurnsBytesIntoCodes) {
+  GTEST_SKIP() << "the scanner is fed through a pseudo-terminal, which this system has not; "
+                  "the Windows build's scanner is checked under Wine by .ci/wine.sh";
+}
+#else
 // The serial module: codes cut at the terminators, delivered on the main thread.
 TEST_F(BarcodeTest, SerialScannerTurnsBytesIntoCodes) {
   testutil::Pty pty;
@@ -189,22 +201,23 @@ TEST_F(BarcodeTest, SerialScannerTurnsBytesIntoCodes) {
   reader.SetActive(false);
   EXPECT_FALSE(BCServer()->GetActive());
 }
+#endif
 
 TEST_F(BarcodeTest, SerialScannersFromTheSettingsStore) {
-  auto dir = std::filesystem::temp_directory_path() / ("ostrel-bc-" + std::to_string(::getpid()));
-  ::setenv("XDG_CONFIG_HOME", dir.c_str(), 1);
+  std::vector<TSerialScannerConfig> scanners;
   {
-    TRegistry reg;
-    ASSERT_TRUE(reg.OpenKey("\\Software\\Velmora Soft\\Devices\\BCREADER", true));
-    reg.WriteString("Devices", "Entrance;Exit");
-    ASSERT_TRUE(reg.OpenKey("\\Software\\Velmora Soft\\Devices\\BCREADER\\Exit", true));
-    reg.WriteString("Comm.DCB", "COM5: BAUD=19200 PARITY=E DATA=7 STOP=1");
-    reg.WriteString("Device", "/dev/ttyUSB7");
-    reg.WriteString("Terminator", "13;10");
+    testutil::SettingsSandbox sandbox("\\Software\\Velmora Soft\\Devices\\BCREADER");
+    {
+      TRegistry reg;
+      ASSERT_TRUE(reg.OpenKey("\\Software\\Velmora Soft\\Devices\\BCREADER", true));
+      reg.WriteString("Devices", "Entrance;Exit");
+      ASSERT_TRUE(reg.OpenKey("\\Software\\Velmora Soft\\Devices\\BCREADER\\Exit", true));
+      reg.WriteString("Comm.DCB", "COM5: BAUD=19200 PARITY=E DATA=7 STOP=1");
+      reg.WriteString("Device", "/dev/ttyUSB7");
+      reg.WriteString("Terminator", "13;10");
+    }
+    scanners = LoadSerialScanners();
   }
-  auto scanners = LoadSerialScanners();
-  ::unsetenv("XDG_CONFIG_HOME");
-  std::filesystem::remove_all(dir);
   ASSERT_EQ(scanners.size(), 2u);
   EXPECT_EQ(Join(scanners[0].Name, scanners[0].Params.empty(), scanners[0].Terminators == "\r"), "Entrance 1 1");
   EXPECT_EQ(Join(scanners[1].Name, scanners[1].Params, scanners[1].Device, scanners[1].Terminators == "\r\n"),

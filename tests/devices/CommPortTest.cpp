@@ -1,13 +1,13 @@
-// The serial port over pseudo-terminals: settings and their rules, the device block, the
-// settings store, open and close, transfers with their budgets, and events for each
-// synchronisation method.
+// The serial port: settings and their rules, the device block, the settings store, and, over
+// pseudo-terminals where the system has them, open and close, transfers with their budgets, and
+// events for each synchronisation method.
 #include <ostrel/devices/Kxcommport.h>
 #include <ostrel/rtl/Format.h>
 #include <ostrel/rtl/Registry.h>
 #include <ostrel/rtl/Strings.h>
 #include <ostrel/rtl/Threads.h>
 
-#include "Pty.h"
+#include "SettingsSandbox.h"
 #include "TestUtil.h"
 
 #include <gtest/gtest.h>
@@ -16,13 +16,18 @@
 #include <cstring>
 #include <filesystem>
 #include <mutex>
-#include <termios.h>
 #include <thread>
+
+#ifndef _WIN32
+#define OSTREL_TEST_PTY 1
+#include "Pty.h"
+#include <termios.h>
+using ostrel::testutil::Pty;
+#endif
 
 using namespace ostrel;
 using testutil::Join;
 using testutil::MessageOf;
-using testutil::Pty;
 
 namespace {
 
@@ -122,22 +127,32 @@ TEST(CommPortSettings, AssignTakesLineSettingsOnly) {
             "19200 5 3 1 0");
 }
 
+// On Windows the system's BuildCommDCBA parses mode strings, and where it is Wine it answers the
+// rows marked "own" in its own way: those check the library's parser, used everywhere else.
+#ifdef _WIN32
+constexpr bool SystemParsesModes = true;
+#else
+constexpr bool SystemParsesModes = false;
+#endif
+
 TEST(CommPortSettings, ModeStrings) {
-  struct Case { const char* text; const char* result; } cases[] = {
+  const bool own = true;
+  struct Case { const char* text; const char* result; bool own = false; } cases[] = {
       {"9600,n,8,1", "9600 0 8 0"},
-      {" 1200 , o , 7 , 2 ", "1200 1 7 2"},
-      {"96,e", "9600 2 7 0"},
-      {"11", "110 2 7 2"},
+      {" 1200 , o , 7 , 2 ", "1200 1 7 2", own},
+      {"96,e", "9600 2 7 0", own},
+      {"11", "110 2 7 2", own},
       {"19200,m,5,1.5,p", "19200 3 5 1"},
       {"baud=9600 parity=n data=8 stop=1", "9600 0 8 0"},
-      {"BAUD=57600 PARITY=S DATA=6 STOP=1.5 xon=on rts=hs dtr=off to=on", "57600 4 6 1"},
+      {"BAUD=57600 PARITY=S DATA=6 STOP=1.5 xon=on rts=hs dtr=off to=on", "57600 4 6 1", own},
       {"COM3: BAUD=4800 PARITY=E DATA=7 STOP=2", "4800 2 7 2"},
-      {"baud=300", "300 9 9 9"},
-      {"", "fail"}, {"hello", "fail"}, {"9600,x,8,1", "fail"}, {"9600,n,9,1", "fail"},
+      {"baud=300", "300 9 9 9", own},
+      {"", "fail", own}, {"hello", "fail"}, {"9600,x,8,1", "fail"}, {"9600,n,9,1", "fail"},
       {"9600,n,8,3", "fail"}, {"9600,n,8,1,q", "fail"}, {"9600,n,8,1,p,1", "fail"},
-      {"baud=9600 speed=1", "fail"}, {"parity=n data=8", "fail"}, {"baud=fast", "fail"},
+      {"baud=9600 speed=1", "fail"}, {"parity=n data=8", "fail", own}, {"baud=fast", "fail"},
       {"baud=9600 xon=maybe", "fail"}, {"-9600,n,8,1", "fail"}};
   for (auto c : cases) {
+    if (c.own && SystemParsesModes) continue;
     TDCB dcb;
     dcb.ByteSize = dcb.Parity = dcb.StopBits = 9;
     TDCB before = dcb;
@@ -148,6 +163,7 @@ TEST(CommPortSettings, ModeStrings) {
       EXPECT_EQ(std::memcmp(&dcb, &before, sizeof dcb), 0) << c.text;
     }
   }
+  if (SystemParsesModes) return;
   TDCB dcb;
   ASSERT_TRUE(CommModeToDCB("baud=9600 xon=on rts=hs dtr=on octs=on", dcb));
   EXPECT_EQ(dcb.Flags, DcbFlag::OutX | DcbFlag::InX | DcbFlag::RtsHandshake | DcbFlag::DtrEnable | DcbFlag::OutxCtsFlow);
@@ -155,15 +171,6 @@ TEST(CommPortSettings, ModeStrings) {
 
 class CommPortStore : public ::testing::Test {
  protected:
-  void SetUp() override {
-    dir = std::filesystem::temp_directory_path() / ("ostrel-comm-" + std::to_string(::getpid()));
-    std::filesystem::remove_all(dir);
-    ::setenv("XDG_CONFIG_HOME", dir.c_str(), 1);
-  }
-  void TearDown() override {
-    ::unsetenv("XDG_CONFIG_HOME");
-    std::filesystem::remove_all(dir);
-  }
   void Store(std::string_view value) {
     TRegistry reg;
     ASSERT_TRUE(reg.OpenKey(Key, true));
@@ -173,7 +180,7 @@ class CommPortStore : public ::testing::Test {
     return Join(int(p.PortNumber()), p.BaudRate(), int(p.Parity()), int(p.DataBits()), int(p.StopBits()));
   }
   static constexpr const char* Key = "\\Software\\Velmora Soft\\Test\\Scanner";
-  std::filesystem::path dir;
+  testutil::SettingsSandbox sandbox{"\\Software\\Velmora Soft\\Test"};
 };
 
 TEST_F(CommPortStore, SavedSettingsReadBack) {
@@ -220,7 +227,22 @@ TEST_F(CommPortStore, LoadingTheValueForms) {
   EXPECT_TRUE(port.RegLoadParams(HKEY_CURRENT_USER, Key, false));
 }
 
+TEST(CommPortOpen, AFailureNamesThePort) {
+  TkxCommPort missing;
+  missing.SetPortNumber(9);
+  missing.SetDevicePath("/nonexistent/tty");
+  EXPECT_EQ(MessageOf([&] { missing.Open(); }), Cp1251(u8"Порт COM9 занят или недоступен.").Str());
+  EXPECT_EQ(Join(missing.Active(), missing.HandleAllocated()), "0 0");
+}
+
 // ---- with a device ---------------------------------------------------------------------
+
+#ifndef OSTREL_TEST_PTY
+TEST(CommPortDevice, NeedsAPseudoTerminal) {
+  GTEST_SKIP() << "the device tests run over pseudo-terminals, which this system has not; "
+                  "the Windows port is checked under Wine by .ci/wine.sh";
+}
+#else
 
 // A port on the slave side of a fresh pseudo-terminal.
 struct PtyPort {
@@ -234,12 +256,6 @@ struct PtyPort {
 };
 
 TEST(CommPortDevice, OpenAndCloseStates) {
-  TkxCommPort missing;
-  missing.SetPortNumber(9);
-  missing.SetDevicePath("/nonexistent/tty");
-  EXPECT_EQ(MessageOf([&] { missing.Open(); }), Cp1251(u8"Порт COM9 занят или недоступен.").Str());
-  EXPECT_EQ(Join(missing.Active(), missing.HandleAllocated()), "0 0");
-
   PtyPort p(TkxCommEvents{evRxChar});
   p.port.SetActive(true);
   EXPECT_EQ(Join(p.port.Active(), p.port.HandleAllocated()), "1 1");
@@ -460,5 +476,7 @@ TEST(CommPortDevice, HandlerFailuresSurfaceOnTheMainThread) {
   p.pty.Write("b");
   EXPECT_TRUE(PumpUntil([&] { return calls == 2; }));
 }
+
+#endif
 
 }  // namespace

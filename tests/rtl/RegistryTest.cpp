@@ -1,7 +1,8 @@
-// The settings store over a temporary configuration directory.
+// The settings store: the registry on Windows, a temporary configuration directory elsewhere.
 #include <ostrel/rtl/Registry.h>
 #include <ostrel/rtl/Strings.h>
 
+#include "SettingsSandbox.h"
 #include "TestUtil.h"
 
 #include <gtest/gtest.h>
@@ -15,66 +16,64 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// Every key of these tests lies below the sandbox's own key.
 class RegistryTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    dir = fs::temp_directory_path() / ("ostrel-reg-" + std::to_string(::getpid()));
-    fs::remove_all(dir);
-    fs::create_directories(dir);
-    ::setenv("XDG_CONFIG_HOME", dir.c_str(), 1);
-  }
-  void TearDown() override {
-    ::unsetenv("XDG_CONFIG_HOME");
-    fs::remove_all(dir);
-  }
-  fs::path dir;
+  testutil::SettingsSandbox sandbox;
+  const std::string base = sandbox.Key();
+  const fs::path& dir = sandbox.Dir();
 };
 
 TEST_F(RegistryTest, ValuesSurviveInAFreshObjectWhateverTheirBytes) {
   const AnsiString odd = Cp1251(u8"Порт=COM3\\a\r\nb\0c").Str();
   {
     TRegistry reg;
-    ASSERT_TRUE(reg.OpenKey("\\Software\\Velmora Soft\\" + Cp1251(u8"Касса").Str(), true));
+    ASSERT_TRUE(reg.OpenKey(base + "\\" + Cp1251(u8"Касса").Str(), true));
     reg.WriteString("Comm.DCB", "COM3: BAUD=9600");
     reg.WriteString(Cp1251(u8"Имя=с равенством").Str(), odd);
     reg.WriteString("comm.dcb", "COM4: BAUD=1200");  // same value, other case
   }
   TRegistry reg;
-  EXPECT_FALSE(reg.OpenKeyReadOnly("\\Software\\Velmora Soft\\Нет"));
-  ASSERT_TRUE(reg.OpenKeyReadOnly("\\SOFTWARE\\velmora soft\\" + Cp1251(u8"КАССА").Str()));
-  EXPECT_EQ(reg.CurrentPath(), "SOFTWARE\\velmora soft\\" + Cp1251(u8"КАССА").Str());
+  EXPECT_FALSE(reg.OpenKeyReadOnly(base + "\\" + Cp1251(u8"Нет").Str()));
+  const std::string other = "\\SOFTWARE\\velmora soft\\OSTREL TEST\\" + Cp1251(u8"КАССА").Str();
+  ASSERT_TRUE(reg.OpenKeyReadOnly(other));
+  EXPECT_EQ(reg.CurrentPath(), other.substr(1));
   EXPECT_EQ(reg.ReadString("COMM.DCB"), "COM4: BAUD=1200");
   EXPECT_EQ(reg.ReadString(Cp1251(u8"имя=С РАВЕНСТВОМ").Str()), odd);
   EXPECT_EQ(reg.ReadString("missing"), "");
   EXPECT_FALSE(reg.ValueExists("missing"));
   EXPECT_EQ(testutil::MessageOf<ERegistryException>([&] { reg.WriteString("x", "y"); }),
             "Failed to set data for 'x'");
+#ifndef _WIN32
   // The tree is readable as it lies in the configuration directory.
-  fs::path key = dir / "ostrel/registry/HKEY_CURRENT_USER/Software/Velmora Soft" / u8"Касса";
+  fs::path key = dir / "ostrel/registry/HKEY_CURRENT_USER/Software/Velmora Soft/Ostrel Test" / u8"Касса";
   std::ifstream in(key / "values.txt", std::ios::binary);
   std::string first;
   std::getline(in, first);
   EXPECT_EQ(first, "Comm.DCB=COM4: BAUD\\=1200");
+#endif
 }
 
 TEST_F(RegistryTest, RelativeKeysRootsAndDeletes) {
   TRegistry reg;
-  EXPECT_FALSE(reg.KeyExists("\\Software\\A\\B"));
-  ASSERT_TRUE(reg.OpenKey("\\Software\\A", true));
+  EXPECT_FALSE(reg.KeyExists(base + "\\A\\B"));
+  ASSERT_TRUE(reg.OpenKey(base + "\\A", true));
   ASSERT_TRUE(reg.OpenKey("B/C.d", true));  // below the open key; '/' and '.' are name bytes
-  EXPECT_EQ(reg.CurrentPath(), "Software\\A\\B/C.d");
+  EXPECT_EQ(reg.CurrentPath(), base.substr(1) + "\\A\\B/C.d");
   reg.WriteString("v", "1");
-  EXPECT_TRUE(reg.KeyExists("\\software\\a\\b/c.D"));
+  EXPECT_TRUE(reg.KeyExists(base + "\\a\\b/c.D"));
   EXPECT_TRUE(reg.DeleteValue("V"));
   EXPECT_FALSE(reg.DeleteValue("v"));
   reg.SetRootKey(HKEY_LOCAL_MACHINE);
   EXPECT_FALSE(reg.HasCurrentKey());
-  EXPECT_FALSE(reg.KeyExists("\\Software\\A"));
+  EXPECT_FALSE(reg.KeyExists(base + "\\A"));
   EXPECT_EQ(testutil::MessageOf<ERegistryException>([&] { reg.SetRootKey(7); }),
             "Unknown registry root key 7");
   EXPECT_EQ(testutil::MessageOf<ERegistryException>([&] { reg.ReadString("v"); }),
             "Failed to get data for 'v'");
 }
+
+#ifndef _WIN32  // the file store's own behaviour
 
 TEST_F(RegistryTest, AnInterruptedWriteLeavesTheOldValues) {
   TRegistry reg;
@@ -104,5 +103,7 @@ TEST_F(RegistryTest, WithoutAnAbsoluteXdgDirectoryTheHomeConfigIsUsed) {
   ::setenv("HOME", savedHome.c_str(), 1);
   EXPECT_TRUE(fs::exists(dir / ".config/ostrel/registry/HKEY_CURRENT_USER/Software/Velmora Soft/values.txt"));
 }
+
+#endif
 
 }  // namespace

@@ -111,7 +111,8 @@ class XmlFiles : public ::testing::Test {
     std::filesystem::create_directories(dir);
   }
   void TearDown() override { std::filesystem::remove_all(dir); }
-  std::string Path(std::string_view name) const { return dir + "/" + std::string(name); }
+  // The full name as the loader reports it (with the system's own separators).
+  std::string Path(std::string_view name) const { return ExpandFileName(dir + "/" + std::string(name)); }
   static void Put(const std::string& path, std::string_view bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
   }
