@@ -116,7 +116,97 @@ class OSTREL_API Extended80 {
 
 namespace detail80 {
 
+#if defined(__SIZEOF_INT128__)
 __extension__ typedef unsigned __int128 U128;  // GCC and Clang, on every 64-bit target
+#else
+// 32-bit targets have no 128-bit integer: the operations the arithmetic below uses, on two
+// 64-bit halves, with the built-in type's meaning (results modulo 2^128).
+class U128 {
+ public:
+  constexpr U128() = default;
+  constexpr U128(UInt64 v) : fHi(0), fLo(v) {}  // NOLINT: converts as the built-in type does
+  constexpr U128(int v) : fHi(v < 0 ? ~UInt64{0} : 0), fLo(static_cast<UInt64>(v)) {}  // NOLINT
+  explicit constexpr operator UInt64() const { return fLo; }
+
+  friend constexpr bool operator==(U128 a, U128 b) { return a.fHi == b.fHi && a.fLo == b.fLo; }
+  friend constexpr bool operator<(U128 a, U128 b) {
+    return a.fHi != b.fHi ? a.fHi < b.fHi : a.fLo < b.fLo;
+  }
+  friend constexpr bool operator>(U128 a, U128 b) { return b < a; }
+  friend constexpr bool operator<=(U128 a, U128 b) { return !(b < a); }
+  friend constexpr bool operator>=(U128 a, U128 b) { return !(a < b); }
+
+  friend constexpr U128 operator|(U128 a, U128 b) { return Make(a.fHi | b.fHi, a.fLo | b.fLo); }
+  friend constexpr U128 operator&(U128 a, U128 b) { return Make(a.fHi & b.fHi, a.fLo & b.fLo); }
+  friend constexpr U128 operator+(U128 a, U128 b) {
+    const UInt64 lo = a.fLo + b.fLo;
+    return Make(a.fHi + b.fHi + (lo < a.fLo ? 1 : 0), lo);
+  }
+  friend constexpr U128 operator-(U128 a, U128 b) {
+    return Make(a.fHi - b.fHi - (a.fLo < b.fLo ? 1 : 0), a.fLo - b.fLo);
+  }
+  friend constexpr U128 operator<<(U128 a, int n) {
+    if (n <= 0) return a;
+    if (n >= 128) return U128();
+    if (n >= 64) return Make(a.fLo << (n - 64), 0);
+    return Make((a.fHi << n) | (a.fLo >> (64 - n)), a.fLo << n);
+  }
+  friend constexpr U128 operator>>(U128 a, int n) {
+    if (n <= 0) return a;
+    if (n >= 128) return U128();
+    if (n >= 64) return Make(0, a.fHi >> (n - 64));
+    return Make(a.fHi >> n, (a.fLo >> n) | (a.fHi << (64 - n)));
+  }
+  friend constexpr U128 operator*(U128 a, U128 b) {
+    U128 p = Mul64(a.fLo, b.fLo);
+    p.fHi += a.fHi * b.fLo + a.fLo * b.fHi;
+    return p;
+  }
+  // Division by a 64-bit divisor, the only kind the conversions need.
+  friend constexpr U128 operator/(U128 a, UInt64 d) { return DivMod(a, d, nullptr); }
+  friend constexpr UInt64 operator%(U128 a, UInt64 d) {
+    UInt64 r = 0;
+    DivMod(a, d, &r);
+    return r;
+  }
+  constexpr U128& operator|=(U128 b) { return *this = *this | b; }
+  constexpr U128& operator<<=(int n) { return *this = *this << n; }
+  constexpr U128& operator>>=(int n) { return *this = *this >> n; }
+
+ private:
+  static constexpr U128 Make(UInt64 hi, UInt64 lo) {
+    U128 v;
+    v.fHi = hi;
+    v.fLo = lo;
+    return v;
+  }
+  static constexpr U128 Mul64(UInt64 a, UInt64 b) {
+    const UInt64 aLo = a & 0xFFFFFFFFu, aHi = a >> 32, bLo = b & 0xFFFFFFFFu, bHi = b >> 32;
+    const UInt64 ll = aLo * bLo, lh = aLo * bHi, hl = aHi * bLo, hh = aHi * bHi;
+    const UInt64 mid = (ll >> 32) + (lh & 0xFFFFFFFFu) + (hl & 0xFFFFFFFFu);
+    return Make(hh + (lh >> 32) + (hl >> 32) + (mid >> 32), (mid << 32) | (ll & 0xFFFFFFFFu));
+  }
+  // Schoolbook division one bit at a time: the high half first, then the remainder with the
+  // low half, where the remainder stays below the divisor.
+  static constexpr U128 DivMod(U128 a, UInt64 d, UInt64* rest) {
+    const UInt64 qHi = a.fHi / d;
+    UInt64 r = a.fHi % d, qLo = 0;
+    for (int bit = 63; bit >= 0; --bit) {
+      const bool carry = (r >> 63) != 0;
+      r = (r << 1) | ((a.fLo >> bit) & 1);
+      if (carry || r >= d) {
+        r -= d;
+        qLo |= UInt64{1} << bit;
+      }
+    }
+    if (rest) *rest = r;
+    return Make(qHi, qLo);
+  }
+
+  UInt64 fHi = 0;
+  UInt64 fLo = 0;
+};
+#endif
 
 constexpr UInt64 kTop = UInt64{1} << 63;
 constexpr Word kSign = 0x8000;
