@@ -294,13 +294,14 @@ void TkxCommPort::Open() {
     UpdateBuffer();
     UpdateDCB();
     UpdateTimeouts();
+    fActive = true;
     if (!fEvents.Empty()) {
       auto window = fSyncMethod == smWindowSync ? std::make_unique<THiddenWindow>(this) : nullptr;
       // Created suspended: the port is complete before a handler can see it.
       auto thread = std::make_unique<TkxCommEventThread>(this, fDevice, EventsToMask(fEvents), std::move(window));
       fWindow = thread->Window();
-      fThread = std::move(thread);  // in place before a handler can close the port
-      fActive = true;
+      fThread = std::move(thread);
+      // Last: from here on a handler (on the worker, with smNone) may already close the port.
       fThread->Start();
     }
   } catch (...) {
@@ -310,7 +311,6 @@ void TkxCommPort::Open() {
     fActive = false;
     throw;
   }
-  fActive = true;
 }
 
 void TkxCommPort::Close() {

@@ -311,7 +311,7 @@ class OSTREL_API TkxCommPort : public TComponent {
   std::mutex fLock;
   std::vector<std::unique_ptr<TkxCommEventThread>> fStopped;
   std::atomic<std::thread::id> fHandlerThread{};
-  bool fActive = false;
+  std::atomic<bool> fActive{false};  // a handler may close on the worker
   TkxCommPortNumber fPortNumber = 2;
   AnsiString fDevicePath;
   TkxCommPortBaudRate fBaudRate = 9600;
