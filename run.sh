@@ -86,9 +86,13 @@ case "$mode" in
     command -v ccache >/dev/null 2>&1 && arm+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
     cmake "${arm[@]}"
     cmake --build build-arm64 -j "$jobs"
-    # The install test builds a consumer with the host's tools and runs it on the host; it
-    # has no cross-built form, so it is left out here.
-    exec ctest --test-dir build-arm64 --output-on-failure -j "$jobs" -E '^install$' "$@"
+    # Left out here, and said so: the install test builds a consumer with the host's tools
+    # and runs it on the host (it has no cross-built form); the serial-port tests that open a
+    # pseudo-terminal need the termios2 ioctls, which qemu-user does not pass on (ENOSYS).
+    echo "run.sh: not run under qemu: install (host tools only); serial tests over a" \
+         "pseudo-terminal (qemu-user has no termios2 ioctls)" >&2
+    exec ctest --test-dir build-arm64 --output-on-failure -j "$jobs" \
+      -E '^(install|CommPortDevice\..*|CommPortVolume\..*|BarcodeTest\.SerialScannerTurnsBytesIntoCodes)$' "$@"
     ;;
   bench)
     cmake "${config[@]}" -DOSTREL_BUILD_BENCH=ON
