@@ -381,36 +381,26 @@ void TkxCommPort::SetDevicePath(std::string_view path) {
 }
 
 void TkxCommPort::SetBaudRate(TkxCommPortBaudRate value) {
-  Cardinal rate = RoundBaudRate(value);
-  if (rate == fBaudRate) return;
-  fBaudRate = rate;
-  UpdateDCB();
+  SetLineSetting(fBaudRate, RoundBaudRate(value));
 }
 
 void TkxCommPort::SetDataBits(TkxCommPortDataBits value) {
-  if (value == fDataBits) return;
+  if (value == fDataBits) return;  // an unchanged value is never checked
   if (value < 5 || value > 8)
     throw EInvalidArgument(Format("SetDataBits: %d data bits are outside 5 to 8", static_cast<Integer>(value)));
-  fDataBits = value;
-  UpdateDCB();
+  SetLineSetting(fDataBits, value);
 }
 
 void TkxCommPort::SetParity(TkxCommPortParity value) {
-  if (value == fParity) return;
-  fParity = value;
-  UpdateDCB();
+  SetLineSetting(fParity, value);
 }
 
 void TkxCommPort::SetStopBits(TkxCommPortStopBits value) {
-  if (value == fStopBits) return;
-  fStopBits = value;
-  UpdateDCB();
+  SetLineSetting(fStopBits, value);
 }
 
 void TkxCommPort::SetFlowControl(TkxCommPortFlowControl value) {
-  if (value == fFlowControl) return;
-  fFlowControl = value;
-  UpdateDCB();
+  SetLineSetting(fFlowControl, value);
 }
 
 void TkxCommPort::SetEvents(TkxCommEvents value) {

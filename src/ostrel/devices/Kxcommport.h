@@ -292,6 +292,14 @@ class OSTREL_API TkxCommPort : public TComponent {
   virtual void ReceiveData(const void* data, Integer size);
 
  private:
+  // Sets one line setting; an open port takes the changed device block at once.
+  template <typename T>
+  void SetLineSetting(T& field, T value) {
+    if (value == field) return;
+    field = value;
+    UpdateDCB();
+  }
+
   friend class TkxCommEventThread;
   friend class TkxCommBuffer;
   friend class TkxCommTimeouts;
