@@ -5,6 +5,7 @@
 // on the same bytes in the same run. The closing table gives MB/s, the ratios to the peers
 // and the heap held by a loaded 40 MB document.
 #include <ostrel/rtl/Format.h>
+#include <ostrel/xml/Xdata.h>
 #include <ostrel/xml/Xmlutils.h>
 
 #include <benchmark/benchmark.h>
@@ -279,6 +280,90 @@ class TableReporter : public benchmark::ConsoleReporter {
   }
   std::map<std::string, double> fRates;
 };
+
+// ---------------------------------------------------------------------------------------
+// Extremes of the tree and the queries: one item with 100 000 attributes matched on all of
+// them (XCopyItems, and XFix keyed on them), interfaces taken while walking down a chain of
+// 100 000 items, and get_Doc of an item 10^6 levels deep.
+
+// a0="v0" a1="v1" ...
+AnsiString WideAttrs(int count) {
+  AnsiString text;
+  for (int i = 0; i < count; ++i) text += " a" + IntToStr(i) + "=\"v" + IntToStr(i) + "\"";
+  return text;
+}
+
+// A new document <r><row a0="v0" ... /></r>; its root.
+IPtr<IXItem> WideRow(int attrs) {
+  IPtr<IXDoc> doc;
+  GetXDocIntf(std::string_view(), doc);
+  TXItem* row = static_cast<TXDocIntf*>(doc.Get())->Root()->Add();
+  row->set_Name("row");
+  row->set_AttrText(WideAttrs(attrs));
+  return doc->get_Root();
+}
+
+void XCopyItemsWideKeys(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  const IPtr<IXItem> dest = WideRow(n), source = WideRow(n);
+  for (auto _ : state) XCopyItems(dest, source);  // the row matches: nothing is added
+  if (dest->get_Count() != 1) state.SkipWithError("the wide row was not matched");
+}
+BENCHMARK(XCopyItemsWideKeys)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// The target row <row a0=...><v/></row>; the fixes <f><row a0=...><v fix="u"/></row></f>
+// find it by all its attributes and replace its v.
+void XFixWideKeys(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  TXItem target;
+  target.set_Name("row");
+  target.set_AttrText(WideAttrs(n));
+  target.Add()->set_Name("v");
+  TXItem fixes;
+  TXItem* fix = fixes.Add();
+  fix->set_Name("row");
+  fix->set_AttrText(WideAttrs(n));
+  TXItem* change = fix->Add();
+  change->set_Name("v");
+  change->set_AttrText("fix=\"u\"");
+  for (auto _ : state) XFix(&target, &fixes);
+  if (target.get_Items(0)->get_AttrText().empty()) state.SkipWithError("the fix was not applied");
+}
+BENCHMARK(XFixWideKeys)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// A document whose root holds a chain of `depth` items.
+IPtr<IXDoc> Chain(int depth) {
+  IPtr<IXDoc> doc;
+  GetXDocIntf(std::string_view(), doc);
+  TXItem* item = static_cast<TXDocIntf*>(doc.Get())->Root();
+  for (int i = 0; i < depth; ++i) item = item->Add();
+  return doc;
+}
+
+void WalkDownTakingInterfaces(benchmark::State& state) {
+  const int depth = static_cast<int>(state.range(0));
+  for (auto _ : state) {
+    state.PauseTiming();
+    IPtr<IXDoc> doc = Chain(depth);
+    state.ResumeTiming();
+    IPtr<IXItem> item = doc->get_Root();
+    while (item->get_Count() > 0) item = item->get_Items(0);
+    state.PauseTiming();
+    item = nullptr;
+    doc = nullptr;
+    state.ResumeTiming();
+  }
+}
+BENCHMARK(WalkDownTakingInterfaces)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+void GetDocDeep(benchmark::State& state) {
+  const IPtr<IXDoc> doc = Chain(static_cast<int>(state.range(0)));
+  TXItem* deepest = static_cast<TXDocIntf*>(doc.Get())->Root();
+  while (deepest->get_Count() > 0) deepest = deepest->get_Items(0);
+  const IPtr<IXItem> item = deepest->get_Intf();
+  for (auto _ : state) benchmark::DoNotOptimize(item->get_Doc());
+}
+BENCHMARK(GetDocDeep)->Arg(1000000)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 

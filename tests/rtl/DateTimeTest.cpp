@@ -92,6 +92,30 @@ TEST(DateDecoding, ValuesOutsideTheCalendarDoNotCrash) {
   EXPECT_EQ(FormatDateTime("dd.mm.yyyy", -1e9), "00.00.0000");
 }
 
+// The strict decoding is for text that must read back as the same moment: inside the
+// calendar it agrees with the plain one, outside it refuses where the plain one gives 0-0-0
+// or bends the value to the last millisecond of 9999.
+TEST(DateDecoding, StrictDecodingRefusesMomentsOutsideTheCalendar) {
+  const double lastMs = 2958465.0 + 86399999.0 / 86400000.0;
+  for (double v : {MinDateTime, MinDateTime - 0.5, 0.0, -1.25, kSample, lastMs,
+                   MaxDateTime}) {
+    Word f[7];
+    DecodeDateTimeStrict(v, f[0], f[1], f[2], f[3], f[4], f[5], f[6]);
+    EXPECT_EQ((Fields{f[0], f[1], f[2], f[3], f[4], f[5], f[6]}), Decode(v)) << v;
+  }
+  const double outside[] = {MinDateTime - 1,  // 0000-12-31
+                            2958466.0,        // 10000-01-01
+                            lastMs + 0.6 / 86400000.0,  // rounds to 10000-01-01 00:00:00.000
+                            1e10, -1e300, INFINITY, -INFINITY, NAN};
+  for (double v : outside) {
+    Word y, m, d, h, n, s, ms;
+    EXPECT_EQ(testutil::MessageOf<EConvertError>(
+                  [&] { DecodeDateTimeStrict(v, y, m, d, h, n, s, ms); }),
+              Format(SysConst::SInvalidDateTime, FloatToStr(v)))
+        << v;
+  }
+}
+
 TEST(DateEncoding, LeapYearsAndInvalidParts) {
   struct Row { Word year; bool leap; Word feb; };
   for (const Row& r : {Row{1900, false, 28}, Row{2000, true, 29}, Row{2024, true, 29},

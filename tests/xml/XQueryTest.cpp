@@ -1,12 +1,14 @@
 // Item queries: paths with filters and their errors, key searches, values and attributes,
 // key matching, copying by keys and the keyed index.
 #include <ostrel/core/Dump.h>
+#include <ostrel/rtl/Format.h>
 #include <ostrel/rtl/Strings.h>
 #include <ostrel/xml/Xdata.h>
 
 #include <gtest/gtest.h>
 
 #include "TestUtil.h"
+#include "XmlUtil.h"
 
 namespace ostrel {
 namespace {
@@ -207,7 +209,8 @@ TEST(XValues, ReadChildrenWithDefaults) {
   EXPECT_TRUE(VarIsNull(XValue(root, "b")));
   EXPECT_EQ(VarToStr(XValue(root, "d", "k", "3", "none")), "v3");
   EXPECT_EQ(VarToStr(XValue(root, "d", "k", "5", "none")), "none");
-  EXPECT_EQ(VarToStr(XValue(root, "e", "k", "4", "none")), "none");
+  // The default stands for a missing child; a child found without a value gives Null.
+  EXPECT_TRUE(VarIsNull(XValue(root, "e", "k", "4", "none")));
   // Without raise only a direct child's name is understood.
   EXPECT_EQ(VarToStr(FindXVal(root, "d", false)), "v2");
   EXPECT_TRUE(VarIsNull(FindXVal(root, "/d", false)));
@@ -374,6 +377,300 @@ TEST(XIndex, SortsByKeyAndFindsTheFirstOfEqualKeys) {
   GetXItemIndexIntf(empty, "id", index);
   IPtr<IXItem> found;
   EXPECT_FALSE(index->FindItem("1", found));
+}
+
+// A key of another kind than text equals a key text that converts to it, as the variant
+// comparison has it, although the list stays in the order of the texts.
+TEST(XIndex, NumberKeysMeetTheTextsThatConvertToThem) {
+  const IPtr<IXItem> root = Load(
+      R"(<r><i id="10" n="a"/><i id="02" n="b"/><i id="9" n="c"/><i id="abc" n="d"/><i n="e"/><i id="2" n="f"/><i id="1,5" n="g"/></r>)");
+  IPtr<IXItemList> list;
+  GetXItemListIntf(root, "i", list);
+  IPtr<IXItemIndex> index;
+  GetXItemIndexIntf(list, "id", index);
+  auto find = [&](const Variant& key) {
+    IPtr<IXItem> found;
+    const bool ok = index->FindItem(key, found);
+    EXPECT_EQ(ok, static_cast<bool>(found));
+    return found ? VarToStr(found->get_Attr("n")) : "-";
+  };
+  // "02" sorts before "2": of equal values the first in the list's order is found.
+  EXPECT_EQ(testutil::Join(find(2), find(9), find(10), find(10.0), find(1.5), find(3)),
+            "b c a a g -");
+  EXPECT_EQ(testutil::Join(find("2"), find("02"), find("9"), find("abc")), "f b c d");
+  EXPECT_EQ(find(Variant(Currency::FromInt(9))), "c");
+  EXPECT_EQ(VarToStr(index->GetItem(10)->get_Attr("n")), "a");
+  // An item added to the list afterwards is seen.
+  IPtr<IXItem> added = root->Add("i");
+  added->set_Attr("id", "7");
+  added->set_Attr("n", "h");
+  list->Add(added);
+  EXPECT_EQ(find(7), "h");
+}
+
+// An IXItem of the test's own: a name, a value, attributes in a list and children, with no
+// tie to the library's tree.
+class TTestItem final : public testutil::TIntfObject<IXItem> {
+ public:
+  IPtr<IXDoc> OSTREL_STDCALL get_Doc() override { return nullptr; }
+  IPtr<IXItem> OSTREL_STDCALL get_Parent() override { return IPtr<IXItem>(fParent); }
+  Integer OSTREL_STDCALL get_Index() override {
+    if (!fParent) return -1;
+    for (std::size_t i = 0; i < fParent->fItems.size(); ++i)
+      if (fParent->fItems[i].Get() == this) return static_cast<Integer>(i);
+    return -1;
+  }
+  Integer OSTREL_STDCALL get_Count() override { return static_cast<Integer>(fItems.size()); }
+  IPtr<IXItem> OSTREL_STDCALL get_Items(Integer index) override {
+    return IPtr<IXItem>(fItems.at(static_cast<std::size_t>(index)).Get());
+  }
+  AnsiString OSTREL_STDCALL get_Name() override { return fName; }
+  void OSTREL_STDCALL set_Name(std::string_view name) override { fName = name; }
+  Variant OSTREL_STDCALL get_Value() override { return fValue; }
+  void OSTREL_STDCALL set_Value(const Variant& value) override {
+    fValue = value;
+    fIsCDATA = false;
+  }
+  bool OSTREL_STDCALL get_IsCDATA() override { return fIsCDATA; }
+  AnsiString OSTREL_STDCALL get_CDATA() override { return VarToStr(fValue); }
+  void OSTREL_STDCALL set_CDATA(std::string_view text) override {
+    fValue = AnsiString(text);
+    fIsCDATA = true;
+  }
+  Variant OSTREL_STDCALL get_Attr(std::string_view name) override {
+    for (const auto& [n, v] : fAttrs)
+      if (AnsiSameText(n, name)) return v;
+    return Variant::Null();
+  }
+  void OSTREL_STDCALL set_Attr(std::string_view name, const Variant& value) override {
+    for (auto it = fAttrs.begin(); it != fAttrs.end(); ++it)
+      if (AnsiSameText(it->first, name)) {
+        if (VarIsNull(value))
+          fAttrs.erase(it);
+        else
+          it->second = VarToStr(value);
+        return;
+      }
+    if (!VarIsNull(value)) fAttrs.emplace_back(AnsiString(name), VarToStr(value));
+  }
+  AnsiString OSTREL_STDCALL get_XML() override { throw Exception("TTestItem: no XML"); }
+  void OSTREL_STDCALL set_XML(std::string_view) override { throw Exception("TTestItem: no XML"); }
+  void OSTREL_STDCALL Clear() override { fItems.clear(); }
+  void OSTREL_STDCALL Delete(Integer index) override {
+    fItems.erase(fItems.begin() + index);
+  }
+  IPtr<IXItem> OSTREL_STDCALL Insert(Integer index, std::string_view name) override {
+    IPtr<TTestItem> child(new TTestItem);
+    child->fName = name;
+    child->fParent = this;
+    fItems.insert(fItems.begin() + index, child);
+    return IPtr<IXItem>(child.Get());
+  }
+  IPtr<IXItem> OSTREL_STDCALL Add(std::string_view name) override {
+    return Insert(get_Count(), name);
+  }
+  bool OSTREL_STDCALL FindItem(std::string_view name, IPtr<IXItem>& item) override {
+    item = nullptr;
+    for (const auto& child : fItems)
+      if (AnsiSameText(child->fName, name)) {
+        item = IPtr<IXItem>(child.Get());
+        return true;
+      }
+    return false;
+  }
+  bool OSTREL_STDCALL GetAttrList(IPtr<IDump>& list) override {
+    list = GetDumpIntf();
+    for (const auto& [n, v] : fAttrs) list->set_ByName(n, Variant(v));
+    return !fAttrs.empty();
+  }
+  void OSTREL_STDCALL LoadFromStream(TStream&) override { throw Exception("TTestItem: no XML"); }
+  void OSTREL_STDCALL SaveToStream(TStream&) override { throw Exception("TTestItem: no XML"); }
+
+ private:
+  AnsiString fName;
+  Variant fValue = Variant::Null();
+  bool fIsCDATA = false;
+  std::vector<std::pair<AnsiString, AnsiString>> fAttrs;
+  std::vector<IPtr<TTestItem>> fItems;
+  TTestItem* fParent = nullptr;
+};
+
+// The same tree built of test items, through the interface of both.
+IPtr<IXItem> AsTestItems(const IPtr<IXItem>& from) {
+  IPtr<IXItem> root(new TTestItem);
+  std::vector<std::pair<IPtr<IXItem>, IPtr<IXItem>>> work{{from, root}};
+  while (!work.empty()) {
+    auto [f, t] = work.back();
+    work.pop_back();
+    t->set_Name(f->get_Name());
+    IPtr<IDump> attrs;
+    f->GetAttrList(attrs);
+    for (Integer i = 0; i < attrs->get_Count(); ++i)
+      t->set_Attr(attrs->get_Name(i), attrs->get_Value(i));
+    if (f->get_IsCDATA())
+      t->set_CDATA(f->get_CDATA());
+    else
+      t->set_Value(f->get_Value());
+    for (Integer i = 0; i < f->get_Count(); ++i) work.emplace_back(f->get_Items(i), t->Add(""));
+  }
+  return root;
+}
+
+// Any item as one line: name{a=v ...}='value'(children ...), read through the interface.
+std::string Shape(const IPtr<IXItem>& item) {
+  if (!item) return "-";
+  std::string s = item->get_Name();
+  IPtr<IDump> attrs;
+  if (item->GetAttrList(attrs)) {
+    s += "{";
+    for (Integer i = 0; i < attrs->get_Count(); ++i)
+      s += (i ? " " : "") + attrs->get_Name(i) + "=" + VarToStr(attrs->get_Value(i));
+    s += "}";
+  }
+  if (!VarIsNull(item->get_Value()))
+    s += "='" + VarToStr(item->get_Value()) + (item->get_IsCDATA() ? "'!" : "'");
+  if (item->get_Count() > 0) {
+    s += "(";
+    for (Integer i = 0; i < item->get_Count(); ++i) s += (i ? " " : "") + Shape(item->get_Items(i));
+    s += ")";
+  }
+  return s;
+}
+
+// Every query answers for an IXItem of another implementation as for the library's own
+// tree holding the same document, and the copying functions copy between the two kinds.
+TEST(XForeignItems, QueriesAnswerAsForTheLibrarysOwnTree) {
+  constexpr std::string_view kDoc = R"(<r>
+    <forms><form name="list"><f n="1"/></form><form name="main" id="5"><f n="2"/></form></forms>
+    <row id="1" kind="a">one</row><row id="2" kind="b"/><row id="2" kind="c">two</row>
+    <deep><x><row id="7" kind="z">seven</row></x></deep><c><![CDATA[<raw>]]></c></r>)";
+  const IPtr<IXItem> own = Load(kDoc);
+  const IPtr<IXItem> foreign = AsTestItems(own);
+  ASSERT_EQ(Shape(foreign), Shape(own));
+  IPtr<IDump> keys = GetDumpIntf();
+  keys->set_ByName("ID", 2);
+  keys->set_ByName("kind", "C");
+  const std::function<std::string(const IPtr<IXItem>&)> queries[] = {
+      [](auto r) { return Shape(FindXItem(r, R"(forms/form[@name="main" @ID="5"]/f)", false)); },
+      [](auto r) { return Shape(FindXItem(r, "FORMS/form", false)); },
+      [](auto r) {
+        IPtr<IXItem> found;
+        return MessageOf([&] { FindXPath(r, "forms/nope", true, found); });
+      },
+      [](auto r) { return Shape(FindXItem(r, "row", "id", "2", false)); },
+      [](auto r) { return Shape(FindXRecurse(r, "ROW", "ID", "7", false)); },
+      [](auto r) { return MessageOf([&] { FindXRecurse(r, "row", "id", "8", true); }); },
+      [](auto r) { return Shape(GetXItem(r, "deep")) + Shape(GetXItem(r, "row", "id", "9")); },
+      [](auto r) {
+        return VarToStr(XValue(r, "row", "def")) + VarToStr(XValue(r, "none", "def")) +
+               VarToStr(XValue(r, "row", "id", "2", "def")) + "|" +
+               VarToStr(XValue(r, "row", "kind", "C", "def")) + VarToStr(FindXVal(r, "c", false));
+      },
+      [&](auto r) {
+        IPtr<IXItem> found;
+        return testutil::Join(SameXItem(r->get_Items(3), "row", keys, true),
+                              SameXItem(r->get_Items(3), "row", "kind;id", VarArrayOf({"c", "2"}), true),
+                              LocateXItem(r, "row", keys, true, found)) +
+               Shape(found);
+      },
+      [](auto r) {
+        IPtr<IXItem> found;
+        return testutil::Join(LocateXItem(r, "row", "kind", "b", true, found)) + Shape(found);
+      },
+  };
+  for (const auto& query : queries) EXPECT_EQ(query(foreign), query(own));
+
+  // Copying: each kind into each, compared with the library's tree copied into itself.
+  const auto source = [] { return Load(R"(<s><row id="2" kind="b"><new/></row><row id="3">three</row><c><![CDATA[x]]></c></s>)"); };
+  IPtr<IXItem> expected = Load(kDoc);
+  XCopyItems(expected, source());
+  for (int kinds = 1; kinds < 4; ++kinds) {
+    IPtr<IXItem> dest = Load(kDoc), from = source();
+    if (kinds & 1) dest = AsTestItems(dest);
+    if (kinds & 2) from = AsTestItems(from);
+    XCopyItems(dest, from);
+    EXPECT_EQ(Shape(dest), Shape(expected)) << kinds;
+  }
+  // XMerge and XAssign from and into the test's items.
+  const IPtr<IXItem> target = AsTestItems(Load(R"(<t a="1" b="2">old<k/></t>)"));
+  XMerge(target, Load(R"(<m b="3" c="4">new<n/></m>)"));
+  EXPECT_EQ(Shape(target), "t{a=1 b=3 c=4}(#text='old' k #text='new' n)");
+  XAssign(target, AsTestItems(Load(R"(<z y="1"><![CDATA[q]]><w/></z>)")));
+  EXPECT_EQ(Shape(target), "z{y=1}(#text='q'! w)");
+  const IPtr<IXItem> ownTarget = Load("<o/>");
+  XAssign(ownTarget, target);
+  EXPECT_EQ(Shape(ownTarget), "z{y=1}(#text='q'! w)");
+}
+
+// Matching on many attributes (XFix, LocateXItem and XCopyItems look them up in a table)
+// agrees with get_Attr: names ignore case, of two attributes with one name the first counts,
+// and one differing value among thousands breaks the match.
+TEST(XWideKeys, ManyAttributesMatchAsGetAttrReadsThem) {
+  constexpr int kCount = 3000;
+  AnsiString attrs, upper;
+  for (int i = 0; i < kCount; ++i) {
+    attrs += " a" + IntToStr(i) + "=\"v" + IntToStr(i) + "\"";
+    upper = " A" + IntToStr(i) + "=\"V" + IntToStr(i) + "\"" + upper;  // reversed, other case
+  }
+  const IPtr<IXItem> root = Load("<r><row" + attrs + R"( a5="second"/></r>)");
+  IPtr<IDump> keys;
+  Load("<k" + upper + "/>")->GetAttrList(keys);
+  IPtr<IXItem> found;
+  EXPECT_TRUE(LocateXItem(root, "row", keys, true, found));
+  EXPECT_EQ(Where(found), "row#0");
+  keys->set_ByName("a5", "second");
+  EXPECT_FALSE(SameXItem(root->get_Items(0), "row", keys, true));
+
+  // XCopyItems merges into the matching row rather than appending another.
+  XCopyItems(root, Load("<s><row" + upper + "><sub/></row></s>"));
+  EXPECT_EQ(testutil::Join(root->get_Count(), root->get_Items(0)->get_Count()), "1 1");
+  XCopyItems(root, Load("<s><row" + upper + R"( a2999="other"/></s>)"));
+  EXPECT_EQ(root->get_Count(), 2);
+
+  // XFix keyed on all of them: the fix applies; with one value changed, it does not.
+  for (const bool same : {true, false}) {
+    TXItem target, fixes;
+    xmltest::LoadText(&target, "<row" + attrs + "><v/></row>");
+    const AnsiString key = same ? upper : upper + R"( a0="changed")";
+    xmltest::LoadText(&fixes, "<f><row" + key + R"(><v fix="d"/></row></f>)");
+    XFix(&target, &fixes);
+    EXPECT_EQ(target.get_Count(), same ? 0 : 1) << same;
+  }
+}
+
+// Interfaces taken from the top down and from the bottom up all count on the document, and
+// after a subtree moves to another document its new interfaces count on that one.
+TEST(XWrappers, EveryInterfaceCountsOnItsDocument) {
+  IPtr<IXDoc> doc;
+  GetXDocIntf(std::string_view(), doc);
+  TXItem* item = static_cast<TXDocIntf*>(doc.Get())->Root();
+  for (int i = 0; i < 50; ++i) item = item->Add();
+  item->set_Name("bottom");
+  const IPtr<IXItem> bottom = item->get_Intf();  // first from the bottom: every level between
+  IPtr<IXItem> walk = doc->get_Root();
+  for (int i = 0; i < 50; ++i) {
+    walk = walk->get_Items(0);
+    ASSERT_EQ(walk->get_Doc().Get(), doc.Get()) << i;
+  }
+  EXPECT_EQ(walk.Get(), bottom.Get());
+  const IXDoc* first = doc.Get();
+  doc = nullptr;
+  walk = nullptr;
+  EXPECT_EQ(bottom->get_Doc().Get(), first);  // the item alone keeps the document alive
+  EXPECT_EQ(bottom->get_Parent()->get_Index(), 0);
+
+  IPtr<IXDoc> other;
+  GetXDocIntf(std::string_view(), other);
+  IPtr<IXItem> middle = bottom;
+  for (int i = 0; i < 25; ++i) middle = middle->get_Parent();
+  TXItem* moved = static_cast<TXItemIntf*>(middle.Get())->XItem();
+  static_cast<TXDocIntf*>(other.Get())->Root()->AddItem(moved);
+  // The interfaces held from before now fail; new ones count on the other document.
+  EXPECT_EQ(MessageOf([&] { bottom->get_Name(); }), _SErrXItemDeleted.Str());
+  TXItem* below = moved;
+  while (below->get_Count() > 0) below = below->get_Items(0);
+  EXPECT_EQ(below->get_Intf()->get_Doc().Get(), other.Get());
+  EXPECT_EQ(other->get_Root()->get_Items(0)->get_Items(0)->get_Doc().Get(), other.Get());
 }
 
 }  // namespace

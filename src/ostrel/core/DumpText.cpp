@@ -27,10 +27,8 @@ bool HoldsInterface(TVarType t) { return t == varDispatch || t == varUnknown; }
 // other moment would be written as a date that reads back as another one or as nothing, so
 // it is refused with the conversion error instead.
 AnsiString TypedDateText(TDateTime value) {
-  Word year = 0, month = 0, day = 0;
-  if (!std::isnan(value) && value <= MaxDateTime) DecodeDate(value, year, month, day);
-  if (year < 1 || year > 9999)
-    throw EConvertError(Format(SysConst::SInvalidDateTime, FloatToStr(value)));
+  Word year, month, day, hour, min, sec, msec;
+  DecodeDateTimeStrict(value, year, month, day, hour, min, sec, msec);
   return FormatDateTime(kTypedDateFormat, value);
 }
 

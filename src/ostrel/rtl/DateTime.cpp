@@ -55,17 +55,22 @@ struct Stamp {
   Int64 ms;
 };
 
-Stamp ToStamp(TDateTime value) {
-  if (std::isnan(value)) return {-kDateDelta, 0};
-  if (value > MaxDateTime) value = MaxDateTime;
-  // Anything earlier than 0001-01-01 decodes as "no date"; clamping keeps the product finite.
-  if (value < -static_cast<double>(kDateDelta + 1)) value = -static_cast<double>(kDateDelta + 1);
+// The stamp of a finite value within a day or so of the calendar's ends.
+Stamp RawStamp(TDateTime value) {
   const long double product = static_cast<long double>(value) * kMSecsPerDay;
   const Int64 ms = static_cast<Int64>(RoundHalfEven(product));
   const Int64 magnitude = ms < 0 ? -ms : ms;
   Stamp st{magnitude / kMSecsPerDay, magnitude % kMSecsPerDay};
   if (ms < 0) st.day = -st.day;
   return st;
+}
+
+Stamp ToStamp(TDateTime value) {
+  if (std::isnan(value)) return {-kDateDelta, 0};
+  if (value > MaxDateTime) value = MaxDateTime;
+  // Anything earlier than 0001-01-01 decodes as "no date"; clamping keeps the product finite.
+  if (value < -static_cast<double>(kDateDelta + 1)) value = -static_cast<double>(kDateDelta + 1);
+  return RawStamp(value);
 }
 
 TDateTime Compose(Int64 day, Int64 ms) {
@@ -582,8 +587,9 @@ bool DecodeDateFully(TDateTime value, Word& year, Word& month, Word& day, Word& 
   return d.year != 0 && Leap(d.year);
 }
 
-void DecodeTime(TDateTime value, Word& hour, Word& min, Word& sec, Word& msec) {
-  Int64 ms = ToStamp(value).ms;
+namespace {
+
+void SplitTime(Int64 ms, Word& hour, Word& min, Word& sec, Word& msec) {
   hour = static_cast<Word>(ms / 3600000);
   ms %= 3600000;
   min = static_cast<Word>(ms / 60000);
@@ -592,10 +598,36 @@ void DecodeTime(TDateTime value, Word& hour, Word& min, Word& sec, Word& msec) {
   msec = static_cast<Word>(ms % 1000);
 }
 
+}  // namespace
+
+void DecodeTime(TDateTime value, Word& hour, Word& min, Word& sec, Word& msec) {
+  SplitTime(ToStamp(value).ms, hour, min, sec, msec);
+}
+
 void DecodeDateTime(TDateTime value, Word& year, Word& month, Word& day, Word& hour, Word& min,
                     Word& sec, Word& msec) {
   DecodeDate(value, year, month, day);
   DecodeTime(value, hour, min, sec, msec);
+}
+
+void DecodeDateTimeStrict(TDateTime value, Word& year, Word& month, Word& day, Word& hour,
+                          Word& min, Word& sec, Word& msec) {
+  // The bounds keep the product finite; the exact test is on the rounded stamp, since a
+  // value a hair past MaxDateTime still rounds to 9999-12-31 23:59:59.999.
+  constexpr double kLastDay = 2958465;  // 9999-12-31
+  bool valid = std::isfinite(value) && value > -static_cast<double>(kDateDelta + 1) &&
+               value < kLastDay + 1;
+  Stamp st{};
+  if (valid) {
+    st = RawStamp(value);
+    valid = st.day + kDateDelta >= 1 && st.day <= static_cast<Int64>(kLastDay);
+  }
+  if (!valid) throw EConvertError(Format(SysConst::SInvalidDateTime, FloatToStr(value)));
+  const Ymd d = DayToYmd(st.day);
+  year = d.year;
+  month = d.month;
+  day = d.day;
+  SplitTime(st.ms, hour, min, sec, msec);
 }
 
 TDateTime DateOf(TDateTime value) { return std::trunc(value); }

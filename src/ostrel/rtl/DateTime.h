@@ -49,6 +49,12 @@ OSTREL_API bool DecodeDateFully(TDateTime value, Word& year, Word& month, Word& 
 OSTREL_API void DecodeTime(TDateTime value, Word& hour, Word& min, Word& sec, Word& msec);
 OSTREL_API void DecodeDateTime(TDateTime value, Word& year, Word& month, Word& day, Word& hour,
                                Word& min, Word& sec, Word& msec);
+// DecodeDateTime for text that must read back as the same moment: NaN, the infinities and
+// values that round to a moment outside 0001-01-01 .. 9999-12-31 23:59:59.999 raise
+// EConvertError ("'%s' is not a valid date and time") where the decoding above would give
+// 0-0-0 or bend them to MaxDateTime.
+OSTREL_API void DecodeDateTimeStrict(TDateTime value, Word& year, Word& month, Word& day,
+                                     Word& hour, Word& min, Word& sec, Word& msec);
 
 // The date part (day number) and the time part (always a fraction >= 0) of a value.
 OSTREL_API TDateTime DateOf(TDateTime value);

@@ -2,6 +2,7 @@
 #include <ostrel/core/Dump.h>
 #include <ostrel/services/ErrServ.h>
 #include <ostrel/services/VarServ.h>
+#include <ostrel/xml/XAttrTable.h>
 #include <ostrel/xml/Xmlutils.h>
 
 #include <algorithm>
@@ -430,9 +431,16 @@ void TXItem::BuildIdx(std::string_view attrName, bool recursive, TStringList& li
 
 IPtr<IXItem> TXItem::get_Intf() {
   if (!fIntf) {
-    TXItem* root = Root();
-    if (!root->fIntf) BUG("TXItem.Intf: Controller = nil");
-    fIntf = new TXItemIntf(static_cast<IXItem*>(root->fIntf), this);
+    // Every wrapper below the root has the root's wrapper as its controller, so the nearest
+    // ancestor that has a wrapper already knows it: walking down a tree taking interfaces
+    // costs one step per item instead of a walk to the root for each.
+    TXItem* above = fParent;
+    while (above && !above->fIntf) above = above->fParent;
+    IInterface* controller = nullptr;
+    if (above)
+      controller = above->fParent ? above->fIntf->fController : static_cast<IXItem*>(above->fIntf);
+    if (!controller) BUG("TXItem.Intf: Controller = nil");
+    fIntf = new TXItemIntf(controller, this);
   }
   return IPtr<IXItem>(fIntf);
 }
@@ -484,7 +492,10 @@ void TXItemIntf::DoRelease() {
 }
 
 IPtr<IXDoc> OSTREL_STDCALL TXItemIntf::get_Doc() {
-  return XItem()->Root()->get_Intf().As<IXDoc>();
+  // The controller is the root's wrapper (or, for the root, the document), and asking a
+  // wrapper for an interface it lacks asks its controller: no walk up the tree.
+  XItem();
+  return IPtr<IXItem>(this).As<IXDoc>();
 }
 
 IPtr<IXItem> OSTREL_STDCALL TXItemIntf::get_Parent() {
@@ -627,11 +638,14 @@ constexpr std::string_view kFixAttr = "fix";
 // item with an equal value (letter case ignored).
 bool FixMatches(const TXItem* fix, const TXItem* item) {
   if (!AnsiSameText(fix->get_Name(), item->get_Name())) return false;
+  // A fix may be keyed on many attributes: the item's are looked up in a table, not by a
+  // scan of its attribute text per key.
+  const TXAttrTable attrs(*item);
   Integer pos = 1, start = 0, len = 0;
   AnsiString name, value;
   while (fix->ExtractAttr(pos, name, start, len, value)) {
     if (AnsiSameText(name, kFixAttr)) continue;
-    const Variant have = item->get_Attr(name);
+    const Variant have = attrs.Get(name);
     if (VarIsNull(have) || CompareVar(have, Variant(TkxXMLPr::Decode(value)), true) != 0)
       return false;
   }

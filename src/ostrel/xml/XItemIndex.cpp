@@ -4,6 +4,7 @@
 #include <ostrel/core/Sysclasses.h>
 #include <ostrel/rtl/Strings.h>
 #include <ostrel/services/ErrServ.h>
+#include <ostrel/services/VarServ.h>
 
 #include <algorithm>
 #include <unordered_map>
@@ -74,7 +75,24 @@ class TXItemIndex final : public TkxInterfacedObject, public IXItemIndex {
 
   bool OSTREL_STDCALL FindItem(const Variant& key, IPtr<IXItem>& item) override {
     item = nullptr;
-    const AnsiString text = VarToStr(key);
+    const Integer at = TextKey(key) ? FindText(VarToStr(key)) : FindTyped(key);
+    if (at >= 0) item = fList->get_Items(at);
+    return at >= 0;
+  }
+  IPtr<IXItem> OSTREL_STDCALL GetItem(const Variant& key) override {
+    IPtr<IXItem> item;
+    if (!FindItem(key, item)) DIE(_SErrXIndexKeyNotFound, fKeyAttr, VarToStr(key));
+    return item;
+  }
+  IPtr<IXItemList> OSTREL_STDCALL get_List() override { return fList; }
+  AnsiString OSTREL_STDCALL get_KeyAttr() override { return fKeyAttr; }
+
+ private:
+  // Keys of text (and none, which counts as empty text) are compared as the list is sorted.
+  static bool TextKey(const Variant& key) { return VarIsStr(key) || VarIsClear(key); }
+
+  // The position of the first item whose key equals text, letter case ignored; -1 if none.
+  Integer FindText(const AnsiString& text) {
     Integer low = 0, high = fList->get_Count() - 1;
     bool found = false;
     while (low <= high) {
@@ -87,20 +105,53 @@ class TXItemIndex final : public TkxInterfacedObject, public IXItemIndex {
         low = middle + 1;
       }
     }
-    if (found) item = fList->get_Items(low);
-    return found;
+    return found ? low : -1;
   }
-  IPtr<IXItem> OSTREL_STDCALL GetItem(const Variant& key) override {
-    IPtr<IXItem> item;
-    if (!FindItem(key, item)) DIE(_SErrXIndexKeyNotFound, fKeyAttr, VarToStr(key));
-    return item;
-  }
-  IPtr<IXItemList> OSTREL_STDCALL get_List() override { return fList; }
-  AnsiString OSTREL_STDCALL get_KeyAttr() override { return fKeyAttr; }
 
- private:
+  // A number, date, currency or boolean equals a key text that converts to it (as the
+  // variant comparison converts a string met by a number: "02" = 2). The order of the texts
+  // is not the order of their values ("10" < "9"), so such keys are searched in a view of
+  // the keys that convert, ordered by value, made on first use for that kind of value and
+  // made again when the list has grown or shrunk.
+  Integer FindTyped(const Variant& key) {
+    const TVarType kind = VarIsType(key, varDate)       ? varDate
+                          : VarIsType(key, varCurrency) ? varCurrency
+                          : VarIsType(key, varBoolean)  ? varBoolean
+                                                        : varDouble;
+    const Integer count = fList->get_Count();
+    if (kind != fTypedKind || count != fTypedCount) {
+      fTyped.clear();
+      for (Integer i = 0; i < count; ++i) {
+        try {
+          fTyped.push_back(
+              {VarAsType(Variant(KeyOf(fList->get_Items(i).Get(), fKeyAttr)), kind), i});
+        } catch (const Exception&) {
+          // A text that is no such value equals no key of this kind.
+        }
+      }
+      // Stable, so that of equal values the first in the list's order comes first.
+      std::stable_sort(fTyped.begin(), fTyped.end(), [](const TTyped& a, const TTyped& b) {
+        return CompareVar(a.Value, b.Value) < 0;
+      });
+      fTypedKind = kind;
+      fTypedCount = count;
+    }
+    auto it = std::lower_bound(
+        fTyped.begin(), fTyped.end(), key,
+        [](const TTyped& t, const Variant& k) { return CompareVar(t.Value, k) < 0; });
+    return it != fTyped.end() && CompareVar(it->Value, key) == 0 ? it->Position : -1;
+  }
+
+  struct TTyped {
+    Variant Value;
+    Integer Position;
+  };
+
   IPtr<IXItemList> fList;
   AnsiString fKeyAttr;
+  std::vector<TTyped> fTyped;
+  TVarType fTypedKind = varEmpty;
+  Integer fTypedCount = -1;
 };
 OSTREL_DEFINE_CLASS(TXItemIndex)
 

@@ -4,7 +4,9 @@
 #include <ostrel/rtl/Strings.h>
 #include <ostrel/services/ErrServ.h>
 #include <ostrel/services/VarServ.h>
+#include <ostrel/xml/XAttrTable.h>
 
+#include <algorithm>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -14,24 +16,72 @@ namespace {
 
 bool IsPathBlank(char c) { return static_cast<unsigned char>(c) <= ' '; }
 
-// The item behind an interface. The queries walk the plain tree, so that searching a large
-// tree makes no wrappers except for what it hands out; a wrapper whose item is gone raises
-// the deleted-item error here.
-TXItem* XItemOf(const IPtr<IXItem>& item) {
-  if (!item) return nullptr;
+// The queries are functions over IXItem and work for any implementation of it. For the
+// library's own items they walk the plain tree behind the wrappers instead, which makes no
+// wrappers except for the items handed out; the two walks are one algorithm over either of
+// these two views of a tree.
+struct TPlainTree {
+  using Node = TXItem*;
+  static Integer Count(Node n) { return n->get_Count(); }
+  static Node Child(Node n, Integer i) { return n->get_Items(i); }
+  static const AnsiString& Name(Node n) { return n->get_Name(); }
+  static Variant Value(Node n) { return n->get_Value(); }
+  static Variant Attr(Node n, std::string_view name) { return n->get_Attr(name); }
+  static Node Find(Node n, std::string_view name) {
+    TXItem* found = nullptr;
+    n->FindItem(name, found);
+    return found;
+  }
+  static Node Add(Node n, std::string_view name) {
+    TXItem* child = n->Add();
+    child->set_Name(name);
+    return child;
+  }
+  static IPtr<IXItem> Intf(Node n) { return n ? n->get_Intf() : IPtr<IXItem>(); }
+  // Many attributes of one item are looked up in a table read once: matching n keys by
+  // get_Attr would scan the attribute text n times.
+  using Attrs = TXAttrTable;
+  static TXAttrTable AttrsOf(Node n) { return TXAttrTable(*n); }
+};
+
+struct TIntfTree {
+  using Node = IPtr<IXItem>;
+  static Integer Count(const Node& n) { return n->get_Count(); }
+  static Node Child(const Node& n, Integer i) { return n->get_Items(i); }
+  static AnsiString Name(const Node& n) { return n->get_Name(); }
+  static Variant Value(const Node& n) { return n->get_Value(); }
+  static Variant Attr(const Node& n, std::string_view name) { return n->get_Attr(name); }
+  static Node Find(const Node& n, std::string_view name) {
+    Node found;
+    n->FindItem(name, found);
+    return found;
+  }
+  static Node Add(const Node& n, std::string_view name) { return n->Add(name); }
+  static IPtr<IXItem> Intf(const Node& n) { return n; }
+  struct Attrs {
+    Node Item;
+    Variant Get(std::string_view name) const { return Item->get_Attr(name); }
+  };
+  static Attrs AttrsOf(const Node& n) { return Attrs{n}; }
+};
+
+// The library's item behind an interface, or null for none and for other implementations.
+// A wrapper whose item is gone raises the deleted-item error here.
+TXItem* OwnItem(const IPtr<IXItem>& item) {
   auto* intf = dynamic_cast<TXItemIntf*>(item.Get());
-  if (!intf) DIE("XQuery: the item does not belong to an Ostrel XML tree");
-  return intf->XItem();
+  return intf ? intf->XItem() : nullptr;
 }
 
-// As XItemOf for operations that need an item: none is an error naming the operation.
-TXItem* RequiredItem(const IPtr<IXItem>& item, std::string_view operation) {
-  TXItem* x = XItemOf(item);
-  if (!x) DIE("%s: no item", operation);
-  return x;
+// Calls fn(tree, node) with the view that suits the item (which may be none).
+template <class Fn>
+decltype(auto) WithTree(const IPtr<IXItem>& item, Fn&& fn) {
+  if (TXItem* own = OwnItem(item)) return fn(TPlainTree{}, own);
+  return fn(TIntfTree{}, item);
 }
 
-IPtr<IXItem> IntfOf(TXItem* item) { return item ? item->get_Intf() : IPtr<IXItem>(); }
+void Require(const IPtr<IXItem>& item, std::string_view operation) {
+  if (!item) DIE("%s: no item", operation);
+}
 
 // One condition of a path filter: the attribute's name and its decoded value.
 struct TFilterCond {
@@ -50,42 +100,90 @@ std::vector<TFilterCond> ParseFilter(std::string_view filter) {
   return conds;
 }
 
-bool PassesFilter(const TXItem* item, const std::vector<TFilterCond>& conds) {
+template <class Tree>
+bool PassesFilter(const typename Tree::Node& item, const std::vector<TFilterCond>& conds) {
   for (const TFilterCond& c : conds) {
-    const Variant v = item->get_Attr(c.Name);
+    const Variant v = Tree::Attr(item, c.Name);
     if (VarIsNull(v) || !AnsiSameText(VarToStr(v), c.Value)) return false;
   }
   return true;
 }
 
-bool KeyMatches(const TXItem* item, std::string_view name, std::string_view keyAttr,
-                std::string_view keyValue) {
-  if (!AnsiSameText(item->get_Name(), name)) return false;
-  return keyAttr.empty() || AnsiSameText(VarToStr(item->get_Attr(keyAttr)), keyValue);
+template <class Tree>
+bool FindPath(Tree, typename Tree::Node current, std::string_view path, bool raise,
+              IPtr<IXItem>& found) {
+  using Node = typename Tree::Node;
+  std::string_view rest = path;
+  while (!rest.empty() && (IsPathBlank(rest.front()) || rest.front() == '/'))
+    rest.remove_prefix(1);
+  AnsiString failed;  // the name of the step being taken
+  Node result{};
+  while (!rest.empty()) {
+    const std::size_t slash = rest.find('/');
+    const std::string_view segment = rest.substr(0, slash);
+    rest = slash == std::string_view::npos ? std::string_view() : rest.substr(slash + 1);
+    result = Node{};
+    const std::size_t bracket = segment.find('[');
+    if (bracket != std::string_view::npos) {
+      std::string_view filter = segment.substr(bracket + 1);
+      while (!filter.empty() && (filter.back() == ' ' || filter.back() == ']'))
+        filter.remove_suffix(1);
+      failed = Trim(segment.substr(0, bracket));
+      const std::vector<TFilterCond> conds = ParseFilter(filter);
+      for (Integer i = 0, n = current ? Tree::Count(current) : 0; i < n && !result; ++i) {
+        Node child = Tree::Child(current, i);
+        if (AnsiSameText(Tree::Name(child), failed) && PassesFilter<Tree>(child, conds))
+          result = std::move(child);
+      }
+    } else {
+      failed = AnsiString(segment);
+      if (current) result = Tree::Find(current, segment);
+    }
+    if (!result) break;
+    current = result;
+  }
+  if (result) {
+    found = Tree::Intf(result);
+    return true;
+  }
+  if (raise) {
+    AnsiString msg;
+    if (path != failed) msg = Format(_SErrXPathFail, path);
+    if (!failed.empty()) msg += Format(_SErrXTagNotFound, failed);
+    DIE(msg);
+  }
+  return false;
 }
 
 // The key search, depth first with a parent before its children. The walk keeps its own
 // stack of positions so that a deep tree cannot exhaust the call stack.
-TXItem* FindByKey(TXItem* item, std::string_view name, std::string_view keyAttr,
-                  std::string_view keyValue, bool recursive) {
-  if (!item) return nullptr;
-  std::vector<std::pair<TXItem*, Integer>> stack{{item, 0}};
+template <class Tree>
+typename Tree::Node FindByKey(Tree, const typename Tree::Node& item, std::string_view name,
+                              std::string_view keyAttr, std::string_view keyValue,
+                              bool recursive) {
+  using Node = typename Tree::Node;
+  if (!item) return Node{};
+  std::vector<std::pair<Node, Integer>> stack{{item, 0}};
   while (!stack.empty()) {
     auto& [parent, next] = stack.back();
-    if (next >= parent->get_Count()) {
+    if (next >= Tree::Count(parent)) {
       stack.pop_back();
       continue;
     }
-    TXItem* child = parent->get_Items(next++);
-    if (KeyMatches(child, name, keyAttr, keyValue)) return child;
-    if (recursive && child->get_Count() > 0) stack.emplace_back(child, 0);
+    Node child = Tree::Child(parent, next++);
+    if (AnsiSameText(Tree::Name(child), name) &&
+        (keyAttr.empty() || AnsiSameText(VarToStr(Tree::Attr(child, keyAttr)), keyValue)))
+      return child;
+    if (recursive && Tree::Count(child) > 0) stack.emplace_back(std::move(child), 0);
   }
-  return nullptr;
+  return Node{};
 }
 
 bool FindByKey(const IPtr<IXItem>& item, std::string_view name, std::string_view keyAttr,
                std::string_view keyValue, bool recursive, IPtr<IXItem>& found) {
-  found = IntfOf(FindByKey(XItemOf(item), name, keyAttr, keyValue, recursive));
+  found = WithTree(item, [&](auto tree, const auto& node) {
+    return decltype(tree)::Intf(FindByKey(tree, node, name, keyAttr, keyValue, recursive));
+  });
   return static_cast<bool>(found);
 }
 
@@ -121,14 +219,15 @@ std::vector<AnsiString> SplitKeyNames(std::string_view keyNames) {
   return names;
 }
 
-// SameXItem over the plain item; valueOf(i) gives the value of key i.
-template <class ValueOf>
-bool SameItem(const TXItem* item, std::string_view name, const std::vector<AnsiString>& keys,
-              bool check, ValueOf&& valueOf) {
-  if (!item || !SameText(item->get_Name(), name)) return false;
-  if (!check) return true;
+// SameXItem over either view; valueOf(i) gives the value of key i.
+template <class Tree, class ValueOf>
+bool SameItem(const typename Tree::Node& item, std::string_view name,
+              const std::vector<AnsiString>& keys, bool check, ValueOf&& valueOf) {
+  if (!item || !SameText(Tree::Name(item), name)) return false;
+  if (!check || keys.empty()) return true;
+  const auto attrs = Tree::AttrsOf(item);
   for (std::size_t i = 0; i < keys.size(); ++i)
-    if (CompareVar(item->get_Attr(keys[i]), valueOf(i), true) != 0) return false;
+    if (CompareVar(attrs.Get(keys[i]), valueOf(i), true) != 0) return false;
   return true;
 }
 
@@ -139,22 +238,23 @@ std::vector<AnsiString> DumpNames(const IPtr<IDump>& keys) {
   return names;
 }
 
-bool SameItem(const TXItem* item, std::string_view name, const IPtr<IDump>& keys,
+template <class Tree>
+bool SameItem(const typename Tree::Node& item, std::string_view name, const IPtr<IDump>& keys,
               const std::vector<AnsiString>& names, bool check) {
-  return SameItem(item, name, names, check,
-                  [&](std::size_t i) { return keys->get_Value(static_cast<Integer>(i)); });
+  return SameItem<Tree>(item, name, names, check,
+                        [&](std::size_t i) { return keys->get_Value(static_cast<Integer>(i)); });
 }
 
+// The first direct child of item for which same(tree, child) holds.
 template <class Same>
 bool LocateChild(const IPtr<IXItem>& item, IPtr<IXItem>& found, Same&& same) {
-  found = nullptr;
-  TXItem* parent = XItemOf(item);
-  for (Integer i = 0, n = parent ? parent->get_Count() : 0; i < n; ++i)
-    if (TXItem* child = parent->get_Items(i); same(child)) {
-      found = child->get_Intf();
-      return true;
-    }
-  return false;
+  found = WithTree(item, [&](auto tree, const auto& parent) {
+    using Tree = decltype(tree);
+    for (Integer i = 0, n = parent ? Tree::Count(parent) : 0; i < n; ++i)
+      if (auto child = Tree::Child(parent, i); same(tree, child)) return Tree::Intf(child);
+    return IPtr<IXItem>();
+  });
+  return static_cast<bool>(found);
 }
 
 }  // namespace
@@ -165,47 +265,9 @@ bool LocateChild(const IPtr<IXItem>& item, IPtr<IXItem>& found, Same&& same) {
 bool FindXPath(const IPtr<IXItem>& item, std::string_view path, bool raise,
                IPtr<IXItem>& found) {
   found = nullptr;
-  std::string_view rest = path;
-  while (!rest.empty() && (IsPathBlank(rest.front()) || rest.front() == '/'))
-    rest.remove_prefix(1);
-  AnsiString failed;  // the name of the step being taken
-  TXItem* result = nullptr;
-  TXItem* current = XItemOf(item);
-  while (!rest.empty()) {
-    const std::size_t slash = rest.find('/');
-    const std::string_view segment = rest.substr(0, slash);
-    rest = slash == std::string_view::npos ? std::string_view() : rest.substr(slash + 1);
-    result = nullptr;
-    const std::size_t bracket = segment.find('[');
-    if (bracket != std::string_view::npos) {
-      std::string_view filter = segment.substr(bracket + 1);
-      while (!filter.empty() && (filter.back() == ' ' || filter.back() == ']'))
-        filter.remove_suffix(1);
-      failed = Trim(segment.substr(0, bracket));
-      const std::vector<TFilterCond> conds = ParseFilter(filter);
-      for (Integer i = 0, n = current ? current->get_Count() : 0; i < n && !result; ++i) {
-        TXItem* child = current->get_Items(i);
-        if (AnsiSameText(child->get_Name(), failed) && PassesFilter(child, conds))
-          result = child;
-      }
-    } else {
-      failed = AnsiString(segment);
-      if (current) current->FindItem(segment, result);
-    }
-    if (!result) break;
-    current = result;
-  }
-  if (result) {
-    found = result->get_Intf();
-    return true;
-  }
-  if (raise) {
-    AnsiString msg;
-    if (path != failed) msg = Format(_SErrXPathFail, path);
-    if (!failed.empty()) msg += Format(_SErrXTagNotFound, failed);
-    DIE(msg);
-  }
-  return false;
+  return WithTree(item, [&](auto tree, const auto& node) {
+    return FindPath(tree, node, path, raise, found);
+  });
 }
 
 bool FindXItem(const IPtr<IXItem>& item, std::string_view path, IPtr<IXItem>& found) {
@@ -247,7 +309,7 @@ IPtr<IXItem> FindXRecurse(const IPtr<IXItem>& item, std::string_view name,
 }
 
 IPtr<IXItem> GetXItem(const IPtr<IXItem>& item, std::string_view name) {
-  RequiredItem(item, "GetXItem");
+  Require(item, "GetXItem");
   IPtr<IXItem> found;
   if (!item->FindItem(name, found)) found = item->Add(name);
   return found;
@@ -255,7 +317,7 @@ IPtr<IXItem> GetXItem(const IPtr<IXItem>& item, std::string_view name) {
 
 IPtr<IXItem> GetXItem(const IPtr<IXItem>& item, std::string_view name, std::string_view keyAttr,
                       std::string_view keyValue) {
-  RequiredItem(item, "GetXItem");
+  Require(item, "GetXItem");
   IPtr<IXItem> found;
   if (!FindByKey(item, name, keyAttr, keyValue, false, found)) {
     found = item->Add(name);
@@ -269,10 +331,12 @@ IPtr<IXItem> GetXItem(const IPtr<IXItem>& item, std::string_view name, std::stri
 
 bool GetXValue(const IPtr<IXItem>& item, std::string_view name, Variant& value) {
   value = Variant::Null();
-  TXItem* parent = XItemOf(item);
-  TXItem* child = nullptr;
-  if (!parent || !parent->FindItem(name, child)) return false;
-  value = child->get_Value();
+  if (!item) return false;
+  value = WithTree(item, [&](auto tree, const auto& parent) {
+    using Tree = decltype(tree);
+    const auto child = Tree::Find(parent, name);
+    return child ? Tree::Value(child) : Variant::Null();
+  });
   return !VarIsNull(value);
 }
 
@@ -283,8 +347,9 @@ Variant XValue(const IPtr<IXItem>& item, std::string_view name, const Variant& d
 
 Variant XValue(const IPtr<IXItem>& item, std::string_view name, std::string_view keyAttr,
                std::string_view keyValue, const Variant& def) {
-  const TXItem* found = FindByKey(XItemOf(item), name, keyAttr, keyValue, false);
-  return found && !VarIsNull(found->get_Value()) ? found->get_Value() : def;
+  // The default stands for a child that is not there; a child without a value gives Null.
+  IPtr<IXItem> found;
+  return FindByKey(item, name, keyAttr, keyValue, false, found) ? found->get_Value() : def;
 }
 
 Variant FindXVal(const IPtr<IXItem>& item, std::string_view path, bool raise) {
@@ -323,30 +388,35 @@ Variant XAttr(const IPtr<IXItem>& item, std::string_view name) {
 
 bool SameXItem(const IPtr<IXItem>& item, std::string_view name, const IPtr<IDump>& keys,
                bool check) {
-  return SameItem(XItemOf(item), name, keys, DumpNames(keys), check);
+  const std::vector<AnsiString> names = DumpNames(keys);
+  return WithTree(item, [&](auto tree, const auto& node) {
+    return SameItem<decltype(tree)>(node, name, keys, names, check);
+  });
 }
 
 bool SameXItem(const IPtr<IXItem>& item, std::string_view name, std::string_view keyNames,
                const Variant& keyValues, bool check) {
   const std::vector<AnsiString> names = SplitKeyNames(keyNames);
-  return SameItem(XItemOf(item), name, names, check, [&](std::size_t i) {
-    return KeyValueAt(keyValues, names[i], static_cast<Integer>(i));
+  return WithTree(item, [&](auto tree, const auto& node) {
+    return SameItem<decltype(tree)>(node, name, names, check, [&](std::size_t i) {
+      return KeyValueAt(keyValues, names[i], static_cast<Integer>(i));
+    });
   });
 }
 
 bool LocateXItem(const IPtr<IXItem>& item, std::string_view name, const IPtr<IDump>& keys,
                  bool check, IPtr<IXItem>& found) {
   const std::vector<AnsiString> names = DumpNames(keys);
-  return LocateChild(item, found, [&](const TXItem* child) {
-    return SameItem(child, name, keys, names, check);
+  return LocateChild(item, found, [&](auto tree, const auto& child) {
+    return SameItem<decltype(tree)>(child, name, keys, names, check);
   });
 }
 
 bool LocateXItem(const IPtr<IXItem>& item, std::string_view name, std::string_view keyNames,
                  const Variant& keyValues, bool check, IPtr<IXItem>& found) {
   const std::vector<AnsiString> names = SplitKeyNames(keyNames);
-  return LocateChild(item, found, [&](const TXItem* child) {
-    return SameItem(child, name, names, check, [&](std::size_t i) {
+  return LocateChild(item, found, [&](auto tree, const auto& child) {
+    return SameItem<decltype(tree)>(child, name, names, check, [&](std::size_t i) {
       return KeyValueAt(keyValues, names[i], static_cast<Integer>(i));
     });
   });
@@ -364,6 +434,7 @@ bool Within(const TXItem* a, const TXItem* b) {
   return false;
 }
 
+// Lays source over dest (XMerge) within the plain tree.
 void MergeItem(TXItem* dest, const TXItem* source) {
   // Copies are made before anything is attached, so that a destination inside the source
   // never sees its own copies.
@@ -389,29 +460,139 @@ void MergeItem(TXItem* dest, const TXItem* source) {
   for (auto& copy : copies) dest->AddItem(copy.release());
 }
 
-}  // namespace
-
-void XMerge(const IPtr<IXItem>& dest, const IPtr<IXItem>& source) {
-  MergeItem(RequiredItem(dest, "XMerge"), RequiredItem(source, "XMerge"));
-}
-
-void XAssign(const IPtr<IXItem>& dest, const IPtr<IXItem>& source) {
-  TXItem* d = RequiredItem(dest, "XAssign");
-  const TXItem* s = RequiredItem(source, "XAssign");
-  if (d == s) return;
-  if (Within(d, s) || Within(s, d)) {
-    // Clearing d would free s, or copying s would copy d while it grows: copy s first.
-    TXItem copy;
-    copy.Assign(s);
-    d->Assign(&copy);
-  } else {
-    d->Assign(s);
+// XMerge of a plain source into an item of another implementation, through its operations;
+// source's children are copied below dest the same way, level by level.
+void MergeItem(const IPtr<IXItem>& dest, const TXItem* source) {
+  std::vector<std::pair<IPtr<IXItem>, const TXItem*>> work{{dest, source}};
+  while (!work.empty()) {
+    auto [d, s] = std::move(work.back());
+    work.pop_back();
+    Integer pos = 1, start = 0, len = 0;
+    AnsiString name, value;
+    while (s->ExtractAttr(pos, name, start, len, value))
+      d->set_Attr(name, TkxXMLPr::Decode(value));
+    if (!VarIsNull(s->get_Value())) {
+      if (s->get_IsCDATA())
+        d->set_CDATA(VarToStr(s->get_Value()));
+      else
+        d->set_Value(s->get_Value());
+    }
+    const std::size_t mark = work.size();
+    for (Integer i = 0, n = s->get_Count(); i < n; ++i) {
+      const TXItem* child = s->get_Items(i);
+      work.emplace_back(d->Add(child->get_Name()), child);
+    }
+    std::reverse(work.begin() + static_cast<std::ptrdiff_t>(mark), work.end());
   }
 }
 
+// A plain copy of an item of any implementation, read through its operations: the copying
+// functions then have a source that cannot change under them.
+void CopyOf(const IPtr<IXItem>& item, TXItem& copy) {
+  std::vector<std::pair<IPtr<IXItem>, TXItem*>> work{{item, &copy}};
+  while (!work.empty()) {
+    auto [from, to] = std::move(work.back());
+    work.pop_back();
+    to->set_Name(from->get_Name());
+    IPtr<IDump> attrs;
+    from->GetAttrList(attrs);
+    for (Integer i = 0, n = attrs ? attrs->get_Count() : 0; i < n; ++i)
+      to->set_Attr(attrs->get_Name(i), attrs->get_Value(i));
+    const Variant value = from->get_Value();
+    if (from->get_IsCDATA() && !VarIsNull(value))
+      to->set_CDATA(VarToStr(value));
+    else
+      to->set_Value(value);
+    for (Integer i = from->get_Count(); i-- > 0;) work.emplace_back(from->get_Items(i), nullptr);
+    for (Integer i = 0, n = from->get_Count(); i < n; ++i)
+      work[work.size() - 1 - static_cast<std::size_t>(i)].second = to->Add();
+  }
+}
+
+// The source as a plain item: the library's own as it is, any other read into holder.
+const TXItem* PlainSource(const IPtr<IXItem>& source, TXItem& holder) {
+  if (const TXItem* own = OwnItem(source)) return own;
+  CopyOf(source, holder);
+  return &holder;
+}
+
+// XCopyItems from a plain source that does not overlap dest.
+template <class Tree>
+void CopyItems(const typename Tree::Node& dest, const TXItem* source) {
+  using Node = typename Tree::Node;
+  // Pairs still to merge, kept on a list of our own so that deep trees need no deep calls.
+  std::vector<std::pair<Node, const TXItem*>> work{{dest, source}};
+  while (!work.empty()) {
+    auto [d, s] = std::move(work.back());
+    work.pop_back();
+    std::vector<std::pair<Node, const TXItem*>> deeper;
+    for (Integer k = 0, count = s->get_Count(); k < count; ++k) {
+      const TXItem* c = s->get_Items(k);
+      IPtr<IDump> keys;
+      c->GetAttrList(keys);
+      const std::vector<AnsiString> names = DumpNames(keys);
+      Node match{};
+      for (Integer i = 0, n = Tree::Count(d); i < n && !match; ++i)
+        if (Node e = Tree::Child(d, i); SameItem<Tree>(e, c->get_Name(), keys, names, true))
+          match = std::move(e);
+      if (match)
+        deeper.emplace_back(std::move(match), c);
+      else
+        MergeItem(Tree::Add(d, c->get_Name()), c);
+    }
+    // Deeper levels in document order: the list is worked from its end.
+    for (auto it = deeper.rbegin(); it != deeper.rend(); ++it) work.push_back(std::move(*it));
+  }
+}
+
+}  // namespace
+
+void XMerge(const IPtr<IXItem>& dest, const IPtr<IXItem>& source) {
+  Require(dest, "XMerge");
+  Require(source, "XMerge");
+  TXItem holder;
+  const TXItem* from = PlainSource(source, holder);
+  if (TXItem* own = OwnItem(dest))
+    MergeItem(own, from);
+  else
+    MergeItem(dest, from);
+}
+
+void XAssign(const IPtr<IXItem>& dest, const IPtr<IXItem>& source) {
+  Require(dest, "XAssign");
+  Require(source, "XAssign");
+  TXItem holder;
+  const TXItem* s = PlainSource(source, holder);
+  if (TXItem* d = OwnItem(dest)) {
+    if (d == s) return;
+    if (Within(d, s) || Within(s, d)) {
+      // Clearing d would free s, or copying s would copy d while it grows: copy s first.
+      TXItem copy;
+      copy.Assign(s);
+      d->Assign(&copy);
+    } else {
+      d->Assign(s);
+    }
+    return;
+  }
+  // Another implementation: emptied through its operations, then filled as by XMerge.
+  dest->Clear();
+  dest->set_Name(s->get_Name());
+  IPtr<IDump> attrs;
+  dest->GetAttrList(attrs);
+  for (Integer i = 0, n = attrs ? attrs->get_Count() : 0; i < n; ++i)
+    dest->set_Attr(attrs->get_Name(i), Variant::Null());
+  dest->set_Value(Variant::Null());
+  MergeItem(dest, s);
+}
+
 void XCopyItems(const IPtr<IXItem>& dest, const IPtr<IXItem>& source) {
-  TXItem* target = RequiredItem(dest, "XCopyItems");
-  const TXItem* from = RequiredItem(source, "XCopyItems");
+  Require(dest, "XCopyItems");
+  Require(source, "XCopyItems");
+  TXItem holder;
+  const TXItem* from = PlainSource(source, holder);
+  TXItem* target = OwnItem(dest);
+  if (!target) return CopyItems<TIntfTree>(dest, from);
   // When one tree holds the other, what is appended would come round again as source:
   // the source is copied first.
   TXItem copy;
@@ -419,31 +600,7 @@ void XCopyItems(const IPtr<IXItem>& dest, const IPtr<IXItem>& source) {
     copy.Assign(from);
     from = &copy;
   }
-  // Pairs still to merge, kept on a list of our own so that deep trees need no deep calls.
-  std::vector<std::pair<TXItem*, const TXItem*>> work{{target, from}};
-  while (!work.empty()) {
-    auto [d, s] = work.back();
-    work.pop_back();
-    std::vector<std::pair<TXItem*, const TXItem*>> deeper;
-    for (Integer k = 0, count = s->get_Count(); k < count; ++k) {
-      const TXItem* c = s->get_Items(k);
-      IPtr<IDump> keys;
-      c->GetAttrList(keys);
-      const std::vector<AnsiString> names = DumpNames(keys);
-      TXItem* match = nullptr;
-      for (Integer i = 0, n = d->get_Count(); i < n && !match; ++i)
-        if (TXItem* e = d->get_Items(i); SameItem(e, c->get_Name(), keys, names, true)) match = e;
-      if (match) {
-        deeper.emplace_back(match, c);
-      } else {
-        TXItem* added = d->Add();
-        added->set_Name(c->get_Name());
-        MergeItem(added, c);
-      }
-    }
-    // Deeper levels in document order: the list is worked from its end.
-    for (auto it = deeper.rbegin(); it != deeper.rend(); ++it) work.push_back(*it);
-  }
+  CopyItems<TPlainTree>(target, from);
 }
 
 }  // namespace ostrel

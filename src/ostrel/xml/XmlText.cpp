@@ -157,7 +157,9 @@ AnsiString TkxXMLPr::Decode(std::string_view s) {
 
 AnsiString DT2XML(TDateTime value) {
   Word year = 0, month = 0, day = 0, hour = 0, min = 0, sec = 0, msec = 0;
-  DecodeDate(value, year, month, day);
+  // A moment outside the calendar would be written as another date or as one that does not
+  // read back: refused instead.
+  DecodeDateTimeStrict(value, year, month, day, hour, min, sec, msec);
   AnsiString s;
   AppendDigits(s, year, 4);
   s += '-';
@@ -165,7 +167,6 @@ AnsiString DT2XML(TDateTime value) {
   s += '-';
   AppendDigits(s, day, 2);
   if (value - std::trunc(value) != 0) {
-    DecodeTime(value, hour, min, sec, msec);
     s += 'T';
     AppendDigits(s, hour, 2);
     s += ':';
