@@ -3,8 +3,9 @@
 // or errors, matching an item against key values, copying children by their keys, and a
 // keyed index over a list of items searched by binary search.
 //
-// The queries walk the plain tree behind the interfaces (TXItem), so a search makes no
-// wrappers except for the items it hands out.
+// The queries work for any implementation of IXItem, through its own operations. For the
+// library's own items they walk the plain tree behind the interfaces (TXItem) instead, so a
+// search makes no wrappers except for the items it hands out.
 #pragma once
 
 #include <ostrel/core/Sysintf.h>
@@ -75,7 +76,8 @@ OSTREL_API IPtr<IXItem> GetXItem(const IPtr<IXItem>& item, std::string_view name
 OSTREL_API bool GetXValue(const IPtr<IXItem>& item, std::string_view name, Variant& value);
 OSTREL_API Variant XValue(const IPtr<IXItem>& item, std::string_view name,
                           const Variant& def = Variant::Null());
-// The value of the child found by the non-recursive key search, or def.
+// The value of the child found by the non-recursive key search (Null when it has none), or
+// def when there is no such child.
 OSTREL_API Variant XValue(const IPtr<IXItem>& item, std::string_view name,
                           std::string_view keyAttr, std::string_view keyValue,
                           const Variant& def);
@@ -150,7 +152,8 @@ struct IXItemList : IInterface {
 // A list sorted by a key attribute, searched by binary search.
 struct IXItemIndex : IInterface {
   static constexpr TGUID IID = TGUID::From("{0BE04BD3-0024-41E9-8200-CDC85E078143}");
-  // The first item (in sorted order) whose key equals key, letter case ignored.
+  // The first item (in sorted order) whose key equals key: a text key letter case ignored;
+  // a number, date, currency or boolean equals the key texts that convert to it ("02" = 2).
   virtual bool OSTREL_STDCALL FindItem(const Variant& key, IPtr<IXItem>& item) = 0;
   // As FindItem; an absent key raises "Элемент по ключу "attr=key" не найден".
   virtual IPtr<IXItem> OSTREL_STDCALL GetItem(const Variant& key) = 0;

@@ -68,7 +68,9 @@ OSTREL_API AnsiString Var2XML(const Variant& value, bool strict);
 // integers, varSingle, varDouble, varCurrency by XML2FLOAT, varDate by XML2DT, varBoolean
 // by XML2BOOL; any other type gives the value unchanged.
 OSTREL_API Variant XMLCast(const Variant& value, TVarType varType);
-// "yyyy-mm-dd" for a date without time, else "yyyy-mm-ddThh:nn:ss.zzz".
+// "yyyy-mm-dd" for a date without time, else "yyyy-mm-ddThh:nn:ss.zzz". A value that is no
+// moment of the years 1 to 9999 (NaN and the infinities included) raises EConvertError
+// rather than being written as a date that reads back as another or not at all.
 OSTREL_API AnsiString DT2XML(TDateTime value);
 // The shortest general float text with "." as decimal separator.
 OSTREL_API AnsiString FLOAT2XML(Extended value);
