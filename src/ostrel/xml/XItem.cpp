@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <utility>
 
 namespace ostrel {
@@ -638,14 +639,15 @@ constexpr std::string_view kFixAttr = "fix";
 // item with an equal value (letter case ignored).
 bool FixMatches(const TXItem* fix, const TXItem* item) {
   if (!AnsiSameText(fix->get_Name(), item->get_Name())) return false;
-  // A fix may be keyed on many attributes: the item's are looked up in a table, not by a
-  // scan of its attribute text per key.
-  const TXAttrTable attrs(*item);
+  // A fix may be keyed on many attributes: the item's are looked up in a table, made at the
+  // first key, not by a scan of its attribute text per key.
+  std::optional<TXAttrTable> attrs;
   Integer pos = 1, start = 0, len = 0;
   AnsiString name, value;
   while (fix->ExtractAttr(pos, name, start, len, value)) {
     if (AnsiSameText(name, kFixAttr)) continue;
-    const Variant have = attrs.Get(name);
+    if (!attrs) attrs.emplace(*item);
+    const Variant have = attrs->Get(name);
     if (VarIsNull(have) || CompareVar(have, Variant(TkxXMLPr::Decode(value)), true) != 0)
       return false;
   }
