@@ -112,6 +112,9 @@ class OSTREL_API TkxBufStream : public TStream {
   // The number of bytes available from the position without moving, at most count (count 0:
   // all the buffer holds there); reloads the buffer when they are not in it. A count not
   // below the buffer size raises "TkxBufStream.LoadBuf: Count >= BufSize".
+  // A reload fills the buffer however few bytes each Read of the stream gives; a Read that
+  // gives none ends the stream there. What the stream raises while reading, and a seek that
+  // does not land, reach the caller: they are never taken for the end of the data.
   Integer LoadBuf(Integer count);
   // The bytes buffered from the position on (empty when they are used up: LoadBuf brings
   // the next ones), so that a reader can scan a run of bytes in place and then MovePos past
