@@ -85,14 +85,29 @@ void ReportLostWrite(std::string_view message) noexcept {
 }  // namespace
 
 TkxBufStream::TkxBufStream(TStream* stream, bool ownsStream, Integer bufSize)
-    : fStream(stream), fOwnsStream(ownsStream), fBufSize(bufSize) {
+    : fStream(stream), fOwnsStream(ownsStream), fBuffer(nullptr, BufferDelete{true}),
+      fBufSize(bufSize) {
+  Init(stream, ownsStream, nullptr, bufSize);
+}
+
+TkxBufStream::TkxBufStream(TStream* stream, bool ownsStream, char* buffer, Integer bufSize)
+    : fStream(stream), fOwnsStream(ownsStream), fBuffer(nullptr, BufferDelete{false}),
+      fBufSize(bufSize) {
+  Init(stream, ownsStream, buffer, bufSize);
+}
+
+void TkxBufStream::Init(TStream* stream, bool ownsStream, char* buffer, Integer bufSize) {
   if (!stream) throw Exception("TkxBufStream.Create: Stream is nil");
   try {
     if (bufSize < 1) throw Exception(Format("TkxBufStream.Create: invalid buffer size (%d)", bufSize));
-    // One byte more than the buffer size, so that NextChar may look one place past the
-    // valid bytes without leaving the block.
-    fBuffer.reset(static_cast<char*>(
-        ::operator new[](static_cast<std::size_t>(bufSize) + 1, kBufferAlign)));
+    if (buffer) {
+      fBuffer.reset(buffer);
+    } else {
+      // One byte more than the buffer size, so that NextChar may look one place past the
+      // valid bytes without leaving the block.
+      fBuffer.reset(static_cast<char*>(
+          ::operator new[](static_cast<std::size_t>(bufSize) + 1, kBufferAlign)));
+    }
     fSize = std::max<Int64>(stream->GetSize(), 0);
     SetBase(std::clamp<Int64>(stream->Seek(0, soCurrent), 0, fSize));
   } catch (...) {
