@@ -127,10 +127,13 @@ AnsiString TkxXMLPr::Encode(std::string_view s, bool strict) {
   return out;
 }
 
-AnsiString TkxXMLPr::Decode(std::string_view s) {
+namespace {
+
+// Decodes s and appends the result to out (the reader decodes straight into its text).
+void DecodeTo(AnsiString& out, std::string_view s) {
   std::size_t i = s.find('&');
-  if (i == std::string_view::npos) return AnsiString(s);
-  AnsiString out(s.substr(0, i));
+  if (i == std::string_view::npos) i = s.size();
+  out.append(s.data(), i);
   // A named entity is taken only when the whole name matches; one that starts like a known
   // name but is not one (&apos;) is kept as it stands.
   auto named = [&](std::string_view entity, char c) {
@@ -172,6 +175,13 @@ AnsiString TkxXMLPr::Decode(std::string_view s) {
         throw EConvertError(Format("XEncode: error encode character (%s)", s.substr(i, 2)));
     }
   }
+}
+
+}  // namespace
+
+AnsiString TkxXMLPr::Decode(std::string_view s) {
+  AnsiString out;
+  DecodeTo(out, s);
   return out;
 }
 
@@ -387,21 +397,39 @@ void TXReader::ReadTag(AnsiString& name, AnsiString& attrText, bool& selfClosing
 void TXReader::ReadText(AnsiString& text, bool& cdata, bool dropLeading) {
   text.clear();
   cdata = false;
+  // Where the next "<" is, once found: text with many entities is taken a piece at a time,
+  // and the bytes up to that "<" need not be searched again for each piece.
+  Int64 ltAt = -1;
   while (!AtEnd()) {
     const std::string_view v = fStream.Buffered();
     std::size_t from = 0;
     if (dropLeading && text.empty())
       while (from < v.size() && IsBlank(v[from])) ++from;
-    // Two vectorised scans beat one loop over the bytes: the next "<", then an "&" before it.
+    // Two scans beat one loop over the bytes: the next "<", then an "&" before it.
     const char* const base = v.data();
-    const std::size_t stop = static_cast<std::size_t>(FindByte(base + from, base + v.size(), '<') - base);
+    const Int64 at = fStream.GetPosition();
+    std::size_t stop;
+    if (ltAt >= at && ltAt - at < static_cast<Int64>(v.size())) {
+      stop = static_cast<std::size_t>(ltAt - at);
+    } else {
+      stop = static_cast<std::size_t>(FindByte(base + from, base + v.size(), '<') - base);
+      ltAt = stop < v.size() ? at + static_cast<Int64>(stop) : -1;
+    }
     const std::size_t i = static_cast<std::size_t>(FindByte(base + from, base + stop, '&') - base);
     text.append(v.data() + from, i - from);
     fStream.MovePos(static_cast<Int64>(i));
     if (i == v.size()) continue;
     if (v[i] == '<' && !MayBeBang()) return;  // a tag
     if (v[i] == '&') {
-      // Up to and with the next ";", or to the end of the input.
+      // Up to and with the next ";", or to the end of the input; decoded in place when the
+      // buffer holds all of it.
+      const std::string_view w = fStream.Buffered();
+      const std::size_t semi = static_cast<std::size_t>(FindByte(w.data(), w.data() + w.size(), ';') - w.data());
+      if (semi < w.size()) {
+        DecodeTo(text, w.substr(0, semi + 1));
+        fStream.MovePos(static_cast<Int64>(semi + 1));
+        continue;
+      }
       fEntity.clear();
       while (!AtEnd()) {
         const std::string_view w = fStream.Buffered();
@@ -411,7 +439,7 @@ void TXReader::ReadText(AnsiString& text, bool& cdata, bool dropLeading) {
         fStream.MovePos(static_cast<Int64>(take));
         if (semi != std::string_view::npos) break;
       }
-      text += TkxXMLPr::Decode(fEntity);
+      DecodeTo(text, fEntity);
     } else if (fStream.MatchStr("<!--", false, false)) {
       SkipComment();
     } else if (fStream.MatchStr("<![CDATA[", false, true)) {
