@@ -1,9 +1,11 @@
-// Speed of reading and writing XML: a generated CP1251 business document (a register of
-// payment documents: nested elements with 2-5 attributes, Cyrillic names and text, amounts,
-// dates, entities, comments and CDATA) of about 1 MB and 40 MB, loaded into a tree and
-// freed, and written from a tree into memory. pugixml and tinyxml2, when found, do the same
-// on the same bytes in the same run. The closing table gives MB/s, the ratios to the peers
-// and the heap held by a loaded 40 MB document.
+// Speed of reading and writing XML: generated CP1251 documents of about 1 MB and 40 MB,
+// loaded into a tree and freed, and written from a tree into memory. Two shapes: a register
+// of payment documents (shallow, 2-5 attributes per element, Cyrillic names and values,
+// amounts, dates, entities, comments and CDATA) and a book (sections nested up to eight deep,
+// long paragraphs with entities and inline elements, few attributes). pugixml and tinyxml2,
+// when found, do the same on the same bytes in the same run. The closing table gives MB/s
+// (medians with --benchmark_repetitions), the ratios to the peers and the heap held by a
+// loaded 40 MB document of each shape.
 #include <ostrel/rtl/Format.h>
 #include <ostrel/xml/Xdata.h>
 #include <ostrel/xml/Xmlutils.h>
@@ -16,9 +18,10 @@
 #include <string>
 #include <vector>
 
-#if defined(__GLIBC__)
+#include <algorithm>
+#include <cstdlib>
 #include <malloc.h>
-#endif
+#include <new>
 #ifdef OSTREL_HAVE_PUGIXML
 #include <pugixml.hpp>
 #endif
@@ -31,11 +34,13 @@ namespace {
 using namespace ostrel;
 
 constexpr int kSizesMB[] = {1, 40};
+enum Shape { kRegister, kBook };
+constexpr const char* kShapeNames[] = {"register", "book"};
 
 // ---------------------------------------------------------------------------------------
 // The document
 
-std::string Generate(std::size_t bytes) {
+std::string GenerateRegister(std::size_t bytes) {
   std::mt19937 rng(20240301);
   auto pick = [&](const std::vector<AnsiString>& v) -> const AnsiString& {
     return v[rng() % v.size()];
@@ -82,21 +87,74 @@ std::string Generate(std::size_t bytes) {
   return s;
 }
 
-const std::string& Document(int mb) {
-  static std::map<int, std::string> docs;
-  auto it = docs.find(mb);
-  if (it == docs.end()) it = docs.emplace(mb, Generate(static_cast<std::size_t>(mb) << 20)).first;
-  return it->second;
+std::string GenerateBook(std::size_t bytes) {
+  std::mt19937 rng(19991231);
+  const std::vector<AnsiString> words = {
+      Ansi(u8"договор"), Ansi(u8"поставка"), Ansi(u8"обязательства"), Ansi(u8"сторона"),
+      Ansi(u8"оплата"), Ansi(u8"в"), Ansi(u8"и"), Ansi(u8"по"), Ansi(u8"срок"),
+      Ansi(u8"&quot;Заказчик&quot;"), Ansi(u8"&lt;приложение&gt;"), Ansi(u8"&amp;"),
+      Ansi(u8"рублей"), Ansi(u8"счёт"), Ansi(u8"акт"), Ansi(u8"2024"), Ansi(u8"№&#160;5")};
+  auto sentence = [&] {
+    AnsiString t;
+    const int n = 8 + static_cast<int>(rng() % 30);
+    for (int i = 0; i < n; ++i) t += (i ? " " : "") + words[rng() % words.size()];
+    return t + ".";
+  };
+  const AnsiString section = Ansi(u8"Раздел");
+  std::string s = std::string(XML_HEADER_WIN1251) + "\r\n" +
+                  Ansi(u8"<Книга название=\"Сборник условий\">\r\n");
+  std::vector<int> open;  // numbers of the open sections
+  int next = 1;
+  while (s.size() < bytes || !open.empty()) {
+    const std::string indent(2 * (open.size() + 1), ' ');
+    const unsigned r = rng() % 10;
+    if (s.size() < bytes && open.size() < 8 && (open.empty() || r < 3)) {
+      s += indent + "<" + section + Ansi(u8" н=\"") + IntToStr(next) + "\">\r\n" + indent +
+           Ansi(u8"  <Заголовок>") + sentence() + Ansi(u8"</Заголовок>\r\n");
+      open.push_back(next++);
+    } else if (s.size() >= bytes || r < 5) {
+      s += std::string(2 * open.size(), ' ') + "</" + section + ">\r\n";
+      open.pop_back();
+    } else if (r < 8) {
+      s += indent + Ansi(u8"<Абзац>");
+      for (int k = 1 + static_cast<int>(rng() % 4); k > 0; --k) s += sentence() + " ";
+      if (r == 7) s += Ansi(u8"<Выделение>") + sentence() + Ansi(u8"</Выделение> ") + sentence();
+      s += Ansi(u8"</Абзац>\r\n");
+    } else if (r == 8) {
+      s += indent + Ansi(u8"<!-- правка ") + IntToStr(next) + " -->\r\n";
+    } else {
+      s += indent + Ansi(u8"<Формула><![CDATA[сумма < лимит && срок > 0]]></Формула>\r\n");
+    }
+  }
+  s += Ansi(u8"</Книга>\r\n");
+  return s;
 }
 
-TMemoryStream& DocumentStream(int mb) {
-  static std::map<int, TMemoryStream> streams;
-  TMemoryStream& stream = streams[mb];
+const std::string& Document(int mb, int shape) {
+  static std::map<std::pair<int, int>, std::string> docs;
+  auto it = docs.find({mb, shape});
+  if (it == docs.end()) {
+    const std::size_t bytes = static_cast<std::size_t>(mb) << 20;
+    it = docs.emplace(std::pair(mb, shape),
+                      shape == kBook ? GenerateBook(bytes) : GenerateRegister(bytes)).first;
+  }
+  return it->second;
+}
+const std::string& Document(const benchmark::State& state) {
+  return Document(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
+}
+
+TMemoryStream& DocumentStream(int mb, int shape) {
+  static std::map<std::pair<int, int>, TMemoryStream> streams;
+  TMemoryStream& stream = streams[{mb, shape}];
   if (stream.GetSize() == 0) {
-    const std::string& doc = Document(mb);
+    const std::string& doc = Document(mb, shape);
     stream.WriteBuffer(doc.data(), static_cast<Integer>(doc.size()));
   }
   return stream;
+}
+TMemoryStream& DocumentStream(const benchmark::State& state) {
+  return DocumentStream(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
 }
 
 void Throughput(benchmark::State& state, std::size_t bytes) {
@@ -107,20 +165,18 @@ void Throughput(benchmark::State& state, std::size_t bytes) {
 // Ostrel
 
 void OstrelLoad(benchmark::State& state) {
-  const int mb = static_cast<int>(state.range(0));
-  TMemoryStream& stream = DocumentStream(mb);
+  TMemoryStream& stream = DocumentStream(state);
   for (auto _ : state) {
     stream.SetPosition(0);
     TXItem root;
     LoadXData(&root, stream);
     benchmark::DoNotOptimize(root.get_Count());
   }
-  Throughput(state, Document(mb).size());
+  Throughput(state, Document(state).size());
 }
 
 void OstrelSave(benchmark::State& state) {
-  const int mb = static_cast<int>(state.range(0));
-  TMemoryStream& stream = DocumentStream(mb);
+  TMemoryStream& stream = DocumentStream(state);
   stream.SetPosition(0);
   TXItem root;
   LoadXData(&root, stream);
@@ -132,7 +188,7 @@ void OstrelSave(benchmark::State& state) {
     SaveXData(&root, true, out);
     benchmark::DoNotOptimize(out.Memory());
   }
-  Throughput(state, Document(mb).size());
+  Throughput(state, Document(state).size());
 }
 
 // ---------------------------------------------------------------------------------------
@@ -140,7 +196,7 @@ void OstrelSave(benchmark::State& state) {
 
 #ifdef OSTREL_HAVE_PUGIXML
 void PugiLoad(benchmark::State& state) {
-  const std::string& doc = Document(static_cast<int>(state.range(0)));
+  const std::string& doc = Document(state);
   for (auto _ : state) {
     pugi::xml_document d;
     // Bytes as they stand (no conversion), as the Ostrel reader takes them.
@@ -158,7 +214,7 @@ struct StringWriter : pugi::xml_writer {
 };
 
 void PugiSave(benchmark::State& state) {
-  const std::string& doc = Document(static_cast<int>(state.range(0)));
+  const std::string& doc = Document(state);
   pugi::xml_document d;
   d.load_buffer(doc.data(), doc.size(), pugi::parse_default, pugi::encoding_utf8);
   StringWriter w;
@@ -173,7 +229,7 @@ void PugiSave(benchmark::State& state) {
 
 #ifdef OSTREL_HAVE_TINYXML2
 void TinyLoad(benchmark::State& state) {
-  const std::string& doc = Document(static_cast<int>(state.range(0)));
+  const std::string& doc = Document(state);
   for (auto _ : state) {
     tinyxml2::XMLDocument d;
     d.Parse(doc.data(), doc.size());
@@ -183,7 +239,7 @@ void TinyLoad(benchmark::State& state) {
 }
 
 void TinySave(benchmark::State& state) {
-  const std::string& doc = Document(static_cast<int>(state.range(0)));
+  const std::string& doc = Document(state);
   tinyxml2::XMLDocument d;
   d.Parse(doc.data(), doc.size());
   tinyxml2::XMLPrinter printer;
@@ -197,22 +253,37 @@ void TinySave(benchmark::State& state) {
 #endif
 
 // ---------------------------------------------------------------------------------------
-// Memory held by a loaded document (glibc's count of allocated heap bytes)
+// Heap of a load: the program's operator new and pugixml's allocation functions count the
+// bytes they hand out while counting is on (off during the timed runs), so each library's
+// peak during a load and what its loaded document holds are measured the same way.
 
-std::size_t HeapInUse() {
-#if defined(__GLIBC__)
-  return mallinfo2().uordblks + mallinfo2().hblkhd;  // heap chunks and mapped blocks
-#else
-  return 0;
-#endif
+bool gCounting = false;
+std::int64_t gLive = 0, gPeak = 0;
+
+void* CountedAlloc(std::size_t size, std::size_t align = 0) {
+  void* p = align ? std::aligned_alloc(align, (size + align - 1) / align * align)
+                  : std::malloc(size ? size : 1);
+  if (p && gCounting) gPeak = std::max(gPeak, gLive += static_cast<std::int64_t>(malloc_usable_size(p)));
+  return p;
 }
+void CountedFree(void* p) noexcept {
+  if (p && gCounting) gLive -= static_cast<std::int64_t>(malloc_usable_size(p));
+  std::free(p);
+}
+void* PugiAlloc(std::size_t size) { return CountedAlloc(size); }
+
+struct HeapUse {
+  double peakMB, heldMB;
+};
 
 template <class Load>
-double HeapMBOfLoaded(Load load) {
-  const std::size_t before = HeapInUse();
-  std::size_t held = 0;
-  load([&] { held = HeapInUse() - before; });
-  return static_cast<double>(held) / (1 << 20);
+HeapUse MeasureHeap(Load load) {
+  gLive = gPeak = 0;
+  gCounting = true;
+  std::int64_t held = 0;
+  load([&] { held = gLive; });
+  gCounting = false;
+  return {static_cast<double>(gPeak) / (1 << 20), static_cast<double>(held) / (1 << 20)};
 }
 
 // ---------------------------------------------------------------------------------------
@@ -250,27 +321,30 @@ class TableReporter : public benchmark::ConsoleReporter {
     }
   }
 
-  void PrintTable(const std::map<std::string, double>& heap) const {
-    std::printf("\n%-6s %5s", "op", "MB");
-    for (const Lib& lib : Libs()) std::printf(" %10s", (std::string(lib.name) + " MB/s").c_str() + 0);
+  void PrintTable(const std::map<std::string, HeapUse>& heap) const {
+    std::printf("\n%-6s %-9s %5s", "op", "shape", "MB");
+    for (const Lib& lib : Libs()) std::printf(" %13s", (std::string(lib.name) + " MB/s").c_str());
     for (std::size_t i = 1; i < Libs().size(); ++i)
       std::printf(" %12s", ("vs " + std::string(Libs()[i].name)).c_str());
     std::printf("\n");
     for (const char* op : {"Load", "Save"})
-      for (int mb : kSizesMB) {
-        std::printf("%-6s %5d", op, mb);
-        std::vector<double> rates;
-        for (const Lib& lib : Libs()) {
-          rates.push_back(Rate(std::string(lib.name) + "/" + op + "/" + std::to_string(mb)));
-          std::printf(" %10.1f", rates.back());
+      for (int shape : {kRegister, kBook})
+        for (int mb : kSizesMB) {
+          std::printf("%-6s %-9s %5d", op, kShapeNames[shape], mb);
+          std::vector<double> rates;
+          for (const Lib& lib : Libs()) {
+            rates.push_back(Rate(std::string(lib.name) + "/" + op + "/" + std::to_string(mb) +
+                                 "/" + std::to_string(shape)));
+            std::printf(" %13.1f", rates.back());
+          }
+          for (std::size_t i = 1; i < rates.size(); ++i)
+            std::printf(" %12.2f", rates[i] > 0 ? rates[0] / rates[i] : 0.0);
+          std::printf("\n");
         }
-        for (std::size_t i = 1; i < rates.size(); ++i)
-          std::printf(" %12.2f", rates[i] > 0 ? rates[0] / rates[i] : 0.0);
-        std::printf("\n");
-      }
-    std::printf("\nheap held by a loaded %d MB document:", kSizesMB[1]);
-    for (const auto& [name, mb] : heap) std::printf("  %s %.1f MB", name.c_str(), mb);
-    std::printf("\n");
+    std::printf("\nheap of a loaded %d MB document, peak during the load / held after it:\n",
+                kSizesMB[1]);
+    for (const auto& [name, use] : heap)
+      std::printf("  %-20s %8.1f MB / %8.1f MB\n", name.c_str(), use.peakMB, use.heldMB);
   }
 
  private:
@@ -367,42 +441,68 @@ BENCHMARK(GetDocDeep)->Arg(1000000)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 
+void* operator new(std::size_t size) {
+  if (void* p = CountedAlloc(size)) return p;
+  throw std::bad_alloc();
+}
+void* operator new[](std::size_t size) { return operator new(size); }
+void* operator new(std::size_t size, std::align_val_t align) {
+  if (void* p = CountedAlloc(size, static_cast<std::size_t>(align))) return p;
+  throw std::bad_alloc();
+}
+void* operator new[](std::size_t size, std::align_val_t align) { return operator new(size, align); }
+void operator delete(void* p) noexcept { CountedFree(p); }
+void operator delete[](void* p) noexcept { CountedFree(p); }
+void operator delete(void* p, std::size_t) noexcept { CountedFree(p); }
+void operator delete[](void* p, std::size_t) noexcept { CountedFree(p); }
+void operator delete(void* p, std::align_val_t) noexcept { CountedFree(p); }
+void operator delete[](void* p, std::align_val_t) noexcept { CountedFree(p); }
+void operator delete(void* p, std::size_t, std::align_val_t) noexcept { CountedFree(p); }
+void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { CountedFree(p); }
+
 int main(int argc, char** argv) {
   for (const Lib& lib : Libs())
-    for (int mb : kSizesMB) {
-      benchmark::RegisterBenchmark((std::string(lib.name) + "/Load").c_str(), lib.load)
-          ->Arg(mb)->Unit(benchmark::kMillisecond);
-      benchmark::RegisterBenchmark((std::string(lib.name) + "/Save").c_str(), lib.save)
-          ->Arg(mb)->Unit(benchmark::kMillisecond);
-    }
+    for (int shape : {kRegister, kBook})
+      for (int mb : kSizesMB) {
+        benchmark::RegisterBenchmark((std::string(lib.name) + "/Load").c_str(), lib.load)
+            ->Args({mb, shape})->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark((std::string(lib.name) + "/Save").c_str(), lib.save)
+            ->Args({mb, shape})->Unit(benchmark::kMillisecond);
+      }
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
 
-  const int big = kSizesMB[1];
-  std::map<std::string, double> heap;
-  const std::string& doc = Document(big);
-  TMemoryStream& stream = DocumentStream(big);
-  std::printf("document: %zu bytes\n", doc.size());
-  heap["Ostrel"] = HeapMBOfLoaded([&](auto measure) {
-    stream.SetPosition(0);
-    TXItem root;
-    LoadXData(&root, stream);
-    measure();
-  });
 #ifdef OSTREL_HAVE_PUGIXML
-  heap["pugixml"] = HeapMBOfLoaded([&](auto measure) {
-    pugi::xml_document d;
-    d.load_buffer(doc.data(), doc.size(), pugi::parse_default, pugi::encoding_utf8);
-    measure();
-  });
+  pugi::set_memory_management_functions(PugiAlloc, CountedFree);
+#endif
+  const int big = kSizesMB[1];
+  std::map<std::string, HeapUse> heap;
+  for (int shape : {kRegister, kBook}) {
+    const std::string& doc = Document(big, shape);
+    TMemoryStream& stream = DocumentStream(big, shape);
+    const std::string suffix = std::string(" ") + kShapeNames[shape];
+    std::printf("%s document: %zu bytes\n", kShapeNames[shape], doc.size());
+    heap["Ostrel" + suffix] = MeasureHeap([&](auto measure) {
+      stream.SetPosition(0);
+      TXItem root;
+      LoadXData(&root, stream);
+      measure();
+    });
+#ifdef OSTREL_HAVE_PUGIXML
+    heap["pugixml" + suffix] = MeasureHeap([&](auto measure) {
+      pugi::xml_document d;
+      d.load_buffer(doc.data(), doc.size(), pugi::parse_default, pugi::encoding_utf8);
+      measure();
+    });
 #endif
 #ifdef OSTREL_HAVE_TINYXML2
-  heap["tinyxml2"] = HeapMBOfLoaded([&](auto measure) {
-    tinyxml2::XMLDocument d;
-    d.Parse(doc.data(), doc.size());
-    measure();
-  });
+    heap["tinyxml2" + suffix] = MeasureHeap([&](auto measure) {
+      tinyxml2::XMLDocument d;
+      d.Parse(doc.data(), doc.size());
+      measure();
+    });
 #endif
+  }
 
   TableReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);

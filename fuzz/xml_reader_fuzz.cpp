@@ -3,10 +3,18 @@
 // dialect cannot write back as it was read (see Writable), that text must read back and
 // write the same bytes again. Attribute access and the value conversions run on what was
 // read.
+//
+// The same bytes are also read from a stream that gives random short reads and may raise at
+// a random place (both drawn from the input's hash, so that every input has its own): the
+// result must be the whole-buffer load's, error and partial tree included, unless the
+// reader needed bytes past the failing place, when it must be the stream's error.
 #include <FuzzUtil.h>
+
+#include "../tests/xml/XmlUtil.h"
 
 #include <ostrel/xml/Xmlutils.h>
 
+#include <random>
 #include <string>
 #include <vector>
 
@@ -21,10 +29,40 @@ std::string Write(const TXItem* item) {
 }
 
 bool Read(TXItem* item, std::string_view text) {
-  TMemoryStream in;
-  if (!text.empty()) in.WriteBuffer(text.data(), static_cast<Integer>(text.size()));
-  in.SetPosition(0);
-  return fuzz::Guarded([&] { LoadXData(item, in); });
+  return fuzz::Guarded([&] { xmltest::LoadText(item, text); });
+}
+
+// What a load from the stream gives: its error's message (none when it read) and the tree
+// read up to it, as written text.
+std::string LoadOutcome(TStream& stream) {
+  TXItem root;
+  std::string outcome = "ok";
+  try {
+    LoadXData(&root, stream);
+  } catch (const Exception& e) {
+    outcome = "!" + e.Message();
+  }
+  fuzz::Guarded([&] { outcome += "\n" + Write(&root); });
+  return outcome;
+}
+
+void CompareChunkedLoad(std::string_view text) {
+  std::uint64_t hash = 1469598103934665603ull;
+  for (char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211ull;
+  std::mt19937_64 rng(hash);
+  const Int64 raiseAt = rng() % 3 == 0 ? -1 : static_cast<Int64>(rng() % (text.size() + 1));
+  const Integer fixed = static_cast<Integer>(rng() % 18);  // 0: a random size each read
+  xmltest::ChunkedStream whole(text, [] { return Integer(1) << 30; });
+  const std::string expected = LoadOutcome(whole);
+  xmltest::ChunkedStream chunked(
+      text, [&] { return fixed ? fixed : static_cast<Integer>(1 + rng() % 64); }, raiseAt);
+  const std::string got = LoadOutcome(chunked);
+  if (raiseAt >= 0 && raiseAt < whole.highWater) {
+    fuzz::Require(got.rfind("!chunked read failed\n", 0) == 0,
+                  "a stream's error is not the load's error", got);
+  } else {
+    fuzz::Require(got == expected, "short reads change what is read", got + "\n---\n" + expected);
+  }
 }
 
 // Trees that the writer cannot give back as they were read, by the dialect's own rules:
@@ -85,6 +123,7 @@ void TouchAttributes(TXItem* root) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view text(reinterpret_cast<const char*>(data), size);
+  CompareChunkedLoad(text);
   IPtr<IXItem> held;
   {
     IPtr<TXDocIntf> doc(new TXDocIntf);

@@ -26,7 +26,9 @@ class ProbeStream : public TStream {
   explicit ProbeStream(std::string_view bytes = {}) : data(bytes) {}
   Integer Read(void* buffer, Integer count) override {
     ++reads;
-    const Int64 n = std::clamp<Int64>(static_cast<Int64>(data.size()) - pos, 0, count);
+    if (raiseAt >= 0 && pos >= raiseAt) throw EReadError("probe read failed");
+    Int64 n = std::clamp<Int64>(static_cast<Int64>(data.size()) - pos, 0, count);
+    if (chunk > 0) n = std::min<Int64>(n, chunk);
     data.copy(static_cast<char*>(buffer), At(n), At(pos));
     pos += n;
     return static_cast<Integer>(n);
@@ -56,6 +58,8 @@ class ProbeStream : public TStream {
   int reads = 0, writes = 0;
   bool readOnly = false, failSeek = false;
   Int64 claimedSize = -1;  // when set, GetSize reports it whatever the real size
+  Integer chunk = 0;       // when set, the most bytes one Read gives
+  Int64 raiseAt = -1;      // when set, a Read from there on raises
 };
 
 std::string RandomBytes(std::mt19937& rng, std::size_t n) {
@@ -326,6 +330,37 @@ TEST(BufStream, StreamThatDeliversLessThanItsSizeEndsThere) {
   bs.SetPosition(0);
   EXPECT_FALSE(bs.Search("three", false));
   EXPECT_TRUE(bs.Eof());
+}
+
+TEST(BufStream, ShortReadsFillTheBuffer) {
+  // However few bytes the stream gives at a time, a look-ahead sees all that it asks for.
+  for (Integer chunk = 1; chunk <= 9; ++chunk) {
+    auto* raw = new ProbeStream("<![CDATA[x]]>\r\nnext line");
+    raw->chunk = chunk;
+    TkxBufStream bs(raw, true, 16);
+    EXPECT_TRUE(bs.MatchStr("<![cdata[", false, true)) << chunk;
+    EXPECT_EQ(bs.CurStr(4), "x]]>") << chunk;
+    EXPECT_EQ(bs.Readln(), "x]]>");
+    EXPECT_EQ(bs.Readln(), "next line");
+    EXPECT_TRUE(bs.Eof());
+  }
+}
+
+TEST(BufStream, StreamErrorsAreNotTheEnd) {
+  // A stream that raises part-way: the error reaches the reader after the bytes before it.
+  auto* raw = new ProbeStream("0123456789abcdefghij");
+  raw->raiseAt = 12;
+  raw->chunk = 5;
+  TkxBufStream bs(raw, true, 8);
+  char buf[32];
+  EXPECT_EQ(bs.Read(buf, 8), 8);
+  EXPECT_EQ(MessageOf<EReadError>([&] { bs.Read(buf, 8); }), "probe read failed");
+  EXPECT_EQ(MessageOf<EReadError>([&] { bs.Readln(); }), "probe read failed");
+  // A seek that does not land when the buffer is reloaded is an error too.
+  raw->raiseAt = -1;
+  raw->failSeek = true;
+  bs.SetPosition(0);
+  EXPECT_EQ(MessageOf([&] { bs.GetChar(); }), "TkxBufStream.LoadBuf: cannot seek the stream to 0");
 }
 
 }  // namespace

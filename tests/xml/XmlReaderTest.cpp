@@ -9,12 +9,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <random>
 #include <string>
+#include <vector>
 
 namespace ostrel {
 namespace {
 
 using testutil::MessageOf;
+using xmltest::ChunkedStream;
 using xmltest::Parse;
 using xmltest::Shape;
 
@@ -31,44 +34,47 @@ std::string Outcome(std::string_view text) {
 
 const std::string kFormat = Cp1251(u8"Ошибка в формате XML.").Str();
 
+// Input text and the tree it reads as (or "!" and the error's message).
+struct DialectCase { std::string_view text; std::string shape; };
+const DialectCase kDialect[] = {
+    {"<a>text</a>", "a='text'"},
+    {"<a>x<b/>y</a>", "a('x' b 'y')"},
+    {"<a>  </a>", "a"},
+    {"<a>\r\n <b/> \t</a>", "a(b)"},
+    {"<a x=\"1>2\"/>", "a{x=\"1>2\"}"},
+    {"<a x='1'/>", "a{x='1'}"},
+    {"<a></A>", "a"},
+    {"<a>&#65;&lt;&gt;&quot;&amp;</a>", "a='A<>\"&'"},
+    {"<a>&apos;&ltx;</a>", "a='&apos;&ltx;'"},
+    {"<a>&#321;&#-1;</a>", "a='A\xFF'"},
+    {"<a><b>", "a(b)"},
+    {"<a><b>open text", "a(b('open text'))"},
+    {"", ""},
+    {"  <!-- only a comment -->  ", ""},
+    {"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<!-- c --><r/>", "r"},
+    {"<r/><second/>", "r"},
+    {"<r>a<!-- c -->b</r>", "r='ab'"},
+    {"<r><![CDATA[ <raw> & ]]></r>", "r='<raw> &'!"},
+    {"<r><![CDATA[x<y]]></r>", "r='x<y'!"},
+    {"<r><![cdata[x]]>y</r>", "r='xy'!"},
+    {"<r><![CDATA[unterminated", "r('unterminated'!)"},
+    {"<r><!-- unterminated", "r"},
+    {"<r a=\"1\" b = \"2\" />", "r{a=\"1\" b = \"2\" }"},
+    {"<r a=\"1\"/ >", "r{a=\"1\"/ }"},
+    {"<!DOCTYPE x><a/>", "!DOCTYPE{x}(a)"},
+    {"<ns:r\tx=\"1\"></ns:r>", "ns:r{x=\"1\"}"},
+    {"<r>text<b/></r>", "r('text' b)"},
+    {"<r><b/>tail</r>", "r(b 'tail')"},
+    {"<r>&#65</r>", "r('A')"},
+    {"<r>&#65<b/>;x</r>", "r='Ax'"},
+    {"<a\"b c\">x</a\"b>", "!" + kFormat},  // the quote in the end tag opens
+    {std::string_view("<r>\0\x01x</r>", 10), "r='x'"},
+    {"<>", ""},
+    {"<r><?xml v?>x</r>", "!" + kFormat + "\r\r< expected"},
+};
+
 TEST(XmlReader, DialectAsTrees) {
-  struct Case { std::string_view text; std::string shape; };
-  const Case cases[] = {
-      {"<a>text</a>", "a='text'"},
-      {"<a>x<b/>y</a>", "a('x' b 'y')"},
-      {"<a>  </a>", "a"},
-      {"<a>\r\n <b/> \t</a>", "a(b)"},
-      {"<a x=\"1>2\"/>", "a{x=\"1>2\"}"},
-      {"<a x='1'/>", "a{x='1'}"},
-      {"<a></A>", "a"},
-      {"<a>&#65;&lt;&gt;&quot;&amp;</a>", "a='A<>\"&'"},
-      {"<a>&apos;&ltx;</a>", "a='&apos;&ltx;'"},
-      {"<a>&#321;&#-1;</a>", "a='A\xFF'"},
-      {"<a><b>", "a(b)"},
-      {"<a><b>open text", "a(b('open text'))"},
-      {"", ""},
-      {"  <!-- only a comment -->  ", ""},
-      {"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<!-- c --><r/>", "r"},
-      {"<r/><second/>", "r"},
-      {"<r>a<!-- c -->b</r>", "r='ab'"},
-      {"<r><![CDATA[ <raw> & ]]></r>", "r='<raw> &'!"},
-      {"<r><![cdata[x]]>y</r>", "r='xy'!"},
-      {"<r><![CDATA[unterminated", "r('unterminated'!)"},
-      {"<r><!-- unterminated", "r"},
-      {"<r a=\"1\" b = \"2\" />", "r{a=\"1\" b = \"2\" }"},
-      {"<r a=\"1\"/ >", "r{a=\"1\"/ }"},
-      {"<!DOCTYPE x><a/>", "!DOCTYPE{x}(a)"},
-      {"<ns:r\tx=\"1\"></ns:r>", "ns:r{x=\"1\"}"},
-      {"<r>text<b/></r>", "r('text' b)"},
-      {"<r><b/>tail</r>", "r(b 'tail')"},
-      {"<r>&#65</r>", "r('A')"},
-      {"<r>&#65<b/>;x</r>", "r='Ax'"},
-      {"<a\"b c\">x</a\"b>", "!" + kFormat},  // the quote in the end tag opens
-      {std::string_view("<r>\0\x01x</r>", 10), "r='x'"},
-      {"<>", ""},
-      {"<r><?xml v?>x</r>", "!" + kFormat + "\r\r< expected"},
-  };
-  for (const auto& c : cases) EXPECT_EQ(Outcome(c.text), c.shape) << c.text;
+  for (const auto& c : kDialect) EXPECT_EQ(Outcome(c.text), c.shape) << c.text;
 }
 
 TEST(XmlReader, ErrorsWithTheirMessages) {
@@ -97,16 +103,17 @@ TEST(XmlReader, ErrorsWithTheirMessages) {
             "XEncode: error encode character (&L)");
 }
 
+struct PlaceCase { std::string_view text; Int64 line, column; };
+const PlaceCase kErrorPlaces[] = {
+    {"x", 1, 1},
+    {"<a>\r\n  <b>\r\n  </c>", 3, 3},
+    {"<a>\n\n<b <", 3, 4},
+    {"<a>\r\r\n</b>", 3, 1},
+    {"  \t</top>", 1, 4},
+};
+
 TEST(XmlReader, ErrorsTellLineAndColumn) {
-  struct Case { std::string_view text; Int64 line, column; };
-  const Case cases[] = {
-      {"x", 1, 1},
-      {"<a>\r\n  <b>\r\n  </c>", 3, 3},
-      {"<a>\n\n<b <", 3, 4},
-      {"<a>\r\r\n</b>", 3, 1},
-      {"  \t</top>", 1, 4},
-  };
-  for (const auto& c : cases) {
+  for (const auto& c : kErrorPlaces) {
     try {
       Parse(c.text);
       ADD_FAILURE() << "no error for " << c.text;
@@ -155,6 +162,80 @@ TEST(XmlReader, StreamOfFewerBytesThanItsSizeEnds) {
   TXItem root;
   LoadXData(&root, stream);
   EXPECT_EQ(Shape(&root), "a(b('x'))");
+}
+
+// What a load from the stream gives: the tree, or the error's message (with its place for a
+// format error) and the tree read up to it.
+std::string OutcomeFrom(TStream& stream) {
+  TXItem root;
+  try {
+    LoadXData(&root, stream);
+  } catch (const EXMLError& e) {
+    return "!" + e.Message() + " @" + testutil::Join(e.Line(), e.Column()) + " " + Shape(&root);
+  } catch (const Exception& e) {
+    return "!" + e.Message() + " " + Shape(&root);
+  }
+  return Shape(&root);
+}
+
+// A thousand items with an entity, a comment and CDATA each: several buffers long, so that
+// every kind of markup also meets a buffer's end somewhere.
+std::string ThousandItems() {
+  std::string s = "<?xml version=\"1.0\"?>\r\n<list>\r\n";
+  for (int i = 0; i < 1000; ++i)
+    s += "  <item n=\"" + std::to_string(i) + "\">a &amp; b<!-- c " + std::to_string(i) +
+         " --><![CDATA[x<y]]]]></item>\r\n";
+  return s + "</list>\r\n";
+}
+
+constexpr Integer kWhole = 1 << 30;
+
+TEST(XmlReader, ChunksOfTheStreamChangeNothing) {
+  std::vector<std::string> corpus;
+  for (const auto& c : kDialect) corpus.emplace_back(c.text);
+  for (const auto& c : kErrorPlaces) corpus.emplace_back(c.text);
+  corpus.push_back(ThousandItems());
+  std::mt19937 rng(9);
+  for (const std::string& text : corpus) {
+    ChunkedStream whole(text, [] { return kWhole; });
+    const std::string expected = OutcomeFrom(whole);
+    for (Integer chunk = 1; chunk <= 17; ++chunk) {
+      ChunkedStream stream(text, [=] { return chunk; });
+      EXPECT_EQ(OutcomeFrom(stream), expected) << chunk << " bytes a read: " << text.substr(0, 80);
+    }
+    for (int round = 0; round < 4; ++round) {
+      ChunkedStream stream(text, [&] { return static_cast<Integer>(1 + rng() % 300); });
+      EXPECT_EQ(OutcomeFrom(stream), expected) << "random reads: " << text.substr(0, 80);
+    }
+  }
+}
+
+TEST(XmlReader, StreamErrorReachesTheCaller) {
+  const std::string text = ThousandItems();
+  const Int64 size = static_cast<Int64>(text.size());
+  for (Int64 at : {Int64(0), Int64(1), Int64(4095), Int64(4096), size / 2, size - 1})
+    for (Integer chunk : {Integer(1), Integer(7), kWhole}) {
+      ChunkedStream stream(text, [=] { return chunk; }, at);
+      TXItem root;
+      EXPECT_EQ(MessageOf<EReadError>([&] { LoadXData(&root, stream); }), "chunked read failed")
+          << "at " << at << ", " << chunk << " bytes a read";
+    }
+  // A document is made only from a whole stream; an item's load raises the same error.
+  ChunkedStream stream(text, [] { return kWhole; }, size / 2);
+  IPtr<IXDoc> doc;
+  EXPECT_THROW(GetXDocIntf(stream, doc), EReadError);
+  EXPECT_FALSE(doc);
+  stream.Seek(0, soBeginning);
+  IPtr<IXDoc> empty;
+  GetXDocIntf(std::string_view(), empty);
+  EXPECT_THROW(empty->get_Root()->LoadFromStream(stream), EReadError);
+  // An error past what the reader needs is never met: it reads one element and stops.
+  const std::string longer = text + std::string(10000, ' ') + "<next/>";
+  ChunkedStream tail(longer, [] { return kWhole; }, size + 9000);
+  EXPECT_EQ(OutcomeFrom(tail), [&] {
+    ChunkedStream whole(text, [] { return kWhole; });
+    return OutcomeFrom(whole);
+  }());
 }
 
 TEST(XmlReader, HostileInput) {

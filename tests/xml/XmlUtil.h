@@ -3,6 +3,8 @@
 
 #include <ostrel/xml/Xmlutils.h>
 
+#include <algorithm>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -28,6 +30,41 @@ inline std::string Write(const TXItem* item, bool withHeader = false) {
   return std::string(static_cast<const char*>(stream.Memory()),
                      static_cast<std::size_t>(stream.GetSize()));
 }
+
+// A stream over bytes that gives as many bytes per Read as nextChunk says (at least one; a
+// TStream may give fewer than asked) and raises EReadError "chunked read failed" when a Read
+// would reach raiseAt. highWater is the end of the bytes handed out so far.
+class ChunkedStream : public TStream {
+ public:
+  ChunkedStream(std::string_view bytes, std::function<Integer()> nextChunk, Int64 raiseAt = -1)
+      : fData(bytes), fNextChunk(std::move(nextChunk)), fRaiseAt(raiseAt) {}
+  Integer Read(void* buffer, Integer count) override {
+    const Int64 left = static_cast<Int64>(fData.size()) - fPos;
+    if (count <= 0 || left <= 0) return 0;
+    if (fRaiseAt >= 0 && fPos >= fRaiseAt) throw EReadError("chunked read failed");
+    Int64 n = std::min<Int64>({count, std::max<Integer>(fNextChunk(), 1), left});
+    if (fRaiseAt >= 0) n = std::min(n, fRaiseAt - fPos);
+    fData.copy(static_cast<char*>(buffer), static_cast<std::size_t>(n),
+               static_cast<std::size_t>(fPos));
+    fPos += n;
+    highWater = std::max(highWater, fPos);
+    return static_cast<Integer>(n);
+  }
+  Integer Write(const void*, Integer) override { return 0; }
+  Int64 Seek(Int64 offset, TSeekOrigin origin) override {
+    const Int64 from = origin == soBeginning ? 0 : origin == soCurrent ? fPos : GetSize();
+    return fPos = std::clamp<Int64>(from + offset, 0, GetSize());
+  }
+  Int64 GetSize() override { return static_cast<Int64>(fData.size()); }
+
+  Int64 highWater = 0;
+
+ private:
+  std::string_view fData;
+  std::function<Integer()> fNextChunk;
+  Int64 fRaiseAt;
+  Int64 fPos = 0;
+};
 
 // The tree in one line: name[=value][{attrs}](children...), "#text" as its value in quotes.
 inline std::string Shape(const TXItem* item) {

@@ -85,14 +85,29 @@ void ReportLostWrite(std::string_view message) noexcept {
 }  // namespace
 
 TkxBufStream::TkxBufStream(TStream* stream, bool ownsStream, Integer bufSize)
-    : fStream(stream), fOwnsStream(ownsStream), fBufSize(bufSize) {
+    : fStream(stream), fOwnsStream(ownsStream), fBuffer(nullptr, BufferDelete{true}),
+      fBufSize(bufSize) {
+  Init(stream, ownsStream, nullptr, bufSize);
+}
+
+TkxBufStream::TkxBufStream(TStream* stream, bool ownsStream, char* buffer, Integer bufSize)
+    : fStream(stream), fOwnsStream(ownsStream), fBuffer(nullptr, BufferDelete{false}),
+      fBufSize(bufSize) {
+  Init(stream, ownsStream, buffer, bufSize);
+}
+
+void TkxBufStream::Init(TStream* stream, bool ownsStream, char* buffer, Integer bufSize) {
   if (!stream) throw Exception("TkxBufStream.Create: Stream is nil");
   try {
     if (bufSize < 1) throw Exception(Format("TkxBufStream.Create: invalid buffer size (%d)", bufSize));
-    // One byte more than the buffer size, so that NextChar may look one place past the
-    // valid bytes without leaving the block.
-    fBuffer.reset(static_cast<char*>(
-        ::operator new[](static_cast<std::size_t>(bufSize) + 1, kBufferAlign)));
+    if (buffer) {
+      fBuffer.reset(buffer);
+    } else {
+      // One byte more than the buffer size, so that NextChar may look one place past the
+      // valid bytes without leaving the block.
+      fBuffer.reset(static_cast<char*>(
+          ::operator new[](static_cast<std::size_t>(bufSize) + 1, kBufferAlign)));
+    }
     fSize = std::max<Int64>(stream->GetSize(), 0);
     SetBase(std::clamp<Int64>(stream->Seek(0, soCurrent), 0, fSize));
   } catch (...) {
@@ -188,12 +203,16 @@ Integer TkxBufStream::LoadBuf(Integer count) {
   // The buffer never holds bytes past the kept size, so that reading stops at the size
   // even when the stream has grown behind this object's back.
   const Integer want = static_cast<Integer>(std::min<Int64>(fBufSize, fSize - fBase));
-  Int64 at = -1;
-  try {
-    at = Target().Seek(fBase, soBeginning);
-    if (at == fBase) fValid = std::clamp(fStream->Read(fBuffer.get(), want), 0, want);
-  } catch (const Exception&) {
-    fValid = 0;
+  if (Target().Seek(fBase, soBeginning) != fBase)
+    throw Exception(Format("TkxBufStream.LoadBuf: cannot seek the stream to %d", fBase));
+  // A stream may give fewer bytes than asked at a time; only a read that gives none is its
+  // end. Filling the whole buffer is what keeps a look-ahead ("<!--", "]]>") from seeing the
+  // end of one chunk as the end of the input. An error of the stream goes to the caller: a
+  // reader that took it for the end would hand out the data cut short as if it were whole.
+  while (fValid < want) {
+    const Integer got = fStream->Read(fBuffer.get() + fValid, want - fValid);
+    if (got <= 0) break;
+    fValid += std::min(got, want - fValid);
   }
   return count > 0 && count <= fValid ? count : fValid;
 }

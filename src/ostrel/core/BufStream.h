@@ -49,6 +49,10 @@ class OSTREL_API TkxBufStream : public TStream {
   // object (also when the constructor refuses its arguments). A buffer size below 1 or a
   // null stream raises Exception.
   TkxBufStream(TStream* stream, bool ownsStream, Integer bufSize);
+  // The same over the caller's buffer of bufSize + 1 bytes (the extra byte lets NextChar
+  // look one place past the valid bytes), which must outlive this object: a short-lived
+  // reader keeps its buffer in its own storage and spares the heap a large block per use.
+  TkxBufStream(TStream* stream, bool ownsStream, char* buffer, Integer bufSize);
   ~TkxBufStream() override;
 
   // TStream
@@ -112,6 +116,9 @@ class OSTREL_API TkxBufStream : public TStream {
   // The number of bytes available from the position without moving, at most count (count 0:
   // all the buffer holds there); reloads the buffer when they are not in it. A count not
   // below the buffer size raises "TkxBufStream.LoadBuf: Count >= BufSize".
+  // A reload fills the buffer however few bytes each Read of the stream gives; a Read that
+  // gives none ends the stream there. What the stream raises while reading, and a seek that
+  // does not land, reach the caller: they are never taken for the end of the data.
   Integer LoadBuf(Integer count);
   // The bytes buffered from the position on (empty when they are used up: LoadBuf brings
   // the next ones), so that a reader can scan a run of bytes in place and then MovePos past
@@ -162,8 +169,13 @@ class OSTREL_API TkxBufStream : public TStream {
   // at such an address.
   static constexpr std::align_val_t kBufferAlign{64};
   struct BufferDelete {
-    void operator()(char* p) const noexcept { ::operator delete[](p, kBufferAlign); }
+    bool owned;
+    void operator()(char* p) const noexcept {
+      if (owned) ::operator delete[](p, kBufferAlign);
+    }
   };
+  // Size checks and the starting position, shared by both constructors.
+  void Init(TStream* stream, bool ownsStream, char* buffer, Integer bufSize);
   std::unique_ptr<char[], BufferDelete> fBuffer;
   Integer fBufSize;
   Int64 fBase = 0;

@@ -63,15 +63,25 @@ constexpr bool kUsePool = true;
 
 // Fixed blocks in slabs of 64 KiB aligned to their size, so that a block finds its slab by
 // masking its address. Slabs with free blocks are kept in a list; a slab whose last block
-// is freed goes back to the heap, except one kept spare so that a tree built and freed over
-// and over does not allocate a slab each time. Freed blocks are reused last-in first-out.
+// is freed goes back to the heap, except up to kMaxSpare kept empty, so that a document of
+// a few megabytes loaded and freed over and over takes neither the heap's time nor fresh
+// pages from the system each time (the heap gives freed memory back to the system, and the
+// next load faults it in again). The spares are bounded: loading any number of documents
+// holds no more than that beyond the items alive. Freed blocks are reused last-in first-out.
 class ItemPool {
  public:
   void* Alloc() {
     std::lock_guard<std::mutex> guard(fLock);
     Slab* slab = fRoom;
     if (!slab) {
-      slab = fSpare ? std::exchange(fSpare, nullptr) : NewSlab();
+      if (fSpare) {
+        slab = fSpare;
+        fSpare = slab->next;
+        --fSpareCount;
+        *slab = Slab{nullptr, nullptr, nullptr, 0, 0};
+      } else {
+        slab = NewSlab();
+      }
       Link(slab);
     }
     void* block;
@@ -95,15 +105,19 @@ class ItemPool {
     if (slab->live-- == kCount) Link(slab);
     if (slab->live == 0) {
       Unlink(slab);
-      if (!fSpare)
+      if (fSpareCount < kMaxSpare) {
+        slab->next = fSpare;
         fSpare = slab;
-      else
+        ++fSpareCount;
+      } else {
         ::operator delete(slab, std::align_val_t(kSlabSize));
+      }
     }
   }
 
+  // Items need only their own alignment; rounding them to 16 bytes would add 8 to each.
   static constexpr std::size_t kBlock =
-      (sizeof(TXItem) + alignof(std::max_align_t) - 1) & ~(alignof(std::max_align_t) - 1);
+      (sizeof(TXItem) + alignof(TXItem) - 1) & ~(alignof(TXItem) - 1);
 
  private:
   struct Node {
@@ -117,6 +131,7 @@ class ItemPool {
     std::uint32_t fresh;  // blocks never handed out start at this index
   };
   static constexpr std::size_t kSlabSize = 64 * 1024;
+  static constexpr int kMaxSpare = 32;  // 2 MiB
   static constexpr std::size_t kFirst =
       (sizeof(Slab) + alignof(std::max_align_t) - 1) & ~(alignof(std::max_align_t) - 1);
   static constexpr std::uint32_t kCount =
@@ -142,7 +157,8 @@ class ItemPool {
 
   std::mutex fLock;
   Slab* fRoom = nullptr;
-  Slab* fSpare = nullptr;
+  Slab* fSpare = nullptr;  // empty slabs, linked through next
+  int fSpareCount = 0;
 };
 
 // Never destroyed: items may outlive every other static object.

@@ -8,9 +8,14 @@
 
 #include <array>
 #include <atomic>
+#include <bit>
 #include <chrono>
 #include <cmath>
 #include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace ostrel {
 
@@ -19,6 +24,24 @@ TXFixProc XFixProc = nullptr;
 namespace {
 
 bool IsBlank(char c) { return static_cast<unsigned char>(c) <= 32; }
+
+// The first c in from .. end - 1, or end. Most runs searched here are short (an attribute
+// value, a few words of text), where a library call costs more than the search itself: the
+// first sixteen bytes are looked at inline, and only a longer run goes to memchr.
+inline const char* FindByte(const char* from, const char* end, char c) {
+#if defined(__SSE2__)
+  if (end - from < 16) {
+    while (from < end && *from != c) ++from;
+    return from;
+  }
+  const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+  const int mask = _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)));
+  if (mask != 0) return from + std::countr_zero(static_cast<unsigned>(mask));
+  from += 16;
+#endif
+  const void* hit = std::memchr(from, c, static_cast<std::size_t>(end - from));
+  return hit ? static_cast<const char*>(hit) : end;
+}
 
 std::string_view TrimView(std::string_view s) {
   std::size_t b = 0, e = s.size();
@@ -104,10 +127,13 @@ AnsiString TkxXMLPr::Encode(std::string_view s, bool strict) {
   return out;
 }
 
-AnsiString TkxXMLPr::Decode(std::string_view s) {
+namespace {
+
+// Decodes s and appends the result to out (the reader decodes straight into its text).
+void DecodeTo(AnsiString& out, std::string_view s) {
   std::size_t i = s.find('&');
-  if (i == std::string_view::npos) return AnsiString(s);
-  AnsiString out(s.substr(0, i));
+  if (i == std::string_view::npos) i = s.size();
+  out.append(s.data(), i);
   // A named entity is taken only when the whole name matches; one that starts like a known
   // name but is not one (&apos;) is kept as it stands.
   auto named = [&](std::string_view entity, char c) {
@@ -149,6 +175,13 @@ AnsiString TkxXMLPr::Decode(std::string_view s) {
         throw EConvertError(Format("XEncode: error encode character (%s)", s.substr(i, 2)));
     }
   }
+}
+
+}  // namespace
+
+AnsiString TkxXMLPr::Decode(std::string_view s) {
+  AnsiString out;
+  DecodeTo(out, s);
   return out;
 }
 
@@ -256,23 +289,22 @@ Variant XMLCast(const Variant& value, TVarType varType) {
 // TXReader
 
 TXReader::TXReader(TStream& stream)
-    : fStream(std::make_unique<TkxBufStream>(&stream, false, 4096)),
-      fStart(fStream->GetPosition()) {}
+    : fStream(&stream, false, fBuffer, kBufSize), fStart(fStream.GetPosition()) {}
 
 TXReader::~TXReader() = default;
 
 bool TXReader::AtEnd() {
   // A stream that gives fewer bytes than its size ends where its bytes end.
-  if (!fStream->Buffered().empty()) return false;
-  return fStream->Eof() || fStream->LoadBuf(0) <= 0;
+  if (!fStream.Buffered().empty()) return false;
+  return fStream.Eof() || fStream.LoadBuf(0) <= 0;
 }
 
 void TXReader::SkipSpaces() {
   while (!AtEnd()) {
-    const std::string_view v = fStream->Buffered();
+    const std::string_view v = fStream.Buffered();
     std::size_t i = 0;
     while (i < v.size() && IsBlank(v[i])) ++i;
-    fStream->MovePos(static_cast<Int64>(i));
+    fStream.MovePos(static_cast<Int64>(i));
     if (i < v.size()) return;
   }
 }
@@ -280,22 +312,22 @@ void TXReader::SkipSpaces() {
 bool TXReader::MayBeBang() {
   // Whether "<!" may come next: a quick look at the buffered bytes, so that the common case
   // (a tag) does not go through MatchStr.
-  const std::string_view v = fStream->Buffered();
+  const std::string_view v = fStream.Buffered();
   return v.size() < 2 || (v[0] == '<' && v[1] == '!');
 }
 
 bool TXReader::SkipComment() {
-  if (!MayBeBang() || !fStream->MatchStr("<!--", false, true)) return false;
+  if (!MayBeBang() || !fStream.MatchStr("<!--", false, true)) return false;
   while (!AtEnd()) {
-    const std::string_view v = fStream->Buffered();
+    const std::string_view v = fStream.Buffered();
     const std::size_t dash = v.find('-');
     if (dash == std::string_view::npos) {
-      fStream->MovePos(static_cast<Int64>(v.size()));
+      fStream.MovePos(static_cast<Int64>(v.size()));
       continue;
     }
-    fStream->MovePos(static_cast<Int64>(dash));
-    if (fStream->MatchStr("-->", false, true)) break;
-    fStream->MovePos(1);
+    fStream.MovePos(static_cast<Int64>(dash));
+    if (fStream.MatchStr("-->", false, true)) break;
+    fStream.MovePos(1);
   }
   return true;
 }
@@ -307,13 +339,13 @@ void TXReader::ReadTag(AnsiString& name, AnsiString& attrText, bool& selfClosing
   do SkipSpaces();
   while (SkipComment());
   if (AtEnd()) return;
-  fTagPos = fStream->GetPosition();
-  if (fStream->Buffered()[0] != '<') RaiseException("< expected");
-  fStream->MovePos(1);
+  fTagPos = fStream.GetPosition();
+  if (fStream.Buffered()[0] != '<') RaiseException("< expected");
+  fStream.MovePos(1);
   bool inQuotes = false, inName = true;
   for (;;) {
     if (AtEnd()) RaiseException({});  // the input ends inside the tag
-    const std::string_view v = fStream->Buffered();
+    const std::string_view v = fStream.Buffered();
     const char* run = v.data();
     const char* p = run;
     const char* const end = run + v.size();
@@ -321,6 +353,16 @@ void TXReader::ReadTag(AnsiString& name, AnsiString& attrText, bool& selfClosing
       const unsigned char kind = kTagClass[static_cast<unsigned char>(*p)];
       if (kind == kOrdinary) continue;
       if (kind == kQuote) {
+        // An attribute value: inside it nothing but its closing quote counts (a blank there
+        // follows the quote, which is already attribute text), so one scan finds its end.
+        // (In the name a quote is taken byte by byte, since a blank still ends the name.)
+        if (!inQuotes && !inName) {
+          const char* close = FindByte(p + 1, end, '"');
+          if (close != end) {
+            p = close;
+            continue;
+          }
+        }
         inQuotes = !inQuotes;
       } else if (kind == kBracket) {
         if (!inQuotes) break;
@@ -336,10 +378,10 @@ void TXReader::ReadTag(AnsiString& name, AnsiString& attrText, bool& selfClosing
       }
     }
     (inName ? name : attrText).append(run, p);
-    fStream->MovePos(p - v.data());
+    fStream.MovePos(p - v.data());
     if (p == end) continue;
     if (*p == '<') RaiseException({});
-    fStream->MovePos(1);
+    fStream.MovePos(1);
     break;
   }
   if (!name.empty() && name[0] == '/') {
@@ -356,51 +398,68 @@ void TXReader::ReadTag(AnsiString& name, AnsiString& attrText, bool& selfClosing
 void TXReader::ReadText(AnsiString& text, bool& cdata, bool dropLeading) {
   text.clear();
   cdata = false;
+  // Where the next "<" is, once found: text with many entities is taken a piece at a time,
+  // and the bytes up to that "<" need not be searched again for each piece.
+  Int64 ltAt = -1;
   while (!AtEnd()) {
-    const std::string_view v = fStream->Buffered();
+    const std::string_view v = fStream.Buffered();
     std::size_t from = 0;
     if (dropLeading && text.empty())
       while (from < v.size() && IsBlank(v[from])) ++from;
-    // Two vectorised scans beat one loop over the bytes: the next "<", then an "&" before it.
-    const char* lt = static_cast<const char*>(std::memchr(v.data() + from, '<', v.size() - from));
-    const std::size_t stop = lt ? static_cast<std::size_t>(lt - v.data()) : v.size();
-    const char* amp = static_cast<const char*>(std::memchr(v.data() + from, '&', stop - from));
-    const std::size_t i = amp ? static_cast<std::size_t>(amp - v.data()) : stop;
+    // Two scans beat one loop over the bytes: the next "<", then an "&" before it.
+    const char* const base = v.data();
+    const Int64 at = fStream.GetPosition();
+    std::size_t stop;
+    if (ltAt >= at && ltAt - at < static_cast<Int64>(v.size())) {
+      stop = static_cast<std::size_t>(ltAt - at);
+    } else {
+      stop = static_cast<std::size_t>(FindByte(base + from, base + v.size(), '<') - base);
+      ltAt = stop < v.size() ? at + static_cast<Int64>(stop) : -1;
+    }
+    const std::size_t i = static_cast<std::size_t>(FindByte(base + from, base + stop, '&') - base);
     text.append(v.data() + from, i - from);
-    fStream->MovePos(static_cast<Int64>(i));
+    fStream.MovePos(static_cast<Int64>(i));
     if (i == v.size()) continue;
     if (v[i] == '<' && !MayBeBang()) return;  // a tag
     if (v[i] == '&') {
-      // Up to and with the next ";", or to the end of the input.
+      // Up to and with the next ";", or to the end of the input; decoded in place when the
+      // buffer holds all of it.
+      const std::string_view w = fStream.Buffered();
+      const std::size_t semi = static_cast<std::size_t>(FindByte(w.data(), w.data() + w.size(), ';') - w.data());
+      if (semi < w.size()) {
+        DecodeTo(text, w.substr(0, semi + 1));
+        fStream.MovePos(static_cast<Int64>(semi + 1));
+        continue;
+      }
       fEntity.clear();
       while (!AtEnd()) {
-        const std::string_view w = fStream->Buffered();
+        const std::string_view w = fStream.Buffered();
         const std::size_t semi = w.find(';');
         const std::size_t take = semi == std::string_view::npos ? w.size() : semi + 1;
         fEntity.append(w.data(), take);
-        fStream->MovePos(static_cast<Int64>(take));
+        fStream.MovePos(static_cast<Int64>(take));
         if (semi != std::string_view::npos) break;
       }
-      text += TkxXMLPr::Decode(fEntity);
-    } else if (fStream->MatchStr("<!--", false, false)) {
+      DecodeTo(text, fEntity);
+    } else if (fStream.MatchStr("<!--", false, false)) {
       SkipComment();
-    } else if (fStream->MatchStr("<![CDATA[", false, true)) {
+    } else if (fStream.MatchStr("<![CDATA[", false, true)) {
       cdata = true;
       while (!AtEnd()) {
-        const std::string_view w = fStream->Buffered();
+        const std::string_view w = fStream.Buffered();
         const std::size_t bracket = w.find(']');
         if (bracket == std::string_view::npos) {
           text.append(w);
-          fStream->MovePos(static_cast<Int64>(w.size()));
+          fStream.MovePos(static_cast<Int64>(w.size()));
           continue;
         }
         text.append(w.data(), bracket);
-        fStream->MovePos(static_cast<Int64>(bracket));
-        if (fStream->MatchStr("]]>", false, true)) break;
+        fStream.MovePos(static_cast<Int64>(bracket));
+        if (fStream.MatchStr("]]>", false, true)) break;
         text += ']';
-        fStream->MovePos(1);
+        fStream.MovePos(1);
       }
-    } else if (fStream->MatchStr("<!", false, false)) {
+    } else if (fStream.MatchStr("<!", false, false)) {
       // Neither a comment nor CDATA (a DOCTYPE, say): not part of the dialect.
       RaiseException({});
     } else {
@@ -469,7 +528,7 @@ void TXReader::ReadItem(TXItem* item) {
 }
 
 void TXReader::RaiseException(std::string_view detail) {
-  RaiseAt(fStream->GetPosition(), detail);
+  RaiseAt(fStream.GetPosition(), detail);
 }
 
 void TXReader::RaiseAt(Int64 position, std::string_view detail) {
@@ -481,10 +540,10 @@ void TXReader::RaiseAt(Int64 position, std::string_view detail) {
   // Lines and columns are counted only now, by reading the input again up to the place.
   Int64 line = 1, column = 1;
   try {
-    fStream->SetPosition(fStart);
+    fStream.SetPosition(fStart);
     bool afterCR = false;
     for (Int64 at = fStart; at < position && !AtEnd();) {
-      const std::string_view v = fStream->Buffered();
+      const std::string_view v = fStream.Buffered();
       const std::size_t n = static_cast<std::size_t>(std::min<Int64>(v.size(), position - at));
       for (std::size_t i = 0; i < n; ++i) {
         const char c = v[i];
@@ -496,7 +555,7 @@ void TXReader::RaiseAt(Int64 position, std::string_view detail) {
         }
         afterCR = c == '\r';
       }
-      fStream->MovePos(static_cast<Int64>(n));
+      fStream.MovePos(static_cast<Int64>(n));
       at += static_cast<Int64>(n);
     }
   } catch (const Exception&) {

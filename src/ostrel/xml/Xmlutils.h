@@ -87,6 +87,8 @@ OSTREL_API bool XML2BOOL(const Variant& value);
 // Reads XML text into items through a buffered reader of 4096 bytes over the stream.
 class OSTREL_API TXReader {
  public:
+  static constexpr Integer kBufSize = 4096;
+
   // Reads from the stream's current position; the stream is not owned.
   explicit TXReader(TStream& stream);
   ~TXReader();
@@ -110,7 +112,7 @@ class OSTREL_API TXReader {
   // Raises EXMLError at the current position, with the detail when it is not empty.
   [[noreturn]] void RaiseException(std::string_view detail);
 
-  TkxBufStream& Stream() noexcept { return *fStream; }
+  TkxBufStream& Stream() noexcept { return fStream; }
 
  private:
   // Whether no byte is left (also when the stream gives fewer bytes than its size).
@@ -122,7 +124,9 @@ class OSTREL_API TXReader {
   // Raises EXMLError, counting line and column up to position by reading the input again.
   [[noreturn]] void RaiseAt(Int64 position, std::string_view detail);
 
-  std::unique_ptr<TkxBufStream> fStream;
+  // The buffer lives in the reader, which lives as long as one load.
+  alignas(64) char fBuffer[kBufSize + 1];
+  TkxBufStream fStream;
   Int64 fStart;        // where reading began, for counting lines
   Int64 fTagPos = 0;   // where the last tag began
   AnsiString fText;    // text and entity buffers, reused from element to element
