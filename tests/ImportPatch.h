@@ -35,6 +35,8 @@ class TImportPatch {
     if (fSlot) Swap(fSaved);
   }
   bool Patched() const { return fSlot != nullptr; }
+  // The function the entry pointed at before, for a replacement that passes calls on.
+  void* Original() const { return fSaved; }
 
  private:
   void* Swap(void* value) {
