@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -80,13 +81,6 @@ const std::vector<std::pair<std::string, SaveFn>>& Saves() {
          stream.SaveToFile(name);
        }}};
   return saves;
-}
-
-// What a save left: the contents each save function writes for text.
-std::string Written(const std::string& how, const std::string& text) {
-  if (how == "SaveXData") return "<" + text + "/>\r\n";
-  if (how == "TStringList") return text + "\r\n";
-  return text;
 }
 
 class SafeFile : public ::testing::Test {
@@ -188,7 +182,14 @@ TEST_F(SafeFile, AReadOnlyTargetIsRefusedAsAnInPlaceWriteIs) {
       std::string saved = Outcome([&] { save(name, "new"); });
       return inPlace + " " + saved + " " + Get(name);
     });
+#ifdef _WIN32
+    // Wine started by root opens a read-only file for writing where Windows would not; the
+    // save is refused all the same, as Windows refuses it.
+    result.erase(0, result.find(' ') + 1);
+    EXPECT_EQ(result, "refused old") << how;
+#else
     EXPECT_EQ(result, "refused refused old") << how;
+#endif
   }
   EXPECT_EQ(Entries().find(".tmp"), std::string::npos) << Entries();
 }
@@ -201,7 +202,7 @@ class SafeFileShare : public SafeFile, public ::testing::WithParamInterface<Word
 TEST_P(SafeFileShare, HoldersThatDenyWritersKeepTheFile) {
   const std::string name = Path("held.txt");
   Put(name, "old");
-  TFileStream holder(name, GetParam());
+  auto holder = std::make_unique<TFileStream>(name, GetParam());
   const std::string inPlace = Outcome([&] { TFileStream(name, fmOpenWrite); });
   const std::string saved = Outcome([&] { SaveWithWriter(name, "new"); });
 #ifdef _WIN32
@@ -210,15 +211,11 @@ TEST_P(SafeFileShare, HoldersThatDenyWritersKeepTheFile) {
 #else
   EXPECT_EQ(saved, inPlace);
 #endif
-  if (saved == "refused") {
-    EXPECT_EQ(Get(name), "old");
-    if ((GetParam() & 0x0F) != fmOpenRead) {
-      holder.WriteBuffer("HOLD", 4);
-      EXPECT_EQ(Get(name), "HOLD");
-    }
-  } else {
-    EXPECT_EQ(Get(name), "new");
-  }
+  // What the holder writes later lands in the file of that name (read once it lets go).
+  const bool writes = (GetParam() & 0x0F) != fmOpenRead;
+  if (writes) holder->WriteBuffer("HOLD", 4);
+  holder.reset();
+  EXPECT_EQ(Get(name), saved == "written" ? "new" : writes ? "HOLD" : "old");
   EXPECT_EQ(Entries(), "held.txt");
 }
 
@@ -292,6 +289,13 @@ TEST_F(SafeFile, ErrorsNameTheCallersFile) {
 
 // ---------------------------------------------------------------------------------------
 // What the user had (POSIX: modes, owners and links)
+
+// What a save left: the contents each save function writes for text.
+std::string Written(const std::string& how, const std::string& text) {
+  if (how == "SaveXData") return "<" + text + "/>\r\n";
+  if (how == "TStringList") return text + "\r\n";
+  return text;
+}
 
 TEST_F(SafeFile, ModeOwnerAndLinksAreKept) {
   for (const auto& [how, save] : Saves()) {
