@@ -7,9 +7,13 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
 
 using namespace ostrel;
 namespace fs = std::filesystem;
@@ -73,7 +77,40 @@ TEST_F(RegistryTest, RelativeKeysRootsAndDeletes) {
             "Failed to get data for 'v'");
 }
 
+// Threads writing one key at once neither refuse nor lose each other's values.
+TEST_F(RegistryTest, ConcurrentWritersKeepEveryValue) {
+  std::vector<std::thread> writers;
+  std::atomic<int> refused{0};
+  for (int t = 0; t < 2; ++t)
+    writers.emplace_back([&, t] {
+      TRegistry reg;
+      if (!reg.OpenKey(base + "\\Shared", true)) return;
+      for (int i = 0; i < 40; ++i) {
+        try {
+          reg.WriteString(std::to_string(t) + "." + std::to_string(i), "v");
+        } catch (const ERegistryException&) {
+          ++refused;
+        }
+      }
+    });
+  for (auto& w : writers) w.join();
+  TRegistry reg;
+  ASSERT_TRUE(reg.OpenKeyReadOnly(base + "\\Shared"));
+  int found = 0;
+  for (int t = 0; t < 2; ++t)
+    for (int i = 0; i < 40; ++i) found += reg.ValueExists(std::to_string(t) + "." + std::to_string(i));
+  EXPECT_EQ(testutil::Join(found, refused.load()), "80 0");
+}
+
 #ifndef _WIN32  // the file store's own behaviour
+
+TEST_F(RegistryTest, TheValuesFileIsPrivate) {
+  TRegistry reg;
+  ASSERT_TRUE(reg.OpenKey("\\P", true));
+  reg.WriteString("secret", "1");
+  EXPECT_EQ(fs::status(dir / "ostrel/registry/HKEY_CURRENT_USER/P/values.txt").permissions(),
+            fs::perms::owner_read | fs::perms::owner_write);
+}
 
 TEST_F(RegistryTest, AnInterruptedWriteLeavesTheOldValues) {
   TRegistry reg;

@@ -2,6 +2,9 @@
 #include <ostrel/rtl/DateTime.h>
 
 #include <TestUtil.h>
+#if defined(_WIN32)
+#include <ImportPatch.h>
+#endif
 
 #include <gtest/gtest.h>
 
@@ -296,49 +299,6 @@ TEST(StrServErrors, AlertGoesToHandlerWithExecutableNameAsCaption) {
 }
 
 #if defined(_WIN32)
-// Points one entry of a module's import table at another function while it lives: here the
-// library's own call of user32's MessageBoxA, so that the default Alert is seen making it
-// without a box appearing.
-class TImportPatch {
- public:
-  TImportPatch(HMODULE module, const char* dll, const char* function, void* replacement) {
-    auto* base = reinterpret_cast<BYTE*>(module);
-    auto* dos = reinterpret_cast<IMAGE_DOS_HEADER*>(base);
-    auto* nt = reinterpret_cast<IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
-    const IMAGE_DATA_DIRECTORY& dir = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
-    for (auto* imp = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(base + dir.VirtualAddress);
-         dir.VirtualAddress && imp->Name; ++imp) {
-      if (_stricmp(reinterpret_cast<const char*>(base + imp->Name), dll) != 0) continue;
-      auto* names = reinterpret_cast<IMAGE_THUNK_DATA*>(base + imp->OriginalFirstThunk);
-      auto* slots = reinterpret_cast<IMAGE_THUNK_DATA*>(base + imp->FirstThunk);
-      for (; names->u1.AddressOfData; ++names, ++slots) {
-        if (IMAGE_SNAP_BY_ORDINAL(names->u1.Ordinal)) continue;
-        auto* byName = reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(base + names->u1.AddressOfData);
-        if (std::strcmp(reinterpret_cast<const char*>(byName->Name), function) != 0) continue;
-        fSlot = reinterpret_cast<void**>(&slots->u1.Function);
-        fSaved = Swap(replacement);
-        return;
-      }
-    }
-  }
-  ~TImportPatch() {
-    if (fSlot) Swap(fSaved);
-  }
-  bool Patched() const { return fSlot != nullptr; }
-
- private:
-  void* Swap(void* value) {
-    DWORD protect = 0;
-    VirtualProtect(fSlot, sizeof(void*), PAGE_READWRITE, &protect);
-    void* old = *fSlot;
-    *fSlot = value;
-    VirtualProtect(fSlot, sizeof(void*), protect, &protect);
-    return old;
-  }
-  void** fSlot = nullptr;
-  void* fSaved = nullptr;
-};
-
 struct TShownBox {
   int calls = 0;
   HWND owner = nullptr;
@@ -352,12 +312,10 @@ int WINAPI RecordMessageBoxA(HWND owner, LPCSTR text, LPCSTR caption, UINT type)
 }
 
 TEST(StrServErrors, DefaultAlertIsTheSystemsMessageBoxCaptionedWithTheExecutable) {
-  HMODULE library = nullptr;
-  ASSERT_TRUE(GetModuleHandleExA(
-      GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-      reinterpret_cast<LPCSTR>(&SystemMessageBox), &library));
-  TImportPatch patch(library, "user32.dll", "MessageBoxA",
-                     reinterpret_cast<void*>(&RecordMessageBoxA));
+  HMODULE library = testutil::LibraryModule(reinterpret_cast<const void*>(&SystemMessageBox));
+  ASSERT_TRUE(library);
+  testutil::TImportPatch patch(library, "user32.dll", "MessageBoxA",
+                               reinterpret_cast<void*>(&RecordMessageBoxA));
   ASSERT_TRUE(patch.Patched()) << "the library does not import MessageBoxA from user32.dll";
   TAlertHandler previous = SetAlertHandler({});  // the default
   Alert("%d items in %s", 3, Ansi(u8"корзине"));

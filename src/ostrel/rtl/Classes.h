@@ -77,6 +77,9 @@ class OSTREL_API TFileStream : public TStream {
  public:
   // Raises EFCreateError / EFOpenError "Cannot create/open file "<full name>". <reason>".
   TFileStream(std::string_view fileName, Word mode);
+  // Takes over a handle that the platform layer opened itself (see TSafeFileWriter); it is
+  // closed with the stream. fileName is what FileName() reports.
+  TFileStream(std::intptr_t handle, std::string_view fileName) noexcept;
   ~TFileStream() override;
 
   Integer Read(void* buffer, Integer count) override;

@@ -2,6 +2,7 @@
 #include <ostrel/rtl/Classes.h>
 
 #include <ostrel/rtl/Format.h>
+#include <ostrel/rtl/SafeFile.h>
 
 #include <algorithm>
 #include <limits>
@@ -570,8 +571,9 @@ void TStringList::SaveToStream(TStream& stream) const {
 }
 
 void TStringList::SaveToFile(std::string_view fileName) const {
-  TFileStream file(fileName, fmCreate);
+  TSafeFileWriter file(fileName);
   SaveToStream(file);
+  file.Commit();
 }
 
 // ---- TInterfaceList -------------------------------------------------------------------

@@ -2,6 +2,7 @@
 #include <ostrel/rtl/Registry.h>
 
 #include <ostrel/rtl/Format.h>
+#include <ostrel/rtl/SafeFile.h>
 #include <ostrel/rtl/Strings.h>
 
 #include <vector>
@@ -9,12 +10,10 @@
 #ifdef _WIN32
 #include <windows.h>
 #else
-#include <atomic>
-#include <cerrno>
 #include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -312,27 +311,21 @@ bool SaveValues(const fs::path& dir, const ValueList& values) {
     AppendEscaped(text, AnsiToUtf8(value));
     text += '\n';
   }
-  fs::path target = dir / ValuesFile;
-  // One temporary file per writer, also between threads of one process.
-  static std::atomic<unsigned> writes{0};
-  fs::path temp = dir / (std::string(ValuesFile) + ".tmp" + std::to_string(::getpid()) + "." +
-                         std::to_string(writes.fetch_add(1)));
-  int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  if (fd < 0) return false;
-  std::size_t done = 0;
-  bool ok = true;
-  while (ok && done < text.size()) {
-    ssize_t n = ::write(fd, text.data() + done, text.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    ok = n > 0;
-    if (ok) done += static_cast<std::size_t>(n);
+  const std::u8string target = (dir / ValuesFile).u8string();
+  try {
+    // Settings are private to their user.
+    TSafeFileWriter file(Utf8ToAnsi(std::u8string_view(target)), 0600);
+    file.WriteBuffer(text.data(), static_cast<Integer>(text.size()));
+    file.Commit();
+    return true;
+  } catch (const Exception&) {
+    return false;
   }
-  ok = ok && ::fsync(fd) == 0;
-  ok = ::close(fd) == 0 && ok;
-  if (ok && ::rename(temp.c_str(), target.c_str()) == 0) return true;
-  ::unlink(temp.c_str());
-  return false;
 }
+
+// Writes of this process read, change and save a key's whole file one after another, so
+// that two threads neither lose each other's values nor refuse each other's saves.
+std::mutex gWriteLock;
 
 ValueList::iterator FindValue(ValueList& values, std::string_view name) {
   for (auto it = values.begin(); it != values.end(); ++it)
@@ -391,6 +384,7 @@ AnsiString TRegistry::ReadString(std::string_view name) {
 
 void TRegistry::WriteString(std::string_view name, std::string_view value) {
   if (!fOpen || fReadOnly) throw ERegistryException(Format(SysConst::SRegSetDataFailed, name));
+  std::lock_guard<std::mutex> guard(gWriteLock);
   ValueList values = LoadValues(fImpl->dir);
   auto it = FindValue(values, name);
   if (it == values.end())
@@ -402,6 +396,7 @@ void TRegistry::WriteString(std::string_view name, std::string_view value) {
 
 bool TRegistry::DeleteValue(std::string_view name) {
   if (!fOpen || fReadOnly) return false;
+  std::lock_guard<std::mutex> guard(gWriteLock);
   ValueList values = LoadValues(fImpl->dir);
   auto it = FindValue(values, name);
   if (it == values.end()) return false;

@@ -2,6 +2,7 @@
 #include <ostrel/rtl/Classes.h>
 
 #include <ostrel/rtl/Format.h>
+#include <ostrel/rtl/SafeFile.h>
 
 #include <algorithm>
 #include <cstring>
@@ -88,6 +89,9 @@ AnsiString ExpandedName(std::string_view fileName) {
 }
 
 }  // namespace
+
+TFileStream::TFileStream(std::intptr_t handle, std::string_view fileName) noexcept
+    : fFileName(fileName), fHandle(handle) {}
 
 #ifdef _WIN32
 
@@ -375,8 +379,9 @@ void TMemoryStream::SaveToStream(TStream& stream) {
 }
 
 void TMemoryStream::SaveToFile(std::string_view fileName) {
-  TFileStream file(fileName, fmCreate);
+  TSafeFileWriter file(fileName);
   SaveToStream(file);
+  file.Commit();
 }
 
 }  // namespace ostrel

@@ -3,13 +3,12 @@
 #include <ostrel/rtl/DateTime.h>
 #include <ostrel/rtl/Files.h>
 #include <ostrel/rtl/Format.h>
+#include <ostrel/rtl/SafeFile.h>
 #include <ostrel/services/ErrServ.h>
 #include <ostrel/xml/Xmlutils.h>
 
 #include <array>
-#include <atomic>
 #include <bit>
-#include <chrono>
 #include <cmath>
 #include <cstring>
 
@@ -706,26 +705,9 @@ void SaveXData(const TXItem* item, bool withHeader, TStream& stream) {
 }
 
 void SaveXData(const TXItem* item, bool withHeader, std::string_view fileName) {
-  // The text goes to a new file beside the target, which takes the target's place only
-  // when all of it was written.
-  static std::atomic<unsigned> counter{0};
-  const auto stamp = static_cast<Int64>(
-      std::chrono::steady_clock::now().time_since_epoch().count() ^ (counter++ * 0x9E3779B9ull));
-  const AnsiString target(fileName);
-  const AnsiString temp = target + ".~" + IntToHex(static_cast<Int64>(stamp & 0xFFFFFFFFFFFF), 12) + ".tmp";
-  try {
-    TFileStream file(temp, fmCreate);
-    SaveXData(item, withHeader, file);
-  } catch (...) {
-    DeleteFile(temp);
-    throw;
-  }
-  Cardinal code = 0;
-  if (!RenameFile(temp, target, &code)) {
-    DeleteFile(temp);
-    throw EFCreateError(
-        Format(SysConst::SFCreateError, ExpandFileName(target), SysErrorMessage(code)));
-  }
+  TSafeFileWriter file(fileName);
+  SaveXData(item, withHeader, file);
+  file.Commit();
 }
 
 }  // namespace ostrel
