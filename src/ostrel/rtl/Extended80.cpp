@@ -402,14 +402,38 @@ inline Wide Add(Wide a, UInt64 b0, UInt64 b1 = 0, UInt64 b2 = 0) {
   return a;
 }
 
+inline Wide Add(Wide a, const Wide& b) {
+  UInt64 carry = 0;
+  for (int i = 0; i < 5; ++i) {
+    const UInt64 s = a.w[i] + b.w[i];
+    const UInt64 c1 = s < b.w[i] ? 1 : 0;
+    a.w[i] = s + carry;
+    carry = c1 | (a.w[i] < s ? 1 : 0);
+  }
+  return a;
+}
+
+inline Wide Sub(Wide a, const Wide& b) {  // a >= b
+  UInt64 borrow = 0;
+  for (int i = 0; i < 5; ++i) {
+    const UInt64 d = a.w[i] - b.w[i];
+    const UInt64 b1 = a.w[i] < b.w[i] ? 1 : 0;
+    a.w[i] = d - borrow;
+    borrow = b1 | (d < borrow ? 1 : 0);
+  }
+  return a;
+}
+
 inline Wide Add(Wide a, U128 b) {
   return Add(a, static_cast<UInt64>(b), static_cast<UInt64>(b >> 64));
 }
 
-// 5^s as a 192-bit w (top bit set) and exponent: 5^s lies in [w, w + 3) * 2^exp.
+// 5^s as a 192-bit w (top bit set) and exponent: 5^s lies in [w, w + 3) * 2^exp, and is
+// w * 2^exp where `exact` (the small powers, whose bits all fit).
 struct Pow5 {
   UInt64 w[3];
   int exp;
+  bool exact;
 };
 
 // 5^(27k) for k in [-kPowIndex, kPowIndex], which covers every power the conversions need
@@ -472,7 +496,7 @@ class Pow5Table {
       }
       return r;
     };
-    return Pow5{{bits(shift), bits(shift + 64), bits(shift + 128)}, exp + shift};
+    return Pow5{{bits(shift), bits(shift + 64), bits(shift + 128)}, exp + shift, shift <= 0};
   }
 
   Pow5 fEntries[2 * kPowIndex + 1];
@@ -511,6 +535,7 @@ bool PowerOfFive(int s, Pow5& out) {
   for (int j = 0; j < 3; ++j)
     out.w[j] = lz == 0 ? r[j + 1] : (r[j + 1] << lz) | (r[j] >> (64 - lz));
   out.exp = e.exp + 64 - lz;
+  out.exact = e.exact && (r[0] << lz) == 0;  // nothing cut off
   return true;
 }
 
@@ -552,9 +577,16 @@ constexpr UInt64 kPow10[20] = {
     10000000000000ull, 100000000000000ull, 1000000000000000ull, 10000000000000000ull,
     100000000000000000ull, 1000000000000000000ull, 10000000000000000000ull};
 
-U128 Pow10Wide(int n) {  // n in 0..38
-  return n < 20 ? U128(kPow10[n]) : static_cast<U128>(kPow10[n - 19]) * kPow10[19];
-}
+struct Pow10Table {
+  U128 v[39];
+  constexpr Pow10Table() : v{} {
+    v[0] = 1;
+    for (int i = 1; i < 39; ++i) v[i] = v[i - 1] * 10;
+  }
+};
+constexpr Pow10Table kPow10Wide;
+
+inline U128 Pow10Wide(int n) { return kPow10Wide.v[n]; }  // n in 0..38
 
 // digits * 10^exp10 for digits without leading or trailing zeros and an order within the
 // format's range: the first 38 digits exactly, the rest (never all zeros) as "a little
@@ -574,7 +606,7 @@ bool ApproxDecimalToExtended80(bool negative, std::string_view digits, Int64 exp
   const UInt64 dl[2] = {static_cast<UInt64>(d), static_cast<UInt64>(d >> 64)};
   const Wide low = Mul(dl, p.w);
   // (d + more) * (w + 3) = d * w + 3 d + more * (w + 3).
-  Wide high = Add(low, d * 3);
+  Wide high = p.exact ? low : Add(low, d * 3);
   if (more) high = Add(Add(high, UInt64{3}), p.w[0], p.w[1], p.w[2]);
   const int exp = p.exp + static_cast<int>(q);
   result = PackWide(negative, exp, low);
@@ -590,19 +622,27 @@ struct Fixed {
 };
 
 bool SplitFixed(const Wide& x, int f, Fixed& out) {
-  if (f < 2 || f > 300) return false;
-  if (WideBitLength(x) - f > 127) return false;
-  bool lowerSet = false;
-  out.ip = WideBits(x, f, lowerSet);
-  bool belowHalf = false;
-  const bool half = (static_cast<UInt64>(WideBits(x, f - 1, belowHalf)) & 1) != 0;
-  out.frac = half ? (belowHalf ? 3 : 2) : (belowHalf ? 1 : 0);
+  if (f < 2 || f > 300 || WideBitLength(x) - f > 127) return false;
+  const int limb = f / 64, bit = f % 64;
+  auto at = [&](int i) { return i < 5 ? x.w[i] : UInt64{0}; };
+  const UInt64 lo = bit == 0 ? at(limb) : (at(limb) >> bit) | (at(limb + 1) << (64 - bit));
+  const UInt64 hi = bit == 0 ? at(limb + 1) : (at(limb + 1) >> bit) | (at(limb + 2) << (64 - bit));
+  out.ip = (static_cast<U128>(hi) << 64) | lo;
+  // The fraction: bit f - 1 is the half, the bits below it say "more".
+  const int h = f - 1, hLimb = h / 64, hBit = h % 64;
+  const bool half = ((x.w[hLimb] >> hBit) & 1) != 0;
+  bool below = (x.w[hLimb] & ((UInt64{1} << hBit) - 1)) != 0;
+  for (int i = 0; i < hLimb && !below; ++i) below = x.w[i] != 0;
+  out.frac = half ? (below ? 3 : 2) : (below ? 1 : 0);
   return true;
 }
 
 int DigitCount(U128 v) {
-  int n = 1;
-  while (n < 39 && v >= Pow10Wide(n)) ++n;
+  const UInt64 hi = static_cast<UInt64>(v >> 64);
+  const int bits = hi != 0 ? 128 - std::countl_zero(hi) : 64 - std::countl_zero(static_cast<UInt64>(v) | 1);
+  // 2^(bits-1) <= v < 2^bits: the count is floor((bits - 1) log10 2) + 1, or one more.
+  int n = static_cast<int>(((bits - 1) * 1233) >> 12) + 1;
+  if (n < 39 && v >= Pow10Wide(n)) ++n;
   return n;
 }
 
@@ -636,19 +676,23 @@ U128 RoundFixed(const Fixed& v, int precision, int& sci) {
   return q;
 }
 
-void WriteDigits(U128 q, int n, char* digits) {
+// v as exactly n digits (leading zeros where it is shorter).
+void WriteDigits64(UInt64 v, int n, char* digits) {
   for (int i = n; i-- > 0;) {
-    if (static_cast<UInt64>(q >> 64) == 0) {
-      UInt64 v = static_cast<UInt64>(q);
-      for (; i >= 0; --i) {
-        digits[i] = static_cast<char>('0' + v % 10);
-        v /= 10;
-      }
-      return;
-    }
-    digits[i] = static_cast<char>('0' + static_cast<UInt64>(q % 10));
-    q = q / 10;
+    digits[i] = static_cast<char>('0' + v % 10);
+    v /= 10;
   }
+}
+
+void WriteDigits(U128 q, int n, char* digits) {
+  if (n <= 19) {
+    WriteDigits64(static_cast<UInt64>(q), n, digits);
+    return;
+  }
+  // One division splits off the last 19 digits, below 10^19 < 2^64.
+  const U128 head = q / kPow10[19];
+  WriteDigits64(static_cast<UInt64>(head), n - 19, digits);
+  WriteDigits64(static_cast<UInt64>(q - head * kPow10[19]), 19, digits + (n - 19));
 }
 
 // floor(log10(2^e)), for |e| up to about 2^20.
@@ -662,13 +706,17 @@ struct Scaled {
   int f;
 };
 
+void ScaleBy(U128 m, int e, int s, const Pow5& p, Scaled& out) {
+  const UInt64 ml[2] = {static_cast<UInt64>(m), static_cast<UInt64>(m >> 64)};
+  out.low = Mul(ml, p.w);
+  out.high = p.exact ? out.low : Add(out.low, m * 3);
+  out.f = -(p.exp + e + s);
+}
+
 bool ScaleUp(U128 m, int e, int s, Scaled& out) {
   Pow5 p;
   if (!PowerOfFive(s, p)) return false;
-  const UInt64 ml[2] = {static_cast<UInt64>(m), static_cast<UInt64>(m >> 64)};
-  out.low = Mul(ml, p.w);
-  out.high = Add(out.low, m * 3);
-  out.f = -(p.exp + e + s);
+  ScaleBy(m, e, s, p, out);
   return true;
 }
 
@@ -703,8 +751,8 @@ bool FastDigits(Extended80 x, int precision, char* digits, int& sci) {
   return false;
 }
 
-// Where an integer d lies against a value known to lie in [low, high): -1 surely below,
-// 1 surely above, 0 too close to tell (or equal).
+// Where an integer d lies against a value known to lie in [low, high) (high > low): -1
+// surely below, 1 surely above, 0 too close to tell (or equal).
 struct Bound {
   U128 ipLow, ipHigh;
   bool fracLow, fracHigh;  // a non-zero fraction
@@ -739,9 +787,19 @@ bool FastShortest(Extended80 x, char* digits, int& count, int& sci) {
   // the checked path: a count whose digits fall on an end is never decided here.
   int k = FloorLog10Pow2(e + 63 - std::countl_zero(mant));
   const int s = 20 - k;  // x scaled to 21 or 22 digits (or 20, if k is one too high)
+  Pow5 p;
+  if (!PowerOfFive(s, p)) return false;
   Scaled vx, vp, vm;
-  if (!ScaleUp(mx, e - 2, s, vx) || !ScaleUp(mp, e - 2, s, vp) || !ScaleUp(mm, e - 2, s, vm))
-    return false;
+  ScaleBy(mx, e - 2, s, p, vx);
+  // The ends from x's product: (mx + c) w = mx w + c w, c = 2 above, 1 or 2 below.
+  const UInt64 one[2] = {1, 0}, two[2] = {2, 0};
+  const Wide w2 = Mul(two, p.w);
+  vp = {Add(vx.low, w2), {}, vx.f};
+  // An exact end still gets an interval [low, low + 1) for Against, which needs its
+  // value strictly below the interval's top.
+  vp.high = Add(vp.low, p.exact ? U128(1) : mp * 3);
+  vm = {Sub(vx.low, mx - mm == 2 ? w2 : Mul(one, p.w)), {}, vx.f};
+  vm.high = Add(vm.low, p.exact ? U128(1) : mm * 3);
   Fixed lo, hi;
   if (!SplitFixed(vx.low, vx.f, lo) || !SplitFixed(vx.high, vx.f, hi)) return false;
   if (lo.ip != hi.ip || lo.frac != hi.frac) return false;
@@ -755,9 +813,20 @@ bool FastShortest(Extended80 x, char* digits, int& count, int& sci) {
   bool nonZeroAfter[24];
   nonZeroAfter[len - 1] = lo.frac != 0;
   for (int i = len - 1; i > 0; --i) nonZeroAfter[i - 1] = nonZeroAfter[i] || d[i] != '0';
+  // The interval is under `width` units wide, below 10^t. Cut after the first n digits,
+  // x's tail has digits in the places from t up; unless those are all zeros or all nines,
+  // the tail is at least 10^t away from both 0 and the next step, so the rounded digits lie
+  // beyond the interval. Those counts are passed over without a check.
+  const int t = DigitCount(up.ipHigh - down.ipLow + 1);
+  int firstCount = len - t;
+  if (firstCount > 0 && (d[firstCount - 1] == '0' || d[firstCount - 1] == '9')) {
+    const char c = d[--firstCount];
+    while (firstCount > 0 && d[firstCount - 1] == c) --firstCount;
+  }
   U128 prefix = 0;
   for (int n = 1; n <= 20; ++n) {
     prefix = prefix * 10 + static_cast<UInt64>(d[n - 1] - '0');
+    if (n < firstCount) continue;
     const char next = d[n];
     const bool roundUp = next > '5' || (next == '5' && (nonZeroAfter[n] ||
                                                         (static_cast<UInt64>(prefix) & 1) != 0));
