@@ -1,6 +1,7 @@
 // The 80-bit extended format in software. Every operation works on the exact value
 // (a 64-bit significand times a power of two, widened to 128 bits) and rounds once, in Pack.
 #include <ostrel/rtl/Extended80.h>
+#include <ostrel/rtl/detail/Extended80Exact.h>
 
 #include <algorithm>
 #include <bit>
@@ -220,8 +221,9 @@ int BitLength(UInt64 v) { return 64 - std::countl_zero(v); }
 // this (the denormal ones about 11 500), so digits beyond it only need to say "more".
 constexpr std::size_t kMaxDigits = 12000;
 
-// Digits without leading or trailing zeros and an order within the format's range.
-Extended80 ExactDecimalToExtended80(bool negative, std::string_view digits, Int64 exp10) {
+}  // namespace
+
+Extended80 detail80::ExactDecimalToExtended80(bool negative, std::string_view digits, Int64 exp10) {
 
   bool more = false;
   if (digits.size() > kMaxDigits) {
@@ -285,8 +287,7 @@ Extended80 ExactDecimalToExtended80(bool negative, std::string_view digits, Int6
   return Pack(negative, -shift - static_cast<int>(f), q | (num.IsZero() ? 0 : 1));
 }
 
-// Digit by digit from the exact value: any precision, any value.
-int ExactDigits(Extended80 x, int precision, char* digits) {
+int detail80::ExactDigits(Extended80 x, int precision, char* digits) {
   Parts p = Unpack(x);
   // The exact value as an integer times a power of ten: m * 2^e = (m * 5^-e) * 10^e.
   const int tz = std::countr_zero(p.mant);
@@ -342,8 +343,7 @@ int ExactDigits(Extended80 x, int precision, char* digits) {
   return sci;
 }
 
-// Each count tried in turn, its digits read back: what the fast path defers to.
-int CheckedShortestDigits(Extended80 x, char* digits, int& count) {
+int detail80::CheckedShortestDigits(Extended80 x, char* digits, int& count) {
   const Extended80 magnitude = Abs(x);
   for (count = 1;; ++count) {
     const int exp10 = Extended80Digits(magnitude, count, digits);
@@ -354,6 +354,8 @@ int CheckedShortestDigits(Extended80 x, char* digits, int& count) {
       return exp10;
   }
 }
+
+namespace {
 
 // ---------------------------------------------------------------------------------------
 // The fast paths: a value times a power of ten, known to 190 bits.
