@@ -219,7 +219,7 @@ constexpr Extended80 Infinity(bool negative) {
 // What the x87 unit gives for an invalid operation (0/0, inf - inf, 0 * inf).
 constexpr Extended80 kIndefinite = Extended80::FromBits(0xFFFF, 0xC000000000000000ull);
 
-[[gnu::always_inline]] inline int LeadingZeros(U128 v) {
+inline int LeadingZeros(U128 v) {
   const UInt64 hi = static_cast<UInt64>(v >> 64);
   return hi != 0 ? std::countl_zero(hi) : 64 + std::countl_zero(static_cast<UInt64>(v));
 }
@@ -367,56 +367,6 @@ inline Extended80 operator/(Extended80 a, Extended80 b) {
 
 [[gnu::always_inline]] inline Extended80 operator+(Extended80 a, Extended80 b) {
   using namespace detail80;
-  // Two normal operands less than 64 places apart with a normal result, the common case,
-  // added exactly in 128 bits and rounded here; anything else goes the general way below.
-  if ((a.Mantissa() & b.Mantissa() & kTop) != 0 && a.BiasedExp() != 0 && b.BiasedExp() != 0 &&
-      a.BiasedExp() != Extended80::kMaxExp && b.BiasedExp() != Extended80::kMaxExp) {
-    if (CompareMagnitude(a, b) < 0) {
-      const Extended80 t = a;
-      a = b;
-      b = t;
-    }
-    const int d = a.BiasedExp() - b.BiasedExp();
-    // b below a quarter of a's last place: a either way, the step below a being at least
-    // half of that place.
-    if (d >= 66) return a;
-    if (d < 64) {
-      const Word sign = a.SignExp() & kSign;
-      int biased = a.BiasedExp();
-      U128 big = static_cast<U128>(a.Mantissa()) << 64;
-      const U128 small = (static_cast<U128>(b.Mantissa()) << 64) >> d;  // nothing lost
-      UInt64 mant, rest;
-      bool sticky = false;
-      if (a.Negative() == b.Negative()) {
-        U128 sum = big + small;
-        if (sum < big) {  // carried out: one place up, the bit shifted out kept as sticky
-          sticky = (static_cast<UInt64>(sum) & 1) != 0;
-          sum = (sum >> 1) | (U128{1} << 127);
-          ++biased;
-        }
-        mant = static_cast<UInt64>(sum >> 64);
-        rest = static_cast<UInt64>(sum);
-      } else {
-        const U128 diff = big - small;
-        if (diff == 0) return Extended80();  // x - x is +0 when rounding to nearest
-        const int lz = LeadingZeros(diff);
-        if (lz >= biased) goto general;  // the result is a denormal
-        const U128 norm = diff << lz;
-        biased -= lz;
-        mant = static_cast<UInt64>(norm >> 64);
-        rest = static_cast<UInt64>(norm);
-      }
-      if (rest > kTop || (rest == kTop && (sticky || (mant & 1) != 0))) {
-        if (++mant == 0) {
-          mant = kTop;
-          ++biased;
-        }
-      }
-      if (biased >= Extended80::kMaxExp) return Infinity(sign != 0);
-      return Extended80::FromBits(static_cast<Word>(sign | biased), mant);
-    }
-  }
-general:
   // NaN, infinities and zeros behind one test.
   if (!IsFinite(a) || !IsFinite(b) || a.Mantissa() == 0 || b.Mantissa() == 0) {
     if (IsNaN(a) || IsNaN(b)) return PropagateNaN(a, b);
@@ -440,7 +390,7 @@ general:
   return Pack(pa.negative, pa.exp - 63, diff);
 }
 
-[[gnu::always_inline]] inline Extended80 operator-(Extended80 a, Extended80 b) { return a + (-b); }
+inline Extended80 operator-(Extended80 a, Extended80 b) { return a + (-b); }
 
 inline bool operator==(Extended80 a, Extended80 b) {
   using namespace detail80;
