@@ -1,6 +1,7 @@
 // The software 80-bit extended type: its arithmetic against the x87 unit (on x86), and the
 // exact decimal conversions against fixed bit patterns (everywhere).
 #include <ostrel/rtl/Extended80.h>
+#include <ostrel/rtl/detail/Extended80Exact.h>
 
 #include <gtest/gtest.h>
 
@@ -142,6 +143,59 @@ TEST(Extended80Test, ShortestDigitsReadBack) {
     EXPECT_EQ(std::string(buf, static_cast<std::size_t>(count)) + "e" + std::to_string(e),
               c.digits) << c.text;
   }
+}
+
+// The conversions decide most values from a 192-bit power of ten and leave the rest to
+// exact big-number arithmetic. Both must agree on every platform: values over the whole
+// exponent range, with every kind of significand (random, few bits, which make exact ties
+// and exact ends, the largest), and texts at and just around them.
+TEST(Extended80Test, FastPathsAgreeWithTheExactForms) {
+  std::mt19937_64 rng(1924);
+  int checked = 0;
+  for (int biased = 0; biased < 0x7FFF; biased += 1 + static_cast<int>(rng() % 400)) {
+    for (int kind = 0; kind < 3; ++kind) {
+      UInt64 mant = rng() | (UInt64{1} << 63);
+      if (kind == 1) mant &= ~UInt64{0} << (40 + rng() % 24);  // few significant bits
+      if (kind == 2) mant = rng() % 2 ? ~UInt64{0} : UInt64{1} << 63;
+      if (biased == 0) mant = (mant >> (1 + rng() % 63)) | 1;
+      const Extended80 x = Extended80::FromBits(static_cast<Word>(biased), mant);
+      char fast[48], exact[48];
+      for (int precision : {1 + static_cast<int>(rng() % 40)}) {
+        const int e = Extended80Digits(x, precision, fast);
+        const int ee = detail80::ExactDigits(x, precision, exact);
+        ASSERT_EQ(std::string(fast, precision) + "e" + std::to_string(e),
+                  std::string(exact, precision) + "e" + std::to_string(ee)) << Bits(x);
+      }
+      int count = 0, exactCount = 0;
+      const int e = Extended80ShortestDigits(x, fast, count);
+      const int ee = detail80::CheckedShortestDigits(x, exact, exactCount);
+      const std::string shortest(fast, static_cast<std::size_t>(count));
+      ASSERT_EQ(shortest + "e" + std::to_string(e),
+                std::string(exact, exactCount) + "e" + std::to_string(ee)) << Bits(x);
+
+      // The shortest text, its last digit one up and down, and the 21-digit text cut to 20
+      // digits with a tie digit and a tail that tips it either way.
+      const int e21 = Extended80Digits(x, 21, fast);
+      const std::string d21(fast, 21);
+      std::string up = shortest, down = shortest;
+      if (up.back() != '9') ++up.back();
+      if (down.back() != '0' && down.size() > 1) --down.back();
+      const std::pair<std::string, int> texts[] = {
+          {shortest, e}, {up, e}, {down, e}, {d21, e21}, {d21.substr(0, 20) + "5", e21},
+          {d21.substr(0, 20) + "49999999999999999999999", e21},
+          {d21.substr(0, 20) + "50000000000000000000001", e21}};
+      for (const auto& [digits, first] : texts) {
+        std::string trimmed = digits;
+        while (trimmed.size() > 1 && trimmed.back() == '0') trimmed.pop_back();
+        const Int64 exp10 = first - static_cast<Int64>(trimmed.size()) + 1;
+        ASSERT_EQ(Bits(DecimalToExtended80(false, digits, first - static_cast<Int64>(digits.size()) + 1)),
+                  Bits(detail80::ExactDecimalToExtended80(false, trimmed, exp10)))
+            << digits << "e" << exp10;
+      }
+      ++checked;
+    }
+  }
+  EXPECT_GT(checked, 200);
 }
 
 #if OSTREL_X87_EXTENDED

@@ -74,7 +74,7 @@ inline void Barrier(T& v) {
 // and since the fraction lies in (-1, 1) a tie always goes to 0). k receives that rounded
 // fraction.
 template <class F>
-F TwoPiece(F y, int& k, const Constants<F>& c) {
+[[gnu::always_inline]] inline F TwoPiece(F y, int& k, const Constants<F>& c) {
   const F ip = Trunc(y);
   const F f = y - ip;  // exact: ip and y share the exponent
   k = f > c.half ? 1 : (f < -c.half ? -1 : 0);
