@@ -231,6 +231,11 @@ int RunScan(Cli& cli, std::vector<AnsiString> args) {
   PortArgs a = ParsePortArgs(args, false);
   TkxCommPort probe;  // checks the arguments and gives the settings text
   SetUpPort(probe, a);
+  // The scanner module leaves out a scanner it cannot open without saying why; opening the
+  // port once here gives the user the reason.
+  probe.SetEvents({});
+  probe.Open();
+  probe.Close();
   RegisterSerialScannerModule({{a.port, probe.ParamsText(), probe.DevicePath(), "\r\n"}});
   // A console program has no window to be in the foreground: it is always the active one.
   SetAppActiveQuery([] { return true; });

@@ -531,6 +531,51 @@ TEST(CommPortDevice, HandlerFailuresSurfaceOnTheMainThread) {
   EXPECT_TRUE(PumpUntil([&] { return calls == 2; }));
 }
 
+// A device that goes away is noticed by the worker with nothing under way, reported once as
+// evError, and every later transfer says what happened; a transfer under way meets it too.
+TEST(CommPortDevice, HangUpIsReportedIdleAndDuringTransfers) {
+  for (TkxCommSyncMethod sync : {smThreadSync, smNone}) {
+    PtyPort p(TkxCommEvents{evRxChar, evError}, sync);
+    std::atomic<int> losses{0};
+    p.port.OnEvent = [&](TObject*, TkxCommEvents e) {
+      if (e.Contains(evError) && p.port.DeviceLost()) ++losses;
+    };
+    p.port.Open();
+    EXPECT_FALSE(p.port.DeviceLost());
+    p.pty.CloseMaster();
+    EXPECT_TRUE(PumpUntil([&] { return losses > 0; })) << int(sync);
+    char c = 'x';
+    EXPECT_EQ(MessageOf<EOSError>([&] { p.port.Write(&c, 1, 100); }), "Write: the device went away (Input/output error)");
+    EXPECT_EQ(MessageOf<EOSError>([&] { p.port.Read(&c, 1, 100); }), "Read: the device went away (Input/output error)");
+    CheckSynchronize(50);
+    EXPECT_EQ(losses.load(), 1) << int(sync);
+    p.port.Close();
+  }
+  // Without a worker: a write blocked on a full line ends with the error once the line goes.
+  PtyPort p;
+  p.port.Open();
+  std::thread hangUp([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    p.pty.CloseMaster();
+  });
+  std::vector<char> block(1 << 20, 'b');
+  EXPECT_EQ(MessageOf<EOSError>([&] { p.port.Write(block.data(), static_cast<Integer>(block.size()), 10000); }),
+            "Write: the device went away (Input/output error)");
+  hangUp.join();
+  EXPECT_TRUE(p.port.DeviceLost());
+}
+
+// Closing drops nothing the other end has not read yet: what was written to a
+// pseudo-terminal already sits in that end's input.
+TEST(CommPortDevice, CloseKeepsWhatThePeerHasNotRead) {
+  PtyPort p(TkxCommEvents{evRxChar});
+  p.port.Open();
+  AnsiString data(8000, 'z');
+  ASSERT_EQ(p.port.WriteStr(data, 1000), 8000);
+  p.port.Close();
+  EXPECT_EQ(p.pty.ReadExactly(8000, 1000).size(), 8000u);
+}
+
 #endif
 
 }  // namespace
