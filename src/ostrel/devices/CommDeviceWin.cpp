@@ -25,10 +25,10 @@ void Check(BOOL ok) {
 }
 
 // What the driver of a removed device (a USB adapter pulled out) answers on its open handle.
+// Not ERROR_OPERATION_ABORTED: that is also the answer to the purge of a close.
 bool IsGoneError(DWORD e) {
   return e == ERROR_ACCESS_DENIED || e == ERROR_BAD_COMMAND || e == ERROR_DEVICE_REMOVED ||
-         e == ERROR_GEN_FAILURE || e == ERROR_OPERATION_ABORTED || e == ERROR_DEV_NOT_EXIST ||
-         e == ERROR_INVALID_HANDLE || e == ERROR_FILE_NOT_FOUND;
+         e == ERROR_GEN_FAILURE || e == ERROR_DEV_NOT_EXIST || e == ERROR_FILE_NOT_FOUND;
 }
 
 // A manual-reset event, closed with its owner.

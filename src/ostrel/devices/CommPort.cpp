@@ -449,11 +449,11 @@ Integer TkxCommPort::Transfer(TTransfer op, void* buffer, Integer count, Integer
     if (elapsed >= static_cast<long long>(limit)) break;
     Application::ProcessMessages();
     if (count <= 0) break;
-    // Nothing moved: rather than asking again at once, wait a little for the device (short
-    // enough that the main thread's queue keeps running).
-    if (n == 0)
-      device->WaitReady(op == static_cast<TTransfer>(&TCommDevice::Write),
-                        static_cast<int>(std::min<long long>(10, static_cast<long long>(limit) - elapsed)));
+    // A short transfer has emptied (or filled) the driver's queue: asking again at once would
+    // only move nothing, so wait for the device first (briefly, so that the main thread's
+    // queue keeps running).
+    device->WaitReady(op == static_cast<TTransfer>(&TCommDevice::Write),
+                      static_cast<int>(std::min<long long>(10, static_cast<long long>(limit) - elapsed)));
   }
   return total;
 }
