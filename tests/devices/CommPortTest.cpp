@@ -23,6 +23,7 @@
 #ifndef _WIN32
 #define OSTREL_TEST_PTY 1
 #include "Pty.h"
+#include <sys/stat.h>
 #include <termios.h>
 using ostrel::testutil::Pty;
 #endif
@@ -284,6 +285,16 @@ TEST(CommPortOpen, AFailureNamesThePortOrThePath) {
     EXPECT_FALSE(port.Active());
   }
   fs::remove_all(dir);
+#ifdef OSTREL_TEST_PTY
+  // A terminal the user may not open (root may open any, so the case needs a plain user).
+  if (::geteuid() != 0) {
+    Pty locked;
+    ASSERT_EQ(::chmod(locked.SlavePath().c_str(), 0), 0);
+    TkxCommPort port;
+    port.SetDevicePath(locked.SlavePath());
+    EXPECT_EQ(MessageOf([&] { port.Open(); }), Unavailable(locked.SlavePath(), Cp1251(u8"нет прав доступа").Str()));
+  }
+#endif
 #endif
 }
 

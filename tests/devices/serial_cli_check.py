@@ -33,7 +33,7 @@ class Device:
         os.close(slave)
         self.found = termios.tcgetattr(self.master)
 
-    def wait_open(self, proc, seconds=10):
+    def wait_open(self, proc, seconds=30):
         # The port is open once the line turns raw (no more echo).
         end = time.time() + seconds
         while time.time() < end and proc.poll() is None:
@@ -155,10 +155,10 @@ def hang_up_case(name, command, sending):
         dev.read_all(10_000)
     dev.hang_up()
     gone = time.time()
-    status, _, err = finish(proc, 10)
+    status, _, err = finish(proc, 20)
     if status != 1 or GONE not in err:
         fail(f"{name}: status {status}, message {err!r}")
-    elif time.time() - gone > 2:
+    elif time.time() - gone > 5:  # generous: a loaded machine is slow to schedule
         fail(f"{name}: noticed only after {time.time() - gone:.1f} s")
 
 
@@ -184,7 +184,7 @@ for signum in (signal.SIGINT, signal.SIGTERM):
             fail(f"{name}: ended before the signal (status {proc.returncode}, {finish(proc)[2]!r})")
             continue
         proc.send_signal(signum)
-        status, _, err = finish(proc, 10)
+        status, _, err = finish(proc, 20)
         if status != -signum:
             fail(f"{name}: status {status}, not killed by the signal: {err!r}")
         if termios.tcgetattr(dev.master) != dev.found:
