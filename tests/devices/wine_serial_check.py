@@ -26,11 +26,17 @@ link = os.path.join(prefix, "dosdevices", "com5")
 if os.path.lexists(link):
     os.remove(link)
 os.symlink(os.ttyname(slave), link)
-os.close(slave)
+# The slave stays open here as well, as a device that is always there: with no slave open the
+# master reads as hung up between two programs.
 failures = []
 
 
 def start(*args, **kw):
+    # Echo on again, so that wait_open sees this program make the line raw (Wine does not give
+    # the line its settings back when a program closes the port).
+    attrs = termios.tcgetattr(master)
+    attrs[3] |= termios.ECHO
+    termios.tcsetattr(master, termios.TCSANOW, attrs)
     return subprocess.Popen(["wine", os.path.join(exe_dir, "ostrel.exe"), *args], cwd=exe_dir,
                             stdout=subprocess.PIPE, stderr=subprocess.PIPE, **kw)
 
@@ -114,12 +120,12 @@ if wait_open(scan):
     os.close(master)
     master = -1
     try:
-        _, err = scan.communicate(timeout=30)
+        _, err = scan.communicate(timeout=10)
         print(f"wine: scan after the device went away: status {scan.returncode}, "
               f"{err.decode('utf-8', 'replace').strip()!r}")
     except subprocess.TimeoutExpired:
         scan.kill()
-        print("wine: scan did not notice the device going away within 30 s (Wine does not report "
+        print("wine: scan did not notice the device going away within 10 s (Wine does not report "
               "the hang-up of a pseudo-terminal to WaitCommEvent)")
 
 for f in failures:
