@@ -78,6 +78,9 @@ def from_port(raw):
         cmd = [ostrel, "serial", path, "--raw"]
     proc = subprocess.Popen(cmd, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
     wait_raw(master, proc) if not raw else time.sleep(0.2)
+    # Not blocking: a master blocked in a write while the program waits for its output to be
+    # read would never finish.
+    os.set_blocking(master, False)
     start = time.perf_counter()
     view = memoryview(data)
     sent = 0
@@ -90,7 +93,10 @@ def from_port(raw):
         if not readable and not writable:
             raise SystemExit(f"stalled after {got} bytes")
         if writable:
-            sent += os.write(master, view[sent:sent + (1 << 16)])
+            try:
+                sent += os.write(master, view[sent:sent + (1 << 16)])
+            except BlockingIOError:
+                pass
         if readable:
             chunk = os.read(out, 1 << 16)
             if not chunk or view[got:got + len(chunk)] != chunk:
