@@ -33,6 +33,4 @@ cmake --build build-tsan -j "$(nproc 2>/dev/null || echo 2)" \
 export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
 build-tsan/tests/ostrel_rtl_tests --gtest_repeat=20 \
   --gtest_filter='MainThreadQueue.*:Thread.*:ControlMessages.*:InterfaceList.*'
-# The volume tests move 8 MB each way here instead of 100: the sanitizer is slow, and the
-# races it looks for show with any amount.
-OSTREL_TEST_VOLUME_MB=8 build-tsan/tests/ostrel_devices_tests
+build-tsan/tests/ostrel_devices_tests

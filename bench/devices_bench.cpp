@@ -1,6 +1,10 @@
-// The serial port against plain reads and writes on the same pseudo-terminal: each
-// benchmark moves the same bytes both ways in one run and reports both speeds and their ratio
-// (port / raw; 1.0 means the port costs nothing).
+// The serial port against plain reads and writes on the same pseudo-terminal: each benchmark
+// moves the same bytes both ways in one run and reports both speeds and their ratio (port /
+// raw; 1.0 means the port costs nothing). Every byte is checked in order on both sides (the
+// check costs both sides the same), and a run that loses or changes one fails. 100 MB a run,
+// or the megabytes in OSTREL_BENCH_VOLUME_MB.
+//
+//   build/bench/devices_bench --benchmark_min_time=2
 #include <ostrel/devices/Kxcommport.h>
 
 #include "../tests/devices/Pty.h"
@@ -8,46 +12,84 @@
 #include <benchmark/benchmark.h>
 
 #include <chrono>
+#include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <termios.h>
 #include <thread>
 #include <vector>
 
 using namespace ostrel;
+using testutil::ByteStream;
 using testutil::Pty;
 
 namespace {
 
-constexpr std::size_t Volume = 16u << 20;
+const std::size_t Volume = [] {
+  const char* mb = std::getenv("OSTREL_BENCH_VOLUME_MB");
+  std::size_t n = mb ? std::strtoul(mb, nullptr, 10) : 0;
+  return (n ? n : 100u) << 20;
+}();
 constexpr std::size_t Chunk = 64u << 10;
+
+// The bytes sent: a stream with a prime period, so that chunks never line up with it, kept
+// with a chunk's worth more so that any chunk is one contiguous window of it.
+constexpr std::size_t Period = 65521;
+const std::vector<char>& Pattern() {
+  static const std::vector<char> pattern = [] {
+    std::vector<char> p(Period + Chunk);
+    ByteStream(7).Fill(p.data(), Period);
+    std::memcpy(p.data() + Period, p.data(), Chunk);
+    return p;
+  }();
+  return pattern;
+}
+const char* At(std::size_t position) { return Pattern().data() + position % Period; }
 
 using Clock = std::chrono::steady_clock;
 
-// Moves Volume bytes: `receive` or `send` pulls or pushes up to Chunk bytes through the side
-// under test, the pty's master does the other end on a second thread. Seconds taken.
+struct Outcome {
+  double seconds = 0;
+  bool intact = true;
+};
+
+// Moves Volume bytes: `move` pulls or pushes up to Chunk bytes through the side under test,
+// the pty's master does the other end on a second thread; both check what they receive.
 template <class Move>
-double Run(const Pty& pty, bool toMaster, Move move) {
-  std::vector<char> buf(Chunk, 'x');
+Outcome Run(const Pty& pty, bool toMaster, Move move) {
+  std::size_t peerGood = 0;
   std::thread peer([&] {
     if (toMaster) {
-      for (std::size_t got = 0; got < Volume;) {
-        std::string s = pty.Read(Chunk, 10000);
-        if (s.empty()) break;
-        got += s.size();
+      std::vector<char> buf(Chunk);
+      while (peerGood < Volume) {
+        pollfd pfd{pty.Master(), POLLIN, 0};
+        if (::poll(&pfd, 1, 10000) <= 0) break;
+        ssize_t n = ::read(pty.Master(), buf.data(), Chunk);
+        if (n <= 0 || std::memcmp(buf.data(), At(peerGood), static_cast<std::size_t>(n)) != 0) break;
+        peerGood += static_cast<std::size_t>(n);
       }
     } else {
-      for (std::size_t sent = 0; sent < Volume; sent += Chunk) pty.WriteAll(buf.data(), Chunk);
+      for (std::size_t sent = 0; sent < Volume; sent += Chunk) pty.WriteAll(At(sent), std::min(Chunk, Volume - sent));
+      peerGood = Volume;
     }
   });
-  std::vector<char> mine(Chunk, 'y');
+  std::vector<char> mine(Chunk);
+  Outcome r;
   auto start = Clock::now();
-  for (std::size_t done = 0; done < Volume;) {
-    std::size_t n = move(mine.data(), std::min(Chunk, Volume - done));
+  std::size_t done = 0;
+  while (done < Volume) {
+    std::size_t want = std::min(Chunk, Volume - done);
+    char* p = toMaster ? const_cast<char*>(At(done)) : mine.data();
+    std::size_t n = move(p, want);
     if (n == 0) break;
+    if (!toMaster && std::memcmp(mine.data(), At(done), n) != 0) break;
     done += n;
   }
   peer.join();
-  return std::chrono::duration<double>(Clock::now() - start).count();
+  r.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+  r.intact = done == Volume && peerGood == Volume;
+  return r;
 }
 
 int RawSlave(const Pty& pty) {
@@ -63,13 +105,16 @@ int RawSlave(const Pty& pty) {
 
 void Compare(benchmark::State& state, bool toMaster) {
   double rawTime = 0, portTime = 0;
+  bool intact = true;
   auto raw = [&] {
     Pty pty;
     int fd = RawSlave(pty);
-    rawTime += Run(pty, toMaster, [&](char* p, std::size_t n) -> std::size_t {
+    Outcome o = Run(pty, toMaster, [&](char* p, std::size_t n) -> std::size_t {
       ssize_t r = toMaster ? ::write(fd, p, n) : ::read(fd, p, n);
       return r > 0 ? static_cast<std::size_t>(r) : 0;
     });
+    rawTime += o.seconds;
+    intact = intact && o.intact;
     ::close(fd);
   };
   auto port = [&] {
@@ -78,10 +123,12 @@ void Compare(benchmark::State& state, bool toMaster) {
     commPort.SetDevicePath(pty.SlavePath());
     commPort.SetEvents({});
     commPort.Open();
-    portTime += Run(pty, toMaster, [&](char* p, std::size_t n) -> std::size_t {
+    Outcome o = Run(pty, toMaster, [&](char* p, std::size_t n) -> std::size_t {
       Integer count = static_cast<Integer>(n);
       return static_cast<std::size_t>(toMaster ? commPort.Write(p, count, -1) : commPort.Read(p, count, 10000));
     });
+    portTime += o.seconds;
+    intact = intact && o.intact;
   };
   // Taking turns at going first, so that neither side gains from its place.
   bool rawFirst = true;
@@ -95,6 +142,7 @@ void Compare(benchmark::State& state, bool toMaster) {
     }
     rawFirst = !rawFirst;
   }
+  if (!intact) state.SkipWithError("bytes were lost or changed on the way");
   double mb = static_cast<double>(Volume) * static_cast<double>(state.iterations()) / 1e6;
   state.counters["raw_MBps"] = mb / rawTime;
   state.counters["port_MBps"] = mb / portTime;

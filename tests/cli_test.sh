@@ -212,7 +212,26 @@ check_usage serial_noport 'a port number or device path is needed' serial
 check_usage scan_badbaud '--baud must be a positive integer' scan 1 --baud fast
 run scan_missing scan /nonexistent/tty --count 1
 [[ $(status scan_missing) == 1 ]] || fail "scan of a missing device exited $(status scan_missing), not 1"
-expect_line "$work/scan_missing.err" 'Нет доступа к устройству: /nonexistent/tty' "scan names the missing device"
+expect_line "$work/scan_missing.err" 'Устройство /nonexistent/tty недоступно: нет такого устройства\.' \
+  "scan names the missing device and why"
+check_usage serial_rawlines '--raw and --lines exclude each other' serial 1 --raw --lines
+# Natively only: qemu-user does not pass the terminal ioctls on, and Wine has .ci/wine.sh.
+if [[ $ostrel != *.exe && ${#runner[@]} -eq 0 ]]; then
+  # A path names itself and the reason, never the default port number.
+  mkdir -p "$work/adir"
+  for case in "/dev/null:это не последовательный порт и не терминал" "$work/adir:это каталог"; do
+    path=${case%%:*} reason=${case#*:}
+    run serial_path serial "$path" </dev/null
+    [[ $(status serial_path) == 1 ]] || fail "serial $path exited $(status serial_path), not 1"
+    expect_line "$work/serial_path.err" "Устройство $path недоступно: $reason\.\$" "serial $path says why"
+  done
+  # A device that stalls, goes away or meets a signal, over pseudo-terminals.
+  if command -v python3 >/dev/null 2>&1; then
+    python3 "$(dirname "$0")/devices/serial_cli_check.py" "$ostrel" || fail "the serial commands over pseudo-terminals"
+  else
+    echo "cli test: python3 missing; the serial commands over pseudo-terminals are not checked" >&2
+  fi
+fi
 
 if [[ $failures -gt 0 ]]; then
   echo "$failures check(s) failed" >&2

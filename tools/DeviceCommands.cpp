@@ -1,19 +1,30 @@
-// `ostrel serial` and `ostrel scan`: a small terminal on a serial port, and a barcode scanner
-// on a serial port printing each code it reads. PORT is a port number (1 to 16) or a device
-// path (/dev/ttyUSB0; on Windows \\.\COM12).
+// `ostrel serial` and `ostrel scan`: a terminal on a serial port, and a barcode scanner on a
+// serial port printing each code it reads. PORT is a port number (1 to 16) or a device path
+// (/dev/ttyUSB0; on Windows \\.\COM12).
+//
+// Both end with status 1 and a message when the device goes away, and on SIGINT, SIGTERM or
+// SIGHUP close the port first (which gives the device back its settings as they were found)
+// and then end as the signal would have.
 #include "Cli.h"
 
 #include <ostrel/devices/Bcscan.h>
 #include <ostrel/devices/Kxcommport.h>
 #include <ostrel/devices/SerialScanner.h>
+#include <ostrel/rtl/Console.h>
 #include <ostrel/rtl/Exceptions.h>
 #include <ostrel/rtl/Format.h>
 #include <ostrel/rtl/Strings.h>
 #include <ostrel/rtl/Threads.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <climits>
 #include <mutex>
 #include <optional>
+#include <ostream>
+#include <thread>
+#include <vector>
 
 namespace ostrel::cli {
 namespace {
@@ -23,10 +34,12 @@ struct PortArgs {
   std::optional<Integer> baud;
   AnsiString mode;
   std::optional<Integer> count;
+  std::optional<bool> raw;  // --raw / --lines; unset: raw unless standard input is a terminal
 };
 
-// PORT and the options the command allows (--baud N, and --mode TEXT or --count N).
-PortArgs ParsePortArgs(const std::vector<AnsiString>& args, bool modeOption, bool countOption) {
+// PORT and the options the command allows: --baud N, and for serial --mode TEXT, --raw and
+// --lines, for scan --count N.
+PortArgs ParsePortArgs(const std::vector<AnsiString>& args, bool serial) {
   PortArgs r;
   auto number = [](const AnsiString& text, const char* what) {
     Integer n = 0;
@@ -38,9 +51,12 @@ PortArgs ParsePortArgs(const std::vector<AnsiString>& args, bool modeOption, boo
     bool hasValue = i + 1 < args.size();
     if (a == "--baud" && hasValue) {
       r.baud = number(args[++i], "--baud");
-    } else if (modeOption && a == "--mode" && hasValue) {
+    } else if (serial && a == "--mode" && hasValue) {
       r.mode = args[++i];
-    } else if (countOption && a == "--count" && hasValue) {
+    } else if (serial && (a == "--raw" || a == "--lines")) {
+      if (r.raw && *r.raw != (a == "--raw")) throw UsageError("--raw and --lines exclude each other");
+      r.raw = a == "--raw";
+    } else if (!serial && a == "--count" && hasValue) {
       r.count = number(args[++i], "--count");
     } else if (!a.empty() && a[0] == '-') {
       throw UsageError("unknown option or missing value: " + a);
@@ -77,40 +93,155 @@ void SetUpPort(TkxCommPort& port, const PortArgs& a) {
   if (a.baud) port.SetBaudRate(static_cast<Cardinal>(*a.baud));
 }
 
+// After a termination signal: the port is closed (its device settings restored) by the caller
+// first, then the process ends as the signal would have ended it.
+[[noreturn]] void EndAfterSignal(Cli& cli, int signal) {
+  cli.Out().flush();
+  EndBySignal(signal);
+}
+
+// The terminal's side of `serial`: sends bytes to the port and keeps what the device has not
+// taken yet until it takes it, so that a device that stalls delays the sender but loses
+// nothing. Each write is bounded (WriteSlice) so that a signal or the device going away is
+// seen within a moment even while the device takes nothing.
+class TSender {
+ public:
+  static constexpr Integer WriteSlice = 200;  // ms
+
+  TSender(TkxCommPort& port, const std::atomic<bool>& lost) : fPort(port), fLost(lost) {
+    fPort.Timeouts().SetWriteTotalM(0);
+    fPort.Timeouts().SetWriteTotalC(WriteSlice);
+  }
+
+  // False when a signal or the loss of the device stopped it before everything was taken.
+  bool Send(const char* p, std::size_t n) {
+    while (n > 0) {
+      if (Interrupted()) return false;
+      Integer chunk = static_cast<Integer>(std::min<std::size_t>(n, INT_MAX / 2));
+      Integer sent = fPort.Write(p, chunk, 0);
+      p += sent;
+      n -= static_cast<std::size_t>(sent);
+    }
+    return true;
+  }
+
+  // Waits until the driver has sent what it holds (the device may still be slow), so that
+  // closing the port, which clears the output queue, drops nothing.
+  bool Drain() {
+    while (fPort.OutputCount() > 0) {
+      if (Interrupted()) return false;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+  }
+
+  bool Interrupted() const { return TerminationSignal() != 0 || fLost.load(); }
+
+ private:
+  TkxCommPort& fPort;
+  const std::atomic<bool>& fLost;
+};
+
 int RunSerial(Cli& cli, std::vector<AnsiString> args) {
-  PortArgs a = ParsePortArgs(args, true, false);
+  PortArgs a = ParsePortArgs(args, true);
   TkxCommPort port;
   SetUpPort(port, a);
-  port.SetEvents({evRxChar});
-  // Handlers run on the port's worker: the main thread is busy reading the keyboard.
+  const bool raw = a.raw ? *a.raw : !StdInputIsTerminal();
+  port.SetEvents({evRxChar, evError});
+  // Handlers run on the port's worker: the main thread is busy with standard input.
   port.SetSyncMethod(smNone);
   std::mutex outLock;
   port.OnReceiveData = [&](TObject*, const void* data, Integer size) {
+    std::string_view bytes(static_cast<const char*>(data), static_cast<std::size_t>(size));
     std::lock_guard lock(outLock);
-    cli.Write(std::string_view(static_cast<const char*>(data), static_cast<std::size_t>(size)));
+    if (raw)
+      cli.Out().write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    else
+      cli.Write(bytes);
     cli.Out().flush();
   };
+  std::atomic<bool> lost{false};
+  port.OnEvent = [&](TObject*, TkxCommEvents) {
+    if (!port.DeviceLost()) return;  // a line error: the line is still there
+    lost = true;
+    WakeStdInput();
+  };
+  CatchTerminationSignals();
   port.Open();
   {
     std::lock_guard lock(outLock);
-    cli.ErrorLn(Format("%s open at %s; what you type is sent, end with end of input",
+    cli.ErrorLn(Format(raw ? "%s open at %s; standard input is sent as it is, until its end"
+                           : "%s open at %s; each line typed is sent with CR LF, end with end of input",
                        a.port, port.ParamsText()));
   }
-  AnsiString line;
-  while (cli.ReadLine(line)) port.WriteStr(line + "\r\n", 5000);
-  // Replies to the last line still have a moment to arrive.
+  TSender sender(port, lost);
+  std::vector<char> buffer(std::size_t{1} << 16);
+  AnsiString line;  // the line being typed (line mode)
+  bool complete = true;
+  try {
+    for (;;) {
+      std::ptrdiff_t n = ReadStdInput(buffer.data(), buffer.size());
+      if (n < 0) {
+        complete = false;  // woken: a signal or the device gone
+        break;
+      }
+      if (n == 0) break;
+      if (raw) {
+        complete = sender.Send(buffer.data(), static_cast<std::size_t>(n));
+      } else {
+        // Whole lines go out with CR LF instead of the terminal's line end.
+        for (char c : std::string_view(buffer.data(), static_cast<std::size_t>(n))) {
+          if (c != '\n') {
+            line += c;
+            continue;
+          }
+          if (!line.empty() && line.back() == '\r') line.pop_back();
+          AnsiString out = cli.FromTerminal(line) + "\r\n";
+          line.clear();
+          if (!(complete = sender.Send(out.data(), out.size()))) break;
+        }
+      }
+      if (!complete) break;
+    }
+    if (complete && !raw && !line.empty()) {
+      AnsiString out = cli.FromTerminal(line) + "\r\n";
+      complete = sender.Send(out.data(), out.size());
+    }
+    if (complete) complete = sender.Drain();
+  } catch (const EOSError&) {
+    // A transfer that met the device's loss says so in its own words; the program's message
+    // below says it in the user's.
+    if (!port.DeviceLost()) throw;
+  }
+  if (int signal = TerminationSignal()) {
+    port.Close();
+    EndAfterSignal(cli, signal);
+  }
+  if (port.DeviceLost()) {
+    port.Close();
+    throw Exception(Format(CommConst::SDeviceGone.Str(), a.port));
+  }
+  // Replies to what was sent last still have a moment to arrive.
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
   port.Close();
   return 0;
 }
 
 int RunScan(Cli& cli, std::vector<AnsiString> args) {
-  PortArgs a = ParsePortArgs(args, false, true);
+  PortArgs a = ParsePortArgs(args, false);
   TkxCommPort probe;  // checks the arguments and gives the settings text
   SetUpPort(probe, a);
+  // The scanner module leaves out a scanner it cannot open without saying why; opening the
+  // port once here gives the user the reason.
+  probe.SetEvents({});
+  probe.Open();
+  probe.Close();
   RegisterSerialScannerModule({{a.port, probe.ParamsText(), probe.DevicePath(), "\r\n"}});
   // A console program has no window to be in the foreground: it is always the active one.
   SetAppActiveQuery([] { return true; });
+  std::optional<AnsiString> lost;
+  SetSerialScannerLostHandler([&](const AnsiString&, const AnsiString& message) { lost = message; });
+  CatchTerminationSignals();
   TBCReader reader;
   Integer seen = 0;
   reader.OnScan = [&](TObject*, const AnsiString& code) {
@@ -118,21 +249,46 @@ int RunScan(Cli& cli, std::vector<AnsiString> args) {
     cli.Out().flush();
     ++seen;
   };
+  struct Cleanup {
+    TBCReader& reader;
+    ~Cleanup() {
+      SetSerialScannerLostHandler(nullptr);
+      try {
+        reader.SetActive(false);  // closes the scanner's port
+      } catch (const Exception&) {
+        // already on the way out with an error of its own
+      }
+    }
+  } cleanup{reader};
   reader.SetActive(true);
-  if (BCServer()->GetDevCount() == 0) {
+  if (BCServer()->GetDevCount() == 0) throw Exception(DevConst::SDevAccessError.Str() + ": " + a.port);
+  // A signal cannot wake the main thread's queue, so the wait is cut into short slices.
+  while ((!a.count || seen < *a.count) && !lost && !TerminationSignal()) CheckSynchronize(100);
+  if (int signal = TerminationSignal()) {
     reader.SetActive(false);
-    throw Exception(DevConst::SDevAccessError.Str() + ": " + a.port);
+    EndAfterSignal(cli, signal);
   }
-  while (!a.count || seen < *a.count) CheckSynchronize(-1);
-  reader.SetActive(false);
+  if (lost) throw Exception(*lost);
   return 0;
 }
 
 }  // namespace
 
-OSTREL_CLI_COMMAND("serial", "Terminal on a serial port: prints what arrives, sends what is typed",
-                   "PORT [--baud N] [--mode TEXT]", RunSerial);
-OSTREL_CLI_COMMAND("scan", "Barcode scanner on a serial port: prints each code read",
-                   "PORT [--baud N] [--count N]", RunScan);
+OSTREL_CLI_COMMAND(
+    "serial", "Terminal on a serial port: prints what arrives, sends standard input",
+    "PORT [--baud N] [--mode TEXT] [--raw | --lines]\n"
+    "When standard input is a terminal (or with --lines), each line typed is sent with CR LF in\n"
+    "place of its line end, and the bytes received are shown as text. When it is a file or a\n"
+    "pipe (or with --raw), its bytes are sent exactly as they are and the bytes received are\n"
+    "written unchanged. Ends at the end of input (after every byte has been sent), with status 1\n"
+    "when the device goes away, and on Ctrl-C with the port's settings restored.",
+    RunSerial);
+OSTREL_CLI_COMMAND(
+    "scan", "Barcode scanner on a serial port: prints each code read",
+    "PORT [--baud N] [--count N]\n"
+    "Prints each code as it is read, until --count codes have been read or it is interrupted\n"
+    "(Ctrl-C, SIGTERM); standard input is not read, so its end does not stop it. Ends with\n"
+    "status 1 when the device goes away.",
+    RunScan);
 
 }  // namespace ostrel::cli

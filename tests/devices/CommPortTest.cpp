@@ -15,12 +15,15 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <mutex>
 #include <thread>
 
 #ifndef _WIN32
 #define OSTREL_TEST_PTY 1
 #include "Pty.h"
+#include <sys/stat.h>
 #include <termios.h>
 using ostrel::testutil::Pty;
 #endif
@@ -32,6 +35,11 @@ using testutil::MessageOf;
 namespace {
 
 const std::string AlreadyOpen = Cp1251(u8"Порт уже открыт.\r\rОперация невозможна.").Str();
+
+// The open failure for a device path.
+AnsiString Unavailable(std::string_view path, std::string_view reason) {
+  return Cp1251(u8"Устройство ").Str() + AnsiString(path) + Cp1251(u8" недоступно: ").Str() + AnsiString(reason) + ".";
+}
 
 AnsiString Hex(const void* p, std::size_t n) {
   AnsiString s;
@@ -150,7 +158,8 @@ TEST(CommPortSettings, ModeStrings) {
       {"", "fail", own}, {"hello", "fail"}, {"9600,x,8,1", "fail"}, {"9600,n,9,1", "fail"},
       {"9600,n,8,3", "fail"}, {"9600,n,8,1,q", "fail"}, {"9600,n,8,1,p,1", "fail"},
       {"baud=9600 speed=1", "fail"}, {"parity=n data=8", "fail", own}, {"baud=fast", "fail"},
-      {"baud=9600 xon=maybe", "fail"}, {"-9600,n,8,1", "fail"}};
+      {"baud=9600 xon=maybe", "fail"}, {"-9600,n,8,1", "fail"}, {",n,8,1", "fail"}, {",,,", "fail"},
+      {"COM1:hello", "fail"}};
   for (auto c : cases) {
     if (c.own && SystemParsesModes) continue;
     TDCB dcb;
@@ -167,6 +176,27 @@ TEST(CommPortSettings, ModeStrings) {
   TDCB dcb;
   ASSERT_TRUE(CommModeToDCB("baud=9600 xon=on rts=hs dtr=on octs=on", dcb));
   EXPECT_EQ(dcb.Flags, DcbFlag::OutX | DcbFlag::InX | DcbFlag::RtsHandshake | DcbFlag::DtrEnable | DcbFlag::OutxCtsFlow);
+}
+
+// Values outside an enumeration are refused on every way in, and a refused device block
+// changes nothing, so the saved text never holds anything but the letters it is made of.
+TEST(CommPortSettings, OutOfRangeLineSettingsAreRefused) {
+  TkxCommPort port;
+  port.SetParity(ptOdd);
+  const AnsiString before = port.ParamsText();
+  struct Case { const char* what; std::function<void()> set; } cases[] = {
+      {"parity", [&] { port.SetParity(static_cast<TkxCommPortParity>(200)); }},
+      {"stop bits", [&] { port.SetStopBits(static_cast<TkxCommPortStopBits>(3)); }},
+      {"flow control", [&] { port.SetFlowControl(static_cast<TkxCommPortFlowControl>(3)); }},
+      {"data bits", [&] { port.SetDataBits(9); }},
+      {"block parity", [&] { TDCB d; d.BaudRate = 1200; d.ByteSize = 7; d.Parity = 200; port.AssignDCB(d); }},
+      {"block stop bits", [&] { TDCB d; d.BaudRate = 1200; d.ByteSize = 7; d.StopBits = 3; port.AssignDCB(d); }},
+      {"block data bits", [&] { TDCB d; d.BaudRate = 1200; d.ByteSize = 4; port.AssignDCB(d); }},
+  };
+  for (auto& c : cases) {
+    EXPECT_THROW(c.set(), EInvalidArgument) << c.what;
+    EXPECT_EQ(port.ParamsText(), before) << c.what;
+  }
 }
 
 class CommPortStore : public ::testing::Test {
@@ -227,12 +257,45 @@ TEST_F(CommPortStore, LoadingTheValueForms) {
   EXPECT_TRUE(port.RegLoadParams(HKEY_CURRENT_USER, Key, false));
 }
 
-TEST(CommPortOpen, AFailureNamesThePort) {
-  TkxCommPort missing;
-  missing.SetPortNumber(9);
-  missing.SetDevicePath("/nonexistent/tty");
-  EXPECT_EQ(MessageOf([&] { missing.Open(); }), Cp1251(u8"Порт COM9 занят или недоступен.").Str());
-  EXPECT_EQ(Join(missing.Active(), missing.HandleAllocated()), "0 0");
+// A port number keeps the classic text (it names the number, not the device behind it); a
+// device path is named back with the reason.
+TEST(CommPortOpen, AFailureNamesThePortOrThePath) {
+  TkxCommPort numbered;
+  numbered.SetPortNumber(9);
+  SetCommPortDevice(9, "/nonexistent/tty");
+  EXPECT_EQ(MessageOf([&] { numbered.Open(); }), Cp1251(u8"Порт COM9 занят или недоступен.").Str());
+  SetCommPortDevice(9, "");
+  EXPECT_EQ(Join(numbered.Active(), numbered.HandleAllocated()), "0 0");
+#ifndef _WIN32
+  namespace fs = std::filesystem;
+  fs::path dir = fs::temp_directory_path() / ("ostrel-port-" + std::to_string(::getpid()));
+  fs::create_directories(dir);
+  std::ofstream(dir / "plain") << "not a device";
+  const AnsiString notSerial = Cp1251(u8"это не последовательный порт и не терминал").Str();
+  struct Case { std::string path; AnsiString reason; } cases[] = {
+      {"/nonexistent/tty", Cp1251(u8"нет такого устройства").Str()},
+      {dir.string(), Cp1251(u8"это каталог").Str()},
+      {(dir / "plain").string(), notSerial},
+      {"/dev/null", notSerial},
+  };
+  for (const Case& c : cases) {
+    TkxCommPort port;
+    port.SetDevicePath(c.path);
+    EXPECT_EQ(MessageOf([&] { port.Open(); }), Unavailable(c.path, c.reason));
+    EXPECT_FALSE(port.Active());
+  }
+  fs::remove_all(dir);
+#ifdef OSTREL_TEST_PTY
+  // A terminal the user may not open (root may open any, so the case needs a plain user).
+  if (::geteuid() != 0) {
+    Pty locked;
+    ASSERT_EQ(::chmod(locked.SlavePath().c_str(), 0), 0);
+    TkxCommPort port;
+    port.SetDevicePath(locked.SlavePath());
+    EXPECT_EQ(MessageOf([&] { port.Open(); }), Unavailable(locked.SlavePath(), Cp1251(u8"нет прав доступа").Str()));
+  }
+#endif
+#endif
 }
 
 // ---- with a device ---------------------------------------------------------------------
@@ -263,7 +326,8 @@ TEST(CommPortDevice, OpenAndCloseStates) {
   // A second opener of the same device is refused.
   TkxCommPort second;
   second.SetDevicePath(p.pty.SlavePath());
-  EXPECT_EQ(MessageOf([&] { second.Open(); }), Cp1251(u8"Порт COM2 занят или недоступен.").Str());
+  EXPECT_EQ(MessageOf([&] { second.Open(); }),
+            Unavailable(p.pty.SlavePath(), Cp1251(u8"устройство занято другой программой").Str()));
   // Port number, events, sync method and device path are fixed while open; the line settings
   // are not.
   EXPECT_EQ(MessageOf([&] { p.port.SetPortNumber(3); }), AlreadyOpen);
@@ -330,7 +394,8 @@ TEST(CommPortDevice, OpenWaitsForLoadingAndNeverHappensInDesign) {
   broken.SetDevicePath("/nonexistent/tty");
   broken.SetLoading(true);
   broken.SetActive(true);
-  EXPECT_EQ(MessageOf([&] { broken.Loaded(); }), Cp1251(u8"Порт COM2 занят или недоступен.").Str());
+  EXPECT_EQ(MessageOf([&] { broken.Loaded(); }),
+            Unavailable("/nonexistent/tty", Cp1251(u8"нет такого устройства").Str()));
   EXPECT_FALSE(broken.Active());
 }
 
@@ -475,6 +540,51 @@ TEST(CommPortDevice, HandlerFailuresSurfaceOnTheMainThread) {
   EXPECT_EQ(message, "handler failed");
   p.pty.Write("b");
   EXPECT_TRUE(PumpUntil([&] { return calls == 2; }));
+}
+
+// A device that goes away is noticed by the worker with nothing under way, reported once as
+// evError, and every later transfer says what happened; a transfer under way meets it too.
+TEST(CommPortDevice, HangUpIsReportedIdleAndDuringTransfers) {
+  for (TkxCommSyncMethod sync : {smThreadSync, smNone}) {
+    PtyPort p(TkxCommEvents{evRxChar, evError}, sync);
+    std::atomic<int> losses{0};
+    p.port.OnEvent = [&](TObject*, TkxCommEvents e) {
+      if (e.Contains(evError) && p.port.DeviceLost()) ++losses;
+    };
+    p.port.Open();
+    EXPECT_FALSE(p.port.DeviceLost());
+    p.pty.CloseMaster();
+    EXPECT_TRUE(PumpUntil([&] { return losses > 0; })) << int(sync);
+    char c = 'x';
+    EXPECT_EQ(MessageOf<EOSError>([&] { p.port.Write(&c, 1, 100); }), "Write: the device went away (Input/output error)");
+    EXPECT_EQ(MessageOf<EOSError>([&] { p.port.Read(&c, 1, 100); }), "Read: the device went away (Input/output error)");
+    CheckSynchronize(50);
+    EXPECT_EQ(losses.load(), 1) << int(sync);
+    p.port.Close();
+  }
+  // Without a worker: a write blocked on a full line ends with the error once the line goes.
+  PtyPort p;
+  p.port.Open();
+  std::thread hangUp([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    p.pty.CloseMaster();
+  });
+  std::vector<char> block(1 << 20, 'b');
+  EXPECT_EQ(MessageOf<EOSError>([&] { p.port.Write(block.data(), static_cast<Integer>(block.size()), 10000); }),
+            "Write: the device went away (Input/output error)");
+  hangUp.join();
+  EXPECT_TRUE(p.port.DeviceLost());
+}
+
+// Closing drops nothing the other end has not read yet: what was written to a
+// pseudo-terminal already sits in that end's input.
+TEST(CommPortDevice, CloseKeepsWhatThePeerHasNotRead) {
+  PtyPort p(TkxCommEvents{evRxChar});
+  p.port.Open();
+  AnsiString data(8000, 'z');
+  ASSERT_EQ(p.port.WriteStr(data, 1000), 8000);
+  p.port.Close();
+  EXPECT_EQ(p.pty.ReadExactly(8000, 1000).size(), 8000u);
 }
 
 #endif

@@ -20,11 +20,16 @@ class Pty {
       throw std::runtime_error("no pseudo-terminal");
     fSlave = ::ptsname(fMaster);
   }
-  ~Pty() { ::close(fMaster); }
+  ~Pty() { CloseMaster(); }
   Pty(const Pty&) = delete;
   Pty& operator=(const Pty&) = delete;
 
   int Master() const { return fMaster; }
+  // Hangs up the line, as a device that is unplugged.
+  void CloseMaster() {
+    if (fMaster >= 0) ::close(fMaster);
+    fMaster = -1;
+  }
   const std::string& SlavePath() const { return fSlave; }
 
   void Write(std::string_view s) const { WriteAll(s.data(), s.size()); }

@@ -26,11 +26,17 @@ link = os.path.join(prefix, "dosdevices", "com5")
 if os.path.lexists(link):
     os.remove(link)
 os.symlink(os.ttyname(slave), link)
-os.close(slave)
+# The slave stays open here as well, as a device that is always there: with no slave open the
+# master reads as hung up between two programs.
 failures = []
 
 
 def start(*args, **kw):
+    # Echo on again, so that wait_open sees this program make the line raw (Wine does not give
+    # the line its settings back when a program closes the port).
+    attrs = termios.tcgetattr(master)
+    attrs[3] |= termios.ECHO
+    termios.tcsetattr(master, termios.TCSANOW, attrs)
     return subprocess.Popen(["wine", os.path.join(exe_dir, "ostrel.exe"), *args], cwd=exe_dir,
                             stdout=subprocess.PIPE, stderr=subprocess.PIPE, **kw)
 
@@ -58,7 +64,7 @@ except subprocess.TimeoutExpired:
     scan.kill()
     failures.append("scan: no codes within a minute")
 
-serial = start("serial", "5", "--mode", "baud=19200 parity=e data=7 stop=1", stdin=subprocess.PIPE)
+serial = start("serial", "5", "--lines", "--mode", "baud=19200 parity=e data=7 stop=1", stdin=subprocess.PIPE)
 if wait_open(serial):
     os.write(master, b"from-device\n")
     time.sleep(0.5)
@@ -76,6 +82,51 @@ try:
 except subprocess.TimeoutExpired:
     serial.kill()
     failures.append("serial: did not end")
+
+# Piped input goes out unchanged (no line ends added), every byte value.
+serial = start("serial", "5", stdin=subprocess.PIPE)
+if wait_open(serial):
+    serial.stdin.write(bytes(range(256)))
+    serial.stdin.close()
+    got = b""
+    end = time.time() + 20
+    while len(got) < 256 and time.time() < end:
+        ready, _, _ = select.select([master], [], [], 1)
+        if ready:
+            got += os.read(master, 512)
+    if got != bytes(range(256)):
+        failures.append(f"serial sent {len(got)} bytes, not the 256 byte values in order")
+try:
+    serial.wait(60)
+except subprocess.TimeoutExpired:
+    serial.kill()
+    failures.append("serial with piped input: did not end")
+
+# A device path that is no serial port is named with the reason.
+bad = start("serial", "C:\\windows\\win.ini", stdin=subprocess.DEVNULL)
+try:
+    _, err = bad.communicate(timeout=60)
+    text = err.decode("utf-8", "replace")
+    if bad.returncode != 1 or "C:\\windows\\win.ini" not in text or "недоступно" not in text:
+        failures.append(f"serial on a file: status {bad.returncode}, {text!r}")
+except subprocess.TimeoutExpired:
+    bad.kill()
+    failures.append("serial on a file: did not end")
+
+# The device goes away under a waiting scanner. Whether Wine passes the hang-up of a
+# pseudo-terminal on to the program is Wine's business, so what happens is printed, not judged.
+scan = start("scan", "5")
+if wait_open(scan):
+    os.close(master)
+    master = -1
+    try:
+        _, err = scan.communicate(timeout=10)
+        print(f"wine: scan after the device went away: status {scan.returncode}, "
+              f"{err.decode('utf-8', 'replace').strip()!r}")
+    except subprocess.TimeoutExpired:
+        scan.kill()
+        print("wine: scan did not notice the device going away within 10 s (Wine does not report "
+              "the hang-up of a pseudo-terminal to WaitCommEvent)")
 
 for f in failures:
     print("FAIL:", f, file=sys.stderr)

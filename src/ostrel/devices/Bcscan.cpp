@@ -2,13 +2,10 @@
 #include <ostrel/devices/Bcscan.h>
 
 #include <ostrel/rtl/Format.h>
+#include <ostrel/rtl/Process.h>
 
 #include <atomic>
 #include <memory>
-
-#ifdef _WIN32
-#include <windows.h>
-#endif
 
 namespace ostrel {
 
@@ -21,17 +18,7 @@ TBCServerHook BCServerHook = nullptr;
 
 namespace {
 
-bool DefaultAppActive() {
-#ifdef _WIN32
-  HWND foreground = ::GetForegroundWindow();
-  DWORD process = 0;
-  if (foreground) ::GetWindowThreadProcessId(foreground, &process);
-  return process == ::GetCurrentProcessId();
-#else
-  // No window system to ask: the program is the one its user works with.
-  return true;
-#endif
-}
+bool DefaultAppActive() { return IsForegroundProcess(); }
 
 std::atomic<TAppActiveQuery> appActiveQuery{&DefaultAppActive};
 

@@ -1,13 +1,15 @@
 // The serial device on Linux: a terminal driven through the kernel's termios2 interface (which
 // takes any rate, so that 14400, 56000, 128000 and 256000 are set as they are), non-blocking
-// reads and writes that wait in poll as the Windows driver time-outs would, and a worker-side
-// waiter built on epoll.
+// reads and writes that wait in poll as the Windows driver time-outs would, a worker-side
+// waiter built on epoll, and the hidden window as a control of the main thread's queue.
 #if !defined(_WIN32)
 
-#include <ostrel/devices/CommDevice.h>
+#include <ostrel/devices/detail/CommDevice.h>
 
 #include <ostrel/rtl/Exceptions.h>
+#include <ostrel/rtl/Format.h>
 #include <ostrel/rtl/Strings.h>
+#include <ostrel/rtl/Threads.h>
 
 #include <algorithm>
 #include <atomic>
@@ -169,9 +171,15 @@ class TPosixDevice final : public TCommDevice {
     fTimeouts = timeouts;
   }
 
+  // The abort flags stop overlapped transfers still under way; here every transfer has ended
+  // when its call returns, so they have nothing to do. Clearing the output drops only what the
+  // driver still holds (TIOCOUTQ): a pseudo-terminal holds nothing, its bytes already sit in
+  // the other side's input, and flushing would throw away what that side has not read yet.
   bool Purge(Cardinal flags) override {
-    bool rx = flags & (CommPurge::RxAbort | CommPurge::RxClear);
-    bool tx = flags & (CommPurge::TxAbort | CommPurge::TxClear);
+    bool rx = flags & CommPurge::RxClear;
+    bool tx = flags & CommPurge::TxClear;
+    int pending = 0;
+    if (tx && (Ioctl(fFd, TIOCOUTQ, &pending) != 0 || pending == 0)) tx = false;
     if (!rx && !tx) return true;
     std::intptr_t which = rx && tx ? TCIOFLUSH : rx ? TCIFLUSH : TCOFLUSH;
     return Ioctl(fFd, TCFLSH, reinterpret_cast<void*>(which)) == 0;
@@ -181,8 +189,10 @@ class TPosixDevice final : public TCommDevice {
 
   void Queues(Integer& input, Integer& output) override {
     int in = 0, out = 0;
-    Check(Ioctl(fFd, FIONREAD, &in));
-    Check(Ioctl(fFd, TIOCOUTQ, &out));
+    if (Ioctl(fFd, FIONREAD, &in) != 0 || Ioctl(fFd, TIOCOUTQ, &out) != 0) {
+      if (errno == EIO || errno == ENXIO || errno == ENODEV) MarkLost("Queues");
+      RaiseLastOSError();
+    }
     input = in;
     output = out;
   }
@@ -265,14 +275,28 @@ class TPosixDevice final : public TCommDevice {
     for (;;) {
       ssize_t n = write ? ::write(fFd, p, static_cast<std::size_t>(count))
                         : ::read(fFd, p, static_cast<std::size_t>(count));
-      if (n >= 0) return static_cast<Integer>(n);
+      if (n > 0 || count == 0) return static_cast<Integer>(n);
+      if (n == 0) {
+        // Without VMIN a terminal answers an empty read both when nothing is queued and when
+        // its line has hung up; only the latter shows in poll.
+        pollfd pfd{fFd, 0, 0};
+        if (!write && ::poll(&pfd, 1, 0) > 0 && (pfd.revents & (POLLHUP | POLLERR))) {
+          errno = EIO;
+          MarkLost("Read");
+        }
+        return 0;
+      }
       if (errno == EINTR) continue;
       if (errno == EAGAIN || errno == EWOULDBLOCK) return 0;
+      // A terminal whose line hung up answers EIO (a pseudo-terminal whose master closed, a USB
+      // adapter pulled out) or ENXIO/ENODEV (the driver gone).
+      if (errno == EIO || errno == ENXIO || errno == ENODEV) MarkLost(write ? "Write" : "Read");
       RaiseLastOSError();
     }
   }
 
-  // Waits up to ms (-1: without limit) for the device to be readable or writable.
+  // Waits up to ms (-1: without limit) for the device to be readable or writable; a device
+  // that hangs up counts as ready, so that the transfer meets the hang-up and reports it.
   bool Ready(short events, int ms) {
     pollfd pfd{fFd, events, 0};
     for (;;) {
@@ -281,6 +305,21 @@ class TPosixDevice final : public TCommDevice {
       if (errno != EINTR) RaiseLastOSError();
     }
   }
+
+ public:
+  bool Lost() const noexcept override { return fLost.load(std::memory_order_acquire); }
+
+  // Records the loss; with an operation name, raises the error that says what happened.
+  void MarkLost(const char* operation = nullptr) {
+    int e = errno;
+    fLost.store(true, std::memory_order_release);
+    if (!operation) return;
+    throw EOSError(Format("%s: the device went away (%s)", operation, SysErrorMessage(static_cast<Cardinal>(e))),
+                   static_cast<Cardinal>(e));
+  }
+
+ private:
+  std::atomic<bool> fLost{false};
 
   int fFd;
   int fKick = -1;
@@ -301,8 +340,9 @@ class TPosixWaiter final : public TCommWaiter {
       Add(fStop, EPOLLIN, 0);
       // Edge-triggered: a batch is reported when bytes arrive, as the Windows driver reports
       // evRxChar, not again and again while unread bytes wait.
-      if (mask & (CommMask::RxChar | CommMask::RxFlag | CommMask::Rx80Full))
-        Add(device.Fd(), EPOLLIN | EPOLLET, 1);
+      // The device is watched whatever the mask, for its hang-up (always reported by epoll).
+      bool rx = mask & (CommMask::RxChar | CommMask::RxFlag | CommMask::Rx80Full);
+      Add(device.Fd(), (rx ? static_cast<Cardinal>(EPOLLIN) : 0u) | EPOLLET, 1);
       if (mask & CommMask::TxEmpty) {
         Add(device.Kick(), EPOLLIN, 2);
         device.fWatchTx.store(true, std::memory_order_release);
@@ -346,6 +386,7 @@ class TPosixWaiter final : public TCommWaiter {
             }
             if (ev[i].events & (EPOLLERR | EPOLLHUP)) {
               got |= CommMask::Err;
+              fDevice.MarkLost();
               // A hung-up line stays hung up; further reports would only repeat it.
               ::epoll_ctl(fEpoll, EPOLL_CTL_DEL, fDevice.Fd(), nullptr);
             }
@@ -422,19 +463,74 @@ std::unique_ptr<TCommWaiter> TPosixDevice::CreateWaiter(Cardinal mask) {
 
 }  // namespace
 
-std::shared_ptr<TCommDevice> TCommDevice::Open(const AnsiString& path) {
+namespace {
+
+AnsiString OpenFailure(int e) {
+  switch (e) {
+    case ENOENT: case ENXIO: case ENODEV: return CommConst::SReasonNoDevice.Str();
+    case ENOTTY: return CommConst::SReasonNotSerial.Str();
+    case EISDIR: return CommConst::SReasonDirectory.Str();
+    case EACCES: case EPERM: case EROFS: return CommConst::SReasonAccess.Str();
+    case EBUSY: case EWOULDBLOCK: return CommConst::SReasonBusy.Str();
+    default: return SysErrorMessage(static_cast<Cardinal>(e));
+  }
+}
+
+// The hidden window without a window system: a windowed control reached through the main
+// thread's queue.
+class TPosixCommWindow final : public TCommWindow, public TWinControl {
+ public:
+  explicit TPosixCommWindow(TkxCommPort* port) : TWinControl(nullptr), fPort(port) {}
+
+  void Detach() noexcept override { fPort.store(nullptr); }
+  void Send(Cardinal mask) override { TWinControl::Send(CM_COMMEVENT, mask, 0); }
+  void Default(TMessage& m) override { TWinControl::WndProc(m); }
+  // The worker's Send is main-thread work, which WaitFor serves while it waits.
+  void WaitForSender(TThread&) override {}
+
+ protected:
+  void WndProc(TMessage& m) override {
+    if (TkxCommPort* port = fPort.load())
+      port->WndProc(m);
+    else
+      TWinControl::WndProc(m);
+  }
+
+ private:
+  std::atomic<TkxCommPort*> fPort;
+};
+
+}  // namespace
+
+std::shared_ptr<TCommDevice> TCommDevice::Open(const AnsiString& path, AnsiString& reason) {
   std::string name = AnsiToUtf8(path);
   int fd = ::open(name.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-  if (fd < 0) return nullptr;
+  if (fd < 0) {
+    reason = OpenFailure(errno);
+    return nullptr;
+  }
   termios2 original{};
   // No sharing: a second opener, through this library or any program that locks, is refused.
-  if (::flock(fd, LOCK_EX | LOCK_NB) != 0 || Ioctl(fd, TCGETS2, &original) != 0) {
-    int e = errno == EWOULDBLOCK ? EBUSY : errno;
+  // The terminal check comes first, so that a plain file is called what it is.
+  int failed = 0;
+  if (Ioctl(fd, TCGETS2, &original) != 0)
+    failed = errno == EINVAL ? ENOTTY : errno;
+  else if (::flock(fd, LOCK_EX | LOCK_NB) != 0)
+    failed = errno;
+  if (failed) {
     ::close(fd);
-    errno = e;
+    reason = OpenFailure(failed);
     return nullptr;
   }
   return std::make_shared<TPosixDevice>(fd, original);
+}
+
+AnsiString TCommDevice::DefaultPath(Integer portNumber) { return Format("/dev/ttyS%d", portNumber - 1); }
+
+void TCommDevice::RaiseNotOpen() { RaiseLastOSError(EBADF); }
+
+std::unique_ptr<TCommWindow> TCommWindow::Create(TkxCommPort* port) {
+  return std::make_unique<TPosixCommWindow>(port);
 }
 
 }  // namespace ostrel

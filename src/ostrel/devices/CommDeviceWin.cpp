@@ -1,11 +1,15 @@
 // The serial device on Windows: the system's COM driver with overlapped I/O, its own time-outs
-// and its own line events (WaitCommEvent).
+// and its own line events (WaitCommEvent), the system's mode-string parser, and the hidden
+// message-only window of smWindowSync.
 #ifdef _WIN32
 
-#include <ostrel/devices/CommDevice.h>
+#include <ostrel/devices/detail/CommDevice.h>
 
 #include <ostrel/rtl/Exceptions.h>
+#include <ostrel/rtl/Format.h>
+#include <ostrel/rtl/Threads.h>
 
+#include <atomic>
 #include <cstring>
 
 #include <windows.h>
@@ -18,6 +22,13 @@ static_assert(sizeof(::DCB) == sizeof(TDCB), "TDCB must be the system's DCB");
 
 void Check(BOOL ok) {
   if (!ok) RaiseLastOSError();
+}
+
+// What the driver of a removed device (a USB adapter pulled out) answers on its open handle.
+// Not ERROR_OPERATION_ABORTED: that is also the answer to the purge of a close.
+bool IsGoneError(DWORD e) {
+  return e == ERROR_ACCESS_DENIED || e == ERROR_BAD_COMMAND || e == ERROR_DEVICE_REMOVED ||
+         e == ERROR_GEN_FAILURE || e == ERROR_DEV_NOT_EXIST || e == ERROR_FILE_NOT_FOUND;
 }
 
 // A manual-reset event, closed with its owner.
@@ -97,12 +108,24 @@ class TWinDevice final : public TCommDevice {
     DWORD moved = 0;
     BOOL ok = write ? ::WriteFile(fHandle, buffer, static_cast<DWORD>(count), nullptr, &ov)
                     : ::ReadFile(fHandle, buffer, static_cast<DWORD>(count), nullptr, &ov);
-    if (!ok && ::GetLastError() != ERROR_IO_PENDING) RaiseLastOSError();
-    Check(::GetOverlappedResult(fHandle, &ov, &moved, TRUE));
+    if (!ok && ::GetLastError() != ERROR_IO_PENDING) Fail(write);
+    if (!::GetOverlappedResult(fHandle, &ov, &moved, TRUE)) Fail(write);
     return static_cast<Integer>(moved);
   }
 
+  [[noreturn]] void Fail(bool write) {
+    DWORD e = ::GetLastError();
+    if (!IsGoneError(e)) RaiseLastOSError(e);
+    MarkLost();
+    throw EOSError(Format("%s: the device went away (%s)", write ? "Write" : "Read", SysErrorMessage(e)), e);
+  }
+
   HANDLE fHandle;
+  std::atomic<bool> fLost{false};
+
+ public:
+  bool Lost() const noexcept override { return fLost.load(std::memory_order_acquire); }
+  void MarkLost() noexcept { fLost.store(true, std::memory_order_release); }
 };
 
 class TWinWaiter final : public TCommWaiter {
@@ -116,8 +139,15 @@ class TWinWaiter final : public TCommWaiter {
       OVERLAPPED ov{};
       ov.hEvent = fOverlapped.Get();
       DWORD mask = 0;
-      if (!::WaitCommEvent(fDevice.Handle(), &mask, &ov) && ::GetLastError() != ERROR_IO_PENDING)
+      if (fDevice.Lost()) {
+        // Reported once; from here on only the stop is waited for.
+        ::WaitForSingleObject(fStop.Get(), INFINITE);
+        return false;
+      }
+      if (!::WaitCommEvent(fDevice.Handle(), &mask, &ov) && ::GetLastError() != ERROR_IO_PENDING) {
+        if (Gone(events)) return true;
         RaiseLastOSError();
+      }
       HANDLE handles[2] = {fStop.Get(), fOverlapped.Get()};
       DWORD which = ::WaitForMultipleObjects(2, handles, FALSE, INFINITE);
       if (which != WAIT_OBJECT_0 + 1) {
@@ -129,11 +159,23 @@ class TWinWaiter final : public TCommWaiter {
         return false;
       }
       DWORD ignored = 0;
-      if (::GetOverlappedResult(fDevice.Handle(), &ov, &ignored, FALSE) && mask != 0) {
-        events = mask;
+      if (::GetOverlappedResult(fDevice.Handle(), &ov, &ignored, FALSE)) {
+        if (mask != 0) {
+          events = mask;
+          return true;
+        }
+      } else if (Gone(events)) {
         return true;
       }
     }
+  }
+
+  // After a failed wait: a removed device is marked lost and reported as a line error.
+  bool Gone(Cardinal& events) {
+    if (!IsGoneError(::GetLastError())) return false;
+    fDevice.MarkLost();
+    events = CommMask::Err;
+    return true;
   }
 
   void Stop() override { ::SetEvent(fStop.Get()); }
@@ -153,13 +195,100 @@ std::unique_ptr<TCommWaiter> TWinDevice::CreateWaiter(Cardinal mask) {
   return std::make_unique<TWinWaiter>(*this, mask);
 }
 
+// The message-only window of smWindowSync.
+class TWinCommWindow final : public TCommWindow {
+ public:
+  explicit TWinCommWindow(TkxCommPort* port) : fPort(port) {
+    static const ATOM windowClass = [] {
+      WNDCLASSA wc{};
+      wc.lpfnWndProc = &TWinCommWindow::Proc;
+      wc.hInstance = ::GetModuleHandleA(nullptr);
+      wc.lpszClassName = "TkxCommPortWindow";
+      return ::RegisterClassA(&wc);
+    }();
+    fHandle = ::CreateWindowExA(0, reinterpret_cast<LPCSTR>(static_cast<ULONG_PTR>(windowClass)), "", 0,
+                                0, 0, 0, 0, HWND_MESSAGE, nullptr, ::GetModuleHandleA(nullptr), nullptr);
+    if (!fHandle) RaiseLastOSError();
+    ::SetWindowLongPtrA(fHandle, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+  }
+  ~TWinCommWindow() override { ::DestroyWindow(fHandle); }
+
+  void Detach() noexcept override { fPort.store(nullptr); }
+  void Send(Cardinal mask) override { ::SendMessageA(fHandle, CM_COMMEVENT, mask, 0); }
+  void Default(TMessage& m) override {
+    m.Result = ::DefWindowProcA(fHandle, m.Msg, static_cast<WPARAM>(m.WParam), static_cast<LPARAM>(m.LParam));
+  }
+  // A worker inside SendMessageA waits for this thread to take sent messages.
+  void WaitForSender(TThread& worker) override {
+    while (!worker.Finished()) {
+      ::MsgWaitForMultipleObjects(0, nullptr, FALSE, 10, QS_SENDMESSAGE);
+      MSG msg;
+      ::PeekMessageA(&msg, nullptr, 0, 0, PM_NOREMOVE | PM_QS_SENDMESSAGE);
+    }
+  }
+
+ private:
+  static LRESULT CALLBACK Proc(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam) {
+    auto* self = reinterpret_cast<TWinCommWindow*>(::GetWindowLongPtrA(hwnd, GWLP_USERDATA));
+    TkxCommPort* port = self ? self->fPort.load() : nullptr;
+    if (!port) return ::DefWindowProcA(hwnd, msg, wParam, lParam);
+    TMessage m{msg, static_cast<std::uintptr_t>(wParam), static_cast<std::intptr_t>(lParam), 0};
+    port->WndProc(m);
+    return static_cast<LRESULT>(m.Result);
+  }
+
+  std::atomic<TkxCommPort*> fPort;
+  HWND fHandle = nullptr;
+};
+
+AnsiString OpenFailure(DWORD e) {
+  switch (e) {
+    case ERROR_FILE_NOT_FOUND: case ERROR_PATH_NOT_FOUND: case ERROR_BAD_NETPATH:
+    case ERROR_INVALID_NAME: case ERROR_DEV_NOT_EXIST:
+      return CommConst::SReasonNoDevice.Str();
+    // The COM driver answers a second opener with access denied, so this is the likely case.
+    case ERROR_ACCESS_DENIED: case ERROR_SHARING_VIOLATION:
+      return CommConst::SReasonBusy.Str();
+    default: return SysErrorMessage(e);
+  }
+}
+
 }  // namespace
 
-std::shared_ptr<TCommDevice> TCommDevice::Open(const AnsiString& path) {
+std::shared_ptr<TCommDevice> TCommDevice::Open(const AnsiString& path, AnsiString& reason) {
   HANDLE h = ::CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                            FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OVERLAPPED, nullptr);
-  if (h == INVALID_HANDLE_VALUE) return nullptr;
+  if (h == INVALID_HANDLE_VALUE) {
+    reason = OpenFailure(::GetLastError());
+    return nullptr;
+  }
+  // A file or a pipe opens as well; only a communications device has a device block.
+  ::DCB d{};
+  d.DCBlength = sizeof d;
+  if (!::GetCommState(h, &d)) {
+    ::CloseHandle(h);
+    reason = CommConst::SReasonNotSerial.Str();
+    return nullptr;
+  }
   return std::make_shared<TWinDevice>(h);
+}
+
+AnsiString TCommDevice::DefaultPath(Integer portNumber) { return Format("\\\\.\\COM%d", portNumber); }
+
+void TCommDevice::RaiseNotOpen() { RaiseLastOSError(ERROR_INVALID_HANDLE); }
+
+std::unique_ptr<TCommWindow> TCommWindow::Create(TkxCommPort* port) {
+  return std::make_unique<TWinCommWindow>(port);
+}
+
+// The mode-string syntax is the system's own here.
+bool CommModeToDCB(std::string_view mode, TDCB& dcb) {
+  ::DCB d;
+  std::memcpy(&d, &dcb, sizeof d);
+  AnsiString text(mode);
+  if (!::BuildCommDCBA(text.c_str(), &d)) return false;
+  std::memcpy(static_cast<void*>(&dcb), &d, sizeof d);
+  return true;
 }
 
 }  // namespace ostrel

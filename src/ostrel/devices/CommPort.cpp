@@ -1,7 +1,8 @@
 // TkxCommPort: settings, open and close, transfers, the worker thread and its dispatch, and
-// the settings-store parameters. The device calls are behind TCommDevice (CommDevice.h).
-#include <ostrel/devices/CommDevice.h>
+// the settings-store parameters. Everything the system does is behind TCommDevice and
+// TCommWindow (detail/CommDevice.h), so this file is the same on every platform.
 #include <ostrel/devices/Kxcommport.h>
+#include <ostrel/devices/detail/CommDevice.h>
 
 #include <ostrel/rtl/Format.h>
 #include <ostrel/rtl/Registry.h>
@@ -10,14 +11,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cerrno>
 #include <map>
 #include <mutex>
 #include <vector>
-
-#ifdef _WIN32
-#include <windows.h>
-#endif
 
 namespace ostrel {
 
@@ -37,12 +33,6 @@ constexpr Cardinal EventBits[10] = {CommMask::RxChar, CommMask::TxEmpty, CommMas
 
 std::mutex deviceMapLock;
 std::map<Integer, AnsiString> deviceMap;
-
-#ifdef _WIN32
-constexpr Cardinal InvalidHandleError = ERROR_INVALID_HANDLE;
-#else
-constexpr Cardinal InvalidHandleError = EBADF;
-#endif
 
 }  // namespace
 
@@ -72,11 +62,7 @@ AnsiString CommPortDevice(Integer portNumber) {
     auto it = deviceMap.find(portNumber);
     if (it != deviceMap.end()) return it->second;
   }
-#ifdef _WIN32
-  return Format("\\\\.\\COM%d", portNumber);
-#else
-  return Format("/dev/ttyS%d", portNumber - 1);
-#endif
+  return TCommDevice::DefaultPath(portNumber);
 }
 
 void SetCommPortDevice(Integer portNumber, std::string_view path) {
@@ -105,69 +91,6 @@ void TkxCommTimeouts::Set(int index, Integer value) {
   fOwner->UpdateTimeouts();
 }
 
-// ---- the hidden window -----------------------------------------------------------------
-
-// Receives CM_COMMEVENT for smWindowSync and hands it to the port's WndProc on the main thread.
-#ifdef _WIN32
-class TkxCommPort::THiddenWindow {
- public:
-  explicit THiddenWindow(TkxCommPort* port) : fPort(port) {
-    static const ATOM windowClass = [] {
-      WNDCLASSA wc{};
-      wc.lpfnWndProc = &THiddenWindow::Proc;
-      wc.hInstance = ::GetModuleHandleA(nullptr);
-      wc.lpszClassName = "TkxCommPortWindow";
-      return ::RegisterClassA(&wc);
-    }();
-    fHandle = ::CreateWindowExA(0, reinterpret_cast<LPCSTR>(static_cast<ULONG_PTR>(windowClass)), "", 0,
-                                0, 0, 0, 0, HWND_MESSAGE, nullptr, ::GetModuleHandleA(nullptr), nullptr);
-    if (!fHandle) RaiseLastOSError();
-    ::SetWindowLongPtrA(fHandle, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
-  }
-  ~THiddenWindow() { ::DestroyWindow(fHandle); }
-
-  void Detach() noexcept { fPort = nullptr; }
-  // On the worker: hands the events over and returns when they have been handled.
-  void Send(Cardinal mask) { ::SendMessageA(fHandle, CM_COMMEVENT, mask, 0); }
-  void Default(TMessage& m) {
-    m.Result = ::DefWindowProcA(fHandle, m.Msg, static_cast<WPARAM>(m.WParam), static_cast<LPARAM>(m.LParam));
-  }
-
- private:
-  static LRESULT CALLBACK Proc(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam) {
-    auto* self = reinterpret_cast<THiddenWindow*>(::GetWindowLongPtrA(hwnd, GWLP_USERDATA));
-    if (!self || !self->fPort) return ::DefWindowProcA(hwnd, msg, wParam, lParam);
-    TMessage m{msg, static_cast<std::uintptr_t>(wParam), static_cast<std::intptr_t>(lParam), 0};
-    self->fPort->WndProc(m);
-    return static_cast<LRESULT>(m.Result);
-  }
-
-  TkxCommPort* fPort;
-  HWND fHandle = nullptr;
-};
-#else
-// Without a window system, a windowed control reached through the main thread's queue.
-class TkxCommPort::THiddenWindow : public TWinControl {
- public:
-  explicit THiddenWindow(TkxCommPort* port) : TWinControl(nullptr), fPort(port) {}
-
-  void Detach() noexcept { fPort = nullptr; }
-  void Send(Cardinal mask) { TWinControl::Send(CM_COMMEVENT, mask, 0); }
-  void Default(TMessage& m) { TWinControl::WndProc(m); }
-
- protected:
-  void WndProc(TMessage& m) override {
-    if (fPort)
-      fPort->WndProc(m);
-    else
-      TWinControl::WndProc(m);
-  }
-
- private:
-  TkxCommPort* fPort;
-};
-#endif
-
 // ---- the event thread -------------------------------------------------------------------
 
 class TkxCommEventThread : public TThread {
@@ -175,27 +98,19 @@ class TkxCommEventThread : public TThread {
   // The worker owns the window it sends to, so that the window lives as long as a worker
   // that may still be sending.
   TkxCommEventThread(TkxCommPort* port, std::shared_ptr<TCommDevice> device, Cardinal mask,
-                     std::unique_ptr<TkxCommPort::THiddenWindow> window)
+                     std::unique_ptr<TCommWindow> window)
       : TThread(true), fPort(port), fDevice(std::move(device)), fWindow(std::move(window)),
         fSyncMethod(port->SyncMethod()), fWaiter(fDevice->CreateWaiter(mask)) {}
 
   ~TkxCommEventThread() override {
     if (ThreadID() == std::thread::id()) return;  // never started
     Stop();
-#ifdef _WIN32
-    // A worker inside SendMessageA waits for this thread to take sent messages.
-    if (fWindow) {
-      while (!Finished()) {
-        ::MsgWaitForMultipleObjects(0, nullptr, FALSE, 10, QS_SENDMESSAGE);
-        MSG msg;
-        ::PeekMessageA(&msg, nullptr, 0, 0, PM_NOREMOVE | PM_QS_SENDMESSAGE);
-      }
-    }
-#endif
+    // A worker inside Send waits for this thread to take what it sends.
+    if (fWindow) fWindow->WaitForSender(*this);
     WaitFor();
   }
 
-  TkxCommPort::THiddenWindow* Window() const noexcept { return fWindow.get(); }
+  TCommWindow* Window() const noexcept { return fWindow.get(); }
   // The port no longer takes events; what is under way finds no port.
   void Detach() noexcept {
     fPort.store(nullptr);
@@ -249,7 +164,7 @@ class TkxCommEventThread : public TThread {
 
   std::atomic<TkxCommPort*> fPort;
   std::shared_ptr<TCommDevice> fDevice;
-  std::unique_ptr<TkxCommPort::THiddenWindow> fWindow;
+  std::unique_ptr<TCommWindow> fWindow;
   TkxCommSyncMethod fSyncMethod;
   std::unique_ptr<TCommWaiter> fWaiter;
 };
@@ -296,7 +211,7 @@ void TkxCommPort::Open() {
     UpdateTimeouts();
     fActive = true;
     if (!fEvents.Empty()) {
-      auto window = fSyncMethod == smWindowSync ? std::make_unique<THiddenWindow>(this) : nullptr;
+      auto window = fSyncMethod == smWindowSync ? TCommWindow::Create(this) : nullptr;
       // Created suspended: the port is complete before a handler can see it.
       auto thread = std::make_unique<TkxCommEventThread>(this, fDevice, EventsToMask(fEvents), std::move(window));
       fWindow = thread->Window();
@@ -354,17 +269,52 @@ void TkxCommPort::Loaded() {
 
 void TkxCommPort::CreateHandle() {
   AnsiString path = fDevicePath.empty() ? CommPortDevice(fPortNumber) : fDevicePath;
-  fDevice = TCommDevice::Open(path);
-  if (!fDevice) throw Exception(Format(CommConst::SPortBusy.Str(), static_cast<Integer>(fPortNumber)));
+  AnsiString reason;
+  fDevice = TCommDevice::Open(path, reason);
+  if (fDevice) return;
+  // A port given by number keeps the classic text; a path given by the user is named back to
+  // them with the reason, since the number would be one they never gave.
+  if (fDevicePath.empty())
+    throw Exception(Format(CommConst::SPortBusy.Str(), static_cast<Integer>(fPortNumber)));
+  throw Exception(Format(CommConst::SDeviceUnavailable.Str(), fDevicePath, reason));
+}
+
+bool TkxCommPort::DeviceLost() const {
+  std::shared_ptr<TCommDevice> device = fDevice;
+  return device && device->Lost();
 }
 
 void TkxCommPort::DestroyHandle() { fDevice.reset(); }
 
 namespace {
+
+// Every way a line setting comes in (the setters, AssignDCB, the settings store) passes these
+// checks, so that no value outside its enumeration reaches the device block or the saved text.
 void CheckPortNumber(Integer value) {
   if (value < 1 || value > 16)
     throw EInvalidArgument(Format("SetPortNumber: port number %d is outside 1 to 16", value));
 }
+
+void CheckDataBits(Integer value) {
+  if (value < 5 || value > 8)
+    throw EInvalidArgument(Format("SetDataBits: %d data bits are outside 5 to 8", value));
+}
+
+void CheckParity(Integer value) {
+  if (value < ptNone || value > ptSpace)
+    throw EInvalidArgument(Format("SetParity: parity %d is outside 0 (none) to 4 (space)", value));
+}
+
+void CheckStopBits(Integer value) {
+  if (value < sb1 || value > sb2)
+    throw EInvalidArgument(Format("SetStopBits: stop bits %d are outside 0 (one) to 2 (two)", value));
+}
+
+void CheckFlowControl(Integer value) {
+  if (value < fcNone || value > fcXonXoff)
+    throw EInvalidArgument(Format("SetFlowControl: flow control %d is outside 0 (none) to 2 (xon/xoff)", value));
+}
+
 }  // namespace
 
 void TkxCommPort::SetPortNumber(TkxCommPortNumber value) {
@@ -386,20 +336,22 @@ void TkxCommPort::SetBaudRate(TkxCommPortBaudRate value) {
 
 void TkxCommPort::SetDataBits(TkxCommPortDataBits value) {
   if (value == fDataBits) return;  // an unchanged value is never checked
-  if (value < 5 || value > 8)
-    throw EInvalidArgument(Format("SetDataBits: %d data bits are outside 5 to 8", static_cast<Integer>(value)));
+  CheckDataBits(value);
   SetLineSetting(fDataBits, value);
 }
 
 void TkxCommPort::SetParity(TkxCommPortParity value) {
+  CheckParity(value);
   SetLineSetting(fParity, value);
 }
 
 void TkxCommPort::SetStopBits(TkxCommPortStopBits value) {
+  CheckStopBits(value);
   SetLineSetting(fStopBits, value);
 }
 
 void TkxCommPort::SetFlowControl(TkxCommPortFlowControl value) {
+  CheckFlowControl(value);
   SetLineSetting(fFlowControl, value);
 }
 
@@ -431,6 +383,10 @@ void TkxCommPort::BuildDCB(TDCB& dcb) {
 }
 
 void TkxCommPort::AssignDCB(const TDCB& dcb) {
+  // All checked before anything is taken, so that a bad block changes nothing.
+  if (dcb.ByteSize != fDataBits) CheckDataBits(dcb.ByteSize);
+  CheckParity(dcb.Parity);
+  CheckStopBits(dcb.StopBits);
   SetBaudRate(dcb.BaudRate);
   SetDataBits(dcb.ByteSize);
   SetParity(static_cast<TkxCommPortParity>(dcb.Parity));
@@ -461,14 +417,14 @@ void TkxCommPort::ClearBuffers() {
 }
 
 Integer TkxCommPort::InputCount() {
-  if (!fDevice) RaiseLastOSError(InvalidHandleError);
+  if (!fDevice) TCommDevice::RaiseNotOpen();
   Integer in = 0, out = 0;
   fDevice->Queues(in, out);
   return in;
 }
 
 Integer TkxCommPort::OutputCount() {
-  if (!fDevice) RaiseLastOSError(InvalidHandleError);
+  if (!fDevice) TCommDevice::RaiseNotOpen();
   Integer in = 0, out = 0;
   fDevice->Queues(in, out);
   return out;
@@ -481,7 +437,7 @@ Integer TkxCommPort::Transfer(TTransfer op, void* buffer, Integer count, Integer
   if (count < 1) return 0;
   // A handler run by ProcessMessages may close the port; the device stays until this ends.
   std::shared_ptr<TCommDevice> device = fDevice;
-  if (!device) RaiseLastOSError(InvalidHandleError);
+  if (!device) TCommDevice::RaiseNotOpen();
   auto* p = static_cast<char*>(buffer);
   Integer total = 0;
   for (;;) {
@@ -493,11 +449,11 @@ Integer TkxCommPort::Transfer(TTransfer op, void* buffer, Integer count, Integer
     if (elapsed >= static_cast<long long>(limit)) break;
     Application::ProcessMessages();
     if (count <= 0) break;
-    // Nothing moved: rather than asking again at once, wait a little for the device (short
-    // enough that the main thread's queue keeps running).
-    if (n == 0)
-      device->WaitReady(op == static_cast<TTransfer>(&TCommDevice::Write),
-                        static_cast<int>(std::min<long long>(10, static_cast<long long>(limit) - elapsed)));
+    // A short transfer has emptied (or filled) the driver's queue: asking again at once would
+    // only move nothing, so wait for the device first (briefly, so that the main thread's
+    // queue keeps running).
+    device->WaitReady(op == static_cast<TTransfer>(&TCommDevice::Write),
+                      static_cast<int>(std::min<long long>(10, static_cast<long long>(limit) - elapsed)));
   }
   return total;
 }
@@ -529,9 +485,18 @@ void TkxCommPort::HandleEvents(TkxCommEvents events) {
 }
 
 void TkxCommPort::DoReceive() {
-  Integer n = InputCount();
-  std::vector<char> buffer(static_cast<std::size_t>(n));
-  Read(buffer.data(), n, -1);
+  Integer n = 0;
+  std::vector<char> buffer;
+  try {
+    n = InputCount();
+    buffer.resize(static_cast<std::size_t>(n));
+    Read(buffer.data(), n, -1);
+  } catch (const EOSError&) {
+    // Bytes and the hang-up may come in one batch: the loss is what the handlers hear of,
+    // as evError, not a failure of this read.
+    if (!DeviceLost()) throw;
+    return;
+  }
   ReceiveData(buffer.data(), n);
 }
 

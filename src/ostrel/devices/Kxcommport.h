@@ -134,11 +134,22 @@ OSTREL_API void SetCommPortDevice(Integer portNumber, std::string_view path);
 
 class TkxCommPort;
 class TCommDevice;
+class TCommWindow;
 class TkxCommEventThread;
 
 namespace CommConst {
 inline constexpr auto SPortAlreadyOpen = Cp1251(u8"Порт уже открыт.\r\rОперация невозможна.");
 inline constexpr auto SPortBusy = Cp1251(u8"Порт COM%d занят или недоступен.");
+// A device given by its path: the path and the reason in the user's words.
+inline constexpr auto SDeviceUnavailable = Cp1251(u8"Устройство %s недоступно: %s.");
+// The reasons of SDeviceUnavailable where the system's own text would say little.
+inline constexpr auto SReasonNoDevice = Cp1251(u8"нет такого устройства");
+inline constexpr auto SReasonNotSerial = Cp1251(u8"это не последовательный порт и не терминал");
+inline constexpr auto SReasonDirectory = Cp1251(u8"это каталог");
+inline constexpr auto SReasonAccess = Cp1251(u8"нет прав доступа");
+inline constexpr auto SReasonBusy = Cp1251(u8"устройство занято другой программой");
+// An open device that went away: unplugged, or its other end closed.
+inline constexpr auto SDeviceGone = Cp1251(u8"Устройство %s отключено.");
 inline constexpr std::string_view SAsyncPtrNil = "Bug: AsyncPtr = nil";
 }  // namespace CommConst
 
@@ -201,8 +212,9 @@ class OSTREL_API TkxCommPort : public TComponent {
   explicit TkxCommPort(TComponent* owner = nullptr);
   ~TkxCommPort() override;
 
-  // Opens the device (see the class notes); raises "Порт COM%d занят или недоступен." and
-  // stays closed when it cannot. While the component is loading or designed it only records
+  // Opens the device (see the class notes); when it cannot, raises "Порт COM%d занят или
+  // недоступен." for a port number, or, for a device path, SDeviceUnavailable naming the path
+  // and the reason, and stays closed. While the component is loading or designed it only records
   // Active; Loaded opens it.
   void Open();
   // Discards pending transfers, stops the worker, closes the device. Harmless when closed;
@@ -214,6 +226,11 @@ class OSTREL_API TkxCommPort : public TComponent {
   bool Active() const noexcept { return fActive; }
   void SetActive(bool value);
   bool HandleAllocated() const noexcept { return fDevice != nullptr; }
+  // True once the open device has gone away (unplugged, or the other end of a pseudo-terminal
+  // closed). The worker notices it within a moment, even with no transfer under way, and
+  // reports evError once (to OnEvent, when evError is in Events); Read and Write on it raise
+  // EOSError saying that the device went away. Only Close helps then.
+  bool DeviceLost() const;
   // Raises the already-open error when the device is open.
   void CheckClosed();
   void Loaded() override;
@@ -303,7 +320,6 @@ class OSTREL_API TkxCommPort : public TComponent {
   friend class TkxCommEventThread;
   friend class TkxCommBuffer;
   friend class TkxCommTimeouts;
-  class THiddenWindow;
   using TTransfer = Integer (TCommDevice::*)(void*, Integer);
   Integer Transfer(TTransfer op, void* buffer, Integer count, Integer timeout, Cardinal budget);
   // Runs the handler of a batch of events; Close inside it does not wait for the worker.
@@ -312,7 +328,7 @@ class OSTREL_API TkxCommPort : public TComponent {
   void FinishStopped();
 
   std::shared_ptr<TCommDevice> fDevice;
-  THiddenWindow* fWindow = nullptr;  // owned by the worker, which sends to it
+  TCommWindow* fWindow = nullptr;  // owned by the worker, which sends to it
   std::unique_ptr<TkxCommEventThread> fThread;
   // Guards fThread, fStopped and fDevice against a Close on the worker (smNone) while
   // another thread closes, opens or frees the port.

@@ -1,5 +1,5 @@
-// CommModeToDCB: the Windows mode-string syntax. Windows parses it itself (BuildCommDCBA);
-// elsewhere this is the parser.
+// CommModeToDCB: the Windows mode-string syntax. Windows parses it itself (BuildCommDCBA, in
+// CommDeviceWin.cpp); elsewhere this is the parser.
 #include <ostrel/devices/Kxcommport.h>
 
 #include <ostrel/rtl/Format.h>
@@ -9,25 +9,9 @@
 #include <optional>
 #include <vector>
 
-#ifdef _WIN32
-#include <windows.h>
-#endif
+#ifndef _WIN32
 
 namespace ostrel {
-
-#ifdef _WIN32
-
-bool CommModeToDCB(std::string_view mode, TDCB& dcb) {
-  static_assert(sizeof(::DCB) == sizeof(TDCB));
-  ::DCB d;
-  std::memcpy(&d, &dcb, sizeof d);
-  AnsiString text(mode);
-  if (!::BuildCommDCBA(text.c_str(), &d)) return false;
-  std::memcpy(static_cast<void*>(&dcb), &d, sizeof d);
-  return true;
-}
-
-#else
 
 namespace {
 
@@ -168,12 +152,13 @@ bool ParsePositional(std::string_view text, TDCB& dcb) {
   if (f.size() > 5) return false;
   f.resize(5);
   auto rate = ParseRate(f[0]);
+  if (!rate) return false;  // the default stop bits depend on it
   auto parity = f[1].empty() ? std::optional<Byte>(ptEven) : ParseParity(f[1]);
   auto data = f[2].empty() ? std::optional<Byte>(7) : ParseData(f[2]);
   auto stop = f[3].empty() ? std::optional<Byte>(*rate == 110 ? sb2 : sb1) : ParseStop(f[3]);
   // The retry letter of the mode command has no meaning for the device block.
   bool retry = f[4].empty() || (f[4].size() == 1 && std::strchr("pPeEbBrRnN", f[4][0]));
-  if (!rate || !parity || !data || !stop || !retry) return false;
+  if (!parity || !data || !stop || !retry) return false;
   dcb.BaudRate = *rate;
   dcb.Parity = *parity;
   dcb.ByteSize = *data;
@@ -198,6 +183,6 @@ bool CommModeToDCB(std::string_view mode, TDCB& dcb) {
   return text.find('=') != std::string::npos ? ParseKeyed(text, dcb) : ParsePositional(text, dcb);
 }
 
-#endif
-
 }  // namespace ostrel
+
+#endif

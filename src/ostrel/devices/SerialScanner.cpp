@@ -16,15 +16,34 @@ namespace ostrel {
 
 namespace {
 
+std::mutex lostLock;
+TSerialScannerLost lostHandler;
+
+void ReportLost(const AnsiString& name, const AnsiString& message) {
+  TSerialScannerLost handler;
+  {
+    std::lock_guard lock(lostLock);
+    handler = lostHandler;
+  }
+  if (handler) handler(name, message);
+}
+
 class TSerialBCReader : public TInterfacedObject, public IBCReader {
  public:
   explicit TSerialBCReader(const TSerialScannerConfig& config) : fConfig(config) {
     fPort.SetDevicePath(config.Device);
     fPort.LoadParamsText(config.Params, true);
-    fPort.SetEvents({evRxChar});
+    fPort.SetEvents({evRxChar, evError});
     fPort.SetSyncMethod(smThreadSync);
     fPort.OnReceiveData = [this](TObject*, const void* data, Integer size) {
       Receive(static_cast<const char*>(data), static_cast<std::size_t>(size));
+    };
+    fPort.OnEvent = [this](TObject*, TkxCommEvents) {
+      if (fLostReported || !fPort.DeviceLost()) return;  // a line error, not a loss
+      fLostReported = true;
+      AnsiString where = fConfig.Device.empty() ? Format("COM%d", static_cast<Integer>(fPort.PortNumber()))
+                                                : fConfig.Device;
+      ReportLost(fConfig.Name, Format(CommConst::SDeviceGone.Str(), where));
     };
   }
   ~TSerialBCReader() override { fPort.Close(); }
@@ -65,6 +84,7 @@ class TSerialBCReader : public TInterfacedObject, public IBCReader {
   TkxCommPort fPort;
   IPtr<IBCReaderLink> fLink;
   AnsiString fCode;
+  bool fLostReported = false;
 };
 
 class TSerialDevices : public TInterfacedObject, public IDevices {
@@ -155,6 +175,12 @@ std::vector<TSerialScannerConfig> LoadSerialScanners() {
     scanners.push_back(std::move(config));
   }
   return scanners;
+}
+
+TSerialScannerLost SetSerialScannerLostHandler(TSerialScannerLost handler) {
+  std::lock_guard lock(lostLock);
+  std::swap(lostHandler, handler);
+  return handler;
 }
 
 void RegisterSerialScannerModule() {

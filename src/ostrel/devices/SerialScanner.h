@@ -18,6 +18,7 @@
 
 #include <ostrel/devices/Devintf.h>
 
+#include <functional>
 #include <vector>
 
 namespace ostrel {
@@ -39,6 +40,13 @@ inline constexpr std::string_view SerialScannerRegKey = "\\Software\\Velmora Sof
 OSTREL_API void RegisterSerialScannerModule();
 // ... or with these scanners.
 OSTREL_API void RegisterSerialScannerModule(std::vector<TSerialScannerConfig> scanners);
+
+// Called on the main thread when the device of an open scanner goes away (unplugged, hung up),
+// once per scanner, with its name and a message saying what happened. The scanner reads
+// nothing more until the readers are closed and opened again. Empty by default; returns the
+// previous handler.
+using TSerialScannerLost = std::function<void(const AnsiString& name, const AnsiString& message)>;
+OSTREL_API TSerialScannerLost SetSerialScannerLostHandler(TSerialScannerLost handler);
 
 // The scanners configured in the settings store (see above).
 OSTREL_API std::vector<TSerialScannerConfig> LoadSerialScanners();

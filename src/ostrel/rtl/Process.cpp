@@ -119,6 +119,17 @@ AnsiString HostComputerName() {
 #endif
 }
 
+bool IsForegroundProcess() {
+#if defined(_WIN32)
+  HWND foreground = GetForegroundWindow();
+  DWORD process = 0;
+  if (foreground) GetWindowThreadProcessId(foreground, &process);
+  return process == GetCurrentProcessId();
+#else
+  return true;
+#endif
+}
+
 void SystemMessageBox(std::string_view caption, std::string_view text) {
 #if defined(_WIN32)
   MessageBoxA(nullptr, AnsiString(text).c_str(), AnsiString(caption).c_str(), MB_OK);

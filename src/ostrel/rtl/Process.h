@@ -30,6 +30,11 @@ OSTREL_API bool SetProcessEnvValue(std::string_view name, std::string_view value
 // The computer's network name ("" when the system cannot tell).
 OSTREL_API AnsiString HostComputerName();
 
+// Whether this process owns the window the user works in: on Windows the process of the
+// foreground window; true elsewhere, where there is no window system to ask and the program
+// is the one its user works with.
+OSTREL_API bool IsForegroundProcess();
+
 // Shows text to the user and returns when it has been seen: on Windows a modal MessageBoxA
 // without owner window and one OK button; elsewhere "caption: text" in UTF-8 on standard error.
 OSTREL_API void SystemMessageBox(std::string_view caption, std::string_view text);
