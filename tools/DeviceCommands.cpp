@@ -26,31 +26,17 @@ struct PortArgs {
 };
 
 // PORT and the options the command allows (--baud N, and --mode TEXT or --count N).
-PortArgs ParsePortArgs(const std::vector<AnsiString>& args, bool modeOption, bool countOption) {
+PortArgs ParsePortArgs(const Args& args) {
   PortArgs r;
   auto number = [](const AnsiString& text, const char* what) {
     Integer n = 0;
     if (!TryStrToInt(text, n) || n <= 0) throw UsageError(std::string(what) + " must be a positive integer");
     return n;
   };
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    const AnsiString& a = args[i];
-    bool hasValue = i + 1 < args.size();
-    if (a == "--baud" && hasValue) {
-      r.baud = number(args[++i], "--baud");
-    } else if (modeOption && a == "--mode" && hasValue) {
-      r.mode = args[++i];
-    } else if (countOption && a == "--count" && hasValue) {
-      r.count = number(args[++i], "--count");
-    } else if (!a.empty() && a[0] == '-') {
-      throw UsageError("unknown option or missing value: " + a);
-    } else if (r.port.empty()) {
-      r.port = a;
-    } else {
-      throw UsageError("one port only");
-    }
-  }
-  if (r.port.empty()) throw UsageError("a port number or device path is needed");
+  r.port = args.Values()[0];
+  if (const AnsiString* baud = args.Value("--baud")) r.baud = number(*baud, "--baud");
+  r.mode = args.Value("--mode", "");
+  if (const AnsiString* count = args.Value("--count")) r.count = number(*count, "--count");
   return r;
 }
 
@@ -77,8 +63,8 @@ void SetUpPort(TkxCommPort& port, const PortArgs& a) {
   if (a.baud) port.SetBaudRate(static_cast<Cardinal>(*a.baud));
 }
 
-int RunSerial(Cli& cli, std::vector<AnsiString> args) {
-  PortArgs a = ParsePortArgs(args, true, false);
+int RunSerial(Cli& cli, const Args& args) {
+  PortArgs a = ParsePortArgs(args);
   TkxCommPort port;
   SetUpPort(port, a);
   port.SetEvents({evRxChar});
@@ -104,8 +90,8 @@ int RunSerial(Cli& cli, std::vector<AnsiString> args) {
   return 0;
 }
 
-int RunScan(Cli& cli, std::vector<AnsiString> args) {
-  PortArgs a = ParsePortArgs(args, false, true);
+int RunScan(Cli& cli, const Args& args) {
+  PortArgs a = ParsePortArgs(args);
   TkxCommPort probe;  // checks the arguments and gives the settings text
   SetUpPort(probe, a);
   RegisterSerialScannerModule({{a.port, probe.ParamsText(), probe.DevicePath(), "\r\n"}});
@@ -130,9 +116,18 @@ int RunScan(Cli& cli, std::vector<AnsiString> args) {
 
 }  // namespace
 
-OSTREL_CLI_COMMAND("serial", "Terminal on a serial port: prints what arrives, sends what is typed",
-                   "PORT [--baud N] [--mode TEXT]", RunSerial);
-OSTREL_CLI_COMMAND("scan", "Barcode scanner on a serial port: prints each code read",
-                   "PORT [--baud N] [--count N]", RunScan);
+OSTREL_CLI_COMMAND(.name = "serial",
+                   .summary = "Terminal on a serial port: prints what arrives, sends what is typed",
+                   .run = RunSerial, .usage = "PORT",
+                   .options = {{"--baud", "N", "the baud rate"},
+                               {"--mode", "TEXT", "settings as a mode string (\"9600,n,8,1\")"}},
+                   .minValues = 1, .maxValues = 1,
+                   .details = "PORT is a port number (1 to 16) or a device path.");
+OSTREL_CLI_COMMAND(.name = "scan", .summary = "Barcode scanner on a serial port: prints each code read",
+                   .run = RunScan, .usage = "PORT",
+                   .options = {{"--baud", "N", "the baud rate"},
+                               {"--count", "N", "stop after N codes (default: run until stopped)"}},
+                   .minValues = 1, .maxValues = 1,
+                   .details = "PORT is a port number (1 to 16) or a device path.");
 
 }  // namespace ostrel::cli
