@@ -249,9 +249,7 @@ class LayoutReader {
         Get(a, "name", panelName);
         const Frame inner{f.x, f.panel->AddPanel(panelName), nullptr};
         push(inner, Children(fSource, f.x, {"panel", "control"}));
-      } else if (AnsiSameText(element, "unplaced")) {
-        if (f.x->get_Parent() != fSource.root)
-          Fail(fSource, f.x, "<unplaced> belongs directly in <layout>");
+      } else if (AnsiSameText(element, "unplaced")) {  // only <layout> allows it
         CheckElement(fSource, f.x, {});
         push({f.x, nullptr, nullptr}, Children(fSource, f.x, {"control"}));
       } else {
