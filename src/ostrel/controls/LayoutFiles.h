@@ -103,7 +103,8 @@ class OSTREL_API TkxLayoutPicture {
 
   // Starts a row of columns under a heading (the first row starts by itself).
   void NewRow(std::string_view heading = {});
-  // Draws the grid as it is now as the next column of the current row.
+  // Draws the grid as it is now as the next column of the current row. A tree more than
+  // 1000 panels deep raises Exception (its picture would grow with the square of its depth).
   void Add(const TkxLayoutGrid& grid, std::string_view caption);
   // The picture as an <svg> element (item is cleared first), or as a file.
   void SaveToXItem(TXItem* item) const;

@@ -7,6 +7,7 @@
 
 #include <ostrel/rtl/Format.h>
 #include <ostrel/rtl/Variants.h>
+#include <ostrel/services/ErrServ.h>
 #include <ostrel/xml/Xmlutils.h>
 
 #include <algorithm>
@@ -23,6 +24,7 @@ constexpr Integer kCell = 22;   // a control's cell
 constexpr Integer kGap = 6;     // between cells, between boxes
 constexpr Integer kColumnGap = 32;
 constexpr Integer kHeading = 28;
+constexpr Integer kMaxDepth = 1000;
 
 Integer TextWidth(std::string_view text) { return static_cast<Integer>(text.size()) * kChar; }
 
@@ -114,12 +116,17 @@ void TkxLayoutPicture::Add(const TkxLayoutGrid& grid, std::string_view caption) 
   // Sizes first, children before parents: the panels in tree order, measured backwards.
   std::vector<const TkxLayoutPanel*> order;
   std::unordered_map<const TkxLayoutPanel*, Metrics> m;
-  std::vector<const TkxLayoutPanel*> stack{grid.Layout()};
+  std::vector<std::pair<const TkxLayoutPanel*, Integer>> stack{{grid.Layout(), 0}};
   while (!stack.empty()) {
-    const TkxLayoutPanel* p = stack.back();
+    const auto [p, depth] = stack.back();
     stack.pop_back();
+    // Each level nests a group and indents its lines in the file, so a picture of a very
+    // deep tree grows with the square of its depth: refused rather than written for minutes.
+    if (depth > kMaxDepth)
+      DIE("TkxLayoutPicture: layout \"%s\" is more than %d panels deep; draw it as text instead",
+          grid.Name(), kMaxDepth);
     order.push_back(p);
-    for (Integer i = p->PanelCount() - 1; i >= 0; --i) stack.push_back(p->Panels(i));
+    for (Integer i = p->PanelCount() - 1; i >= 0; --i) stack.emplace_back(p->Panels(i), depth + 1);
   }
   auto title = [&](const TkxLayoutPanel* p) {
     return p == grid.Layout() ? (grid.Name().empty() ? AnsiString("(grid)") : grid.Name())
