@@ -160,10 +160,10 @@ expect_line "$work/xmlattrs.out" '^sum=1021\.05$' "xml find --attrs lists the at
 expect_line "$work/xmlattrs.out" '^payee=Globex Ltd\.$' "xml find --attrs lists the attributes"
 run xmlmissing xml find "$payments" 'payment[@number="999"]/purpose'
 [[ $(status xmlmissing) == 1 ]] || fail "xml find of a missing path exited $(status xmlmissing)"
-expect_line "$work/xmlmissing.err" '^FindXPath fail "payment\[@number="999"\]/purpose"$' "path in the not-found message"
+expect_line "$work/xmlmissing.err" '^ostrel: FindXPath fail "payment\[@number="999"\]/purpose"$' "path in the not-found message"
 expect_line "$work/xmlmissing.err" '^Tag <payment> not found$' "tag in the not-found message"
 run xmlnoattr xml find "$payments" 'payment' --attr nothing
-expect_line "$work/xmlnoattr.err" '^Tag <payment>: аttribute "nothing" not found$' "xml find of a missing attribute"
+expect_line "$work/xmlnoattr.err" '^ostrel: Tag <payment>: аttribute "nothing" not found$' "xml find of a missing attribute"
 run xmlusage xml find "$payments"
 [[ $(status xmlusage) == 2 ]] || fail "xml find without a path exited $(status xmlusage)"
 iconv -f UTF-8 -t CP1251 >"$work/fixes.xml" <<'EOF'
@@ -203,12 +203,75 @@ run layout_reshow layout show "$work/merged.xml"
 sed 's/targetname="btnOk"/targetname="btnHelp"/' "$layouts/schema.xml" >"$work/badschema.xml"
 run layout_bad layout merge "$layouts/form.xml" "$layouts/frame.xml" "$work/badschema.xml"
 [[ $(status layout_bad) == 1 ]] || fail "a failing merge exited $(status layout_bad), not 1"
-[[ $(cat "$work/layout_bad.err") == "ostrel: Exception: TkxLayoutMergeSchema: TargetPoint  = nil" ]] ||
+[[ $(cat "$work/layout_bad.err") == "ostrel: $work/badschema.xml: item 2 of 2 (edPhone root > btnHelp root): TkxLayoutMergeSchema: TargetPoint  = nil" ]] ||
   fail "a failing merge printed '$(cat "$work/layout_bad.err")'"
+# ... and draws the layouts as the failure left them: the first item applied, the second not.
+expect_line "$work/layout_bad.out" '^    Address: edCity \(TkxEdit\)$' "the item before the failure stays applied"
+expect_line "$work/layout_bad.out" '^  Contacts: edPhone \(TkxEdit\)$' "the failing item's panel stays in the frame"
 run layout_usage layout merge "$layouts/form.xml"
 [[ $(status layout_usage) == 2 ]] || fail "layout merge with one file exited $(status layout_usage), not 2"
+# --no-merge with both layouts saved: the hidden state of the frame is kept in its file.
+run layout_frame layout merge "$layouts/form.xml" "$layouts/frame.xml" "$layouts/schema.xml" --no-merge \
+  -o "$work/nm-form.xml" --frame-out="$work/nm-frame.xml"
+[[ $(status layout_frame) == 0 && ! -s "$work/layout_frame.out" ]] || fail "layout merge --frame-out: $(cat "$work/layout_frame.err")"
+run layout_frame_show layout show "$work/nm-frame.xml"
+expect_line "$work/layout_frame_show.out" '^    Street: edStreet \(TkxEdit, hidden\)$' "--frame-out saves the hidden sources"
+# A misspelt attribute is an error naming the file, line and column and the allowed names.
+sed 's/targetshift=""/shift=""/' "$layouts/schema.xml" >"$work/misspelt.xml"
+run layout_misspelt layout merge "$layouts/form.xml" "$layouts/frame.xml" "$work/misspelt.xml"
+[[ $(status layout_misspelt) == 1 ]] || fail "a misspelt schema exited $(status layout_misspelt), not 1"
+expect_line "$work/layout_misspelt.err" "^ostrel: $work/misspelt\.xml:[0-9]+:3: unknown attribute \"shift\" of <item>; allowed: mode, source, sourceshift, target, targetname, targetshift$" \
+  "a misspelt attribute names its place"
+# Pictures: well-formed XML, one group per panel and control.
+run layout_svg layout show "$layouts/form.xml" --svg "$work/form.svg"
+run layout_merge_svg layout merge "$layouts/form.xml" "$layouts/frame.xml" "$layouts/schema.xml" --svg "$work/merge.svg"
+run svgcheck xml check "$work/form.svg" "$work/merge.svg"
+[[ $(status svgcheck) == 0 ]] || fail "the pictures are not well-formed: $(cat "$work/svgcheck.out")"
+[[ $(grep -c '<g class="panel' "$work/form.svg") == 6 ]] || fail "the form's picture has not one group per panel"
+[[ $(grep -c '<g class="panel' "$work/merge.svg") == 20 ]] || fail "the merge picture has not four layouts' panels"
+# 300 000 nested panels are drawn, not a crash.
+{ printf '<layout name="Deep">'; yes '<panel>' | head -n 300000 | tr -d '\n'
+  yes '</panel>' | head -n 300000 | tr -d '\n'; printf '</layout>'; } >"$work/deep.xml"
+run layout_deep layout show "$work/deep.xml"
+[[ $(status layout_deep) == 0 && $(wc -l <"$work/layout_deep.out") == 300001 ]] ||
+  fail "layout show of 300000 nested panels: status $(status layout_deep), $(wc -l <"$work/layout_deep.out") lines"
+
+# One way of taking arguments for every command.
+run cmds --help
+for cmd in $(sed -n '/^Commands:/,/^$/p' "$work/cmds.out" | sed -n 's/^  \([a-z]\+\( [a-z]\+\)\?\)  .*/\1/p' | tr ' ' '_'); do
+  words=(${cmd//_/ })
+  run "help_$cmd" "${words[@]}" --help
+  [[ $(status "help_$cmd") == 0 ]] || fail "'${words[*]} --help' exited $(status "help_$cmd")"
+  expect_line "$work/help_$cmd.out" "^Usage: ostrel ${words[*]}( |$)" "'${words[*]} --help' shows the usage"
+  expect_line "$work/help_$cmd.out" '^  --help +show this help$' "'${words[*]} --help' lists the options"
+done
+run help_late layout merge a.xml b.xml --help
+[[ $(status help_late) == 0 ]] && expect_line "$work/help_late.out" '^  --frame-out OUT ' "--help after arguments"
+check_cmd eq_value "Twenty-one dollars 00 cents" words 21 --lang=EN --currency=USD
+check_cmd eq_mode "2" round --mode=HalfEven 2.5 0
+check_cmd negative "-3" round -- -2.5 0
+run dashdash xml check -- -p.xml
+[[ $(status dashdash) == 1 ]] && expect_line "$work/dashdash.out" '^-p\.xml: .+' "'--' hands '-p.xml' to the command"
+# A bad value typed by the user is bad usage (2); a library error is 1, printed one way.
+check_usage bad_date "'32.01.2025' is not a valid date" bankday 32.01.2025 1
+check_usage bad_count 'N must be an integer' bankday 01.01.2025 x
+check_usage bad_amount "'abc'" words abc
+check_usage bad_places "not 'x'" round 2.5 x
+check_usage bad_lang "XX" words 1 --lang XX
+check_usage bad_flag "option --strict takes no value" params x --strict=1
+check_usage bad_merge_opt "unknown option '--frob' for 'layout merge'" layout merge a b c --frob
+check_usage no_sub "layout needs a command: merge, show" layout
+run lib_error bankday 31.12.9999 1
+[[ $(status lib_error) == 1 && $(cat "$work/lib_error.err") == "ostrel: bankday: the result lies outside the years 1 to 9999" ]] ||
+  fail "a library error printed '$(cat "$work/lib_error.err")' with status $(status lib_error)"
+run missing_xml xml format "$work/none.xml"
+run missing_layout layout show "$work/none.xml"
+[[ $(status missing_xml) == 1 && $(status missing_layout) == 1 ]] || fail "a missing file is not status 1"
+cmp -s "$work/missing_xml.err" "$work/missing_layout.err" ||
+  fail "xml and layout report a missing file differently: $(cat "$work/missing_xml.err" "$work/missing_layout.err")"
+grep -q 'Exception:' "$work"/*.err && fail "an error names an exception class"
 # Serial devices: bad usage, and a device that is not there.
-check_usage serial_noport 'a port number or device path is needed' serial
+check_usage serial_noport 'serial takes PORT' serial
 check_usage scan_badbaud '--baud must be a positive integer' scan 1 --baud fast
 run scan_missing scan /nonexistent/tty --count 1
 [[ $(status scan_missing) == 1 ]] || fail "scan of a missing device exited $(status scan_missing), not 1"

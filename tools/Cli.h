@@ -2,18 +2,25 @@
 //
 // A subcommand lives in its own tools/<Name>.cpp and registers itself:
 //
-//   static int RunHello(ostrel::cli::Cli& cli, std::vector<ostrel::AnsiString> args) {
-//     if (args.size() > 1) throw ostrel::cli::UsageError("hello takes at most one name");
-//     cli.WriteLn(args.empty() ? ostrel::AnsiString("world") : args[0]);  // CP1251 text
+//   static int RunHello(ostrel::cli::Cli& cli, const ostrel::cli::Args& args) {
+//     const ostrel::AnsiString name = args.Values().empty() ? "world" : args.Values()[0];
+//     cli.WriteLn(args.Value("--greeting", "Hello") + ", " + name);  // CP1251 text
 //     return 0;
 //   }
-//   OSTREL_CLI_COMMAND("hello", "Greet someone", "[NAME]", RunHello);
+//   OSTREL_CLI_COMMAND(.name = "hello", .summary = "Greet someone", .run = RunHello,
+//                      .usage = "[NAME]", .options = {{"--greeting", "TEXT", "the word"}},
+//                      .maxValues = 1);
 //
-// Arguments reach the command already converted to CP1251 and with the program's own
-// options removed; everything written through Cli is CP1251 and is converted to the
-// terminal's encoding (UTF-8, or raw CP1251 under --cp1251) on the way out.
+// Arguments reach the command already converted to CP1251, parsed by the one parser every
+// command shares (Args), with the program's own options removed. Errors are reported one
+// way for all: a UsageError (bad usage, a bad value typed by the user) prints "ostrel: "
+// and its message with a hint about --help and gives status 2; a library Exception prints
+// "ostrel: " and its message (line breaks kept) and gives status 1. Everything written
+// through Cli is CP1251 and is converted to the terminal's encoding (UTF-8, or raw CP1251
+// under --cp1251) on the way out.
 #pragma once
 
+#include <ostrel/rtl/Exceptions.h>
 #include <ostrel/rtl/Types.h>
 
 #include <iosfwd>
@@ -70,13 +77,62 @@ class Cli {
   bool fRaw;
 };
 
-// One subcommand. `name`, `summary` and `usage` are ASCII or UTF-8 literals; `usage` lists
-// the arguments after the name ("FILE [COUNT]") and may be null for none.
+// One option of a command: "--name" (or a short "-o"); `value` names the value it takes
+// ("FILE"), null for a flag; `help` says what it does. ASCII or UTF-8 literals.
+struct Option {
+  const char* name;
+  const char* value;
+  const char* help;
+};
+
+// A command's arguments as the common parser leaves them: options by name, the rest in
+// order. Every command takes options the same way: "--name value" and "--name=value"
+// anywhere, "--" ending the options; a negative number ("-5", "-.5") or "-" alone is a
+// value. "--help" (or "-h") anywhere before "--" shows the command's help instead.
+class Args {
+ public:
+  // The arguments that are not options, in order.
+  const std::vector<AnsiString>& Values() const { return fValues; }
+  // Whether the flag was given.
+  bool Flag(std::string_view name) const;
+  // The value of an option (the last one when given twice), or null when not given.
+  const AnsiString* Value(std::string_view name) const;
+  AnsiString Value(std::string_view name, std::string_view fallback) const;
+
+ private:
+  friend struct ArgsParser;
+  std::vector<AnsiString> fValues;
+  std::vector<std::pair<std::string, AnsiString>> fOptions;
+};
+
+// Runs fn on a value taken from the command line; a library error it raises (the text is
+// not a date, not a number...) becomes a UsageError, because the user typed it.
+template <class Fn>
+auto ArgValue(Fn&& fn) -> decltype(fn()) {
+  try {
+    return fn();
+  } catch (const Exception& e) {
+    throw UsageError(e.Message());
+  }
+}
+
+// Text with CR LF, CR or LF line ends as terminal lines (LF): the library's messages break
+// lines with CR, which a terminal would overprint.
+AnsiString TerminalLines(std::string_view text);
+
+// One command, registered with OSTREL_CLI_COMMAND and designated initialisers. `name` is one
+// word ("words") or a group and a word ("layout merge"); `usage` lists the values after the
+// name ("FORM FRAME SCHEMA"); the parser checks that between minValues and maxValues (-1: no
+// limit) values are given before `run` is called. `details` is more help text (lines).
 struct Command {
   const char* name;
   const char* summary;
-  int (*run)(Cli&, std::vector<AnsiString> args);
+  int (*run)(Cli&, const Args& args);
   const char* usage = nullptr;
+  std::vector<Option> options = {};
+  int minValues = 0;
+  int maxValues = -1;
+  const char* details = nullptr;
 };
 
 // Adds a command to the registry; used through OSTREL_CLI_COMMAND at namespace scope.
@@ -122,10 +178,11 @@ int Main(const std::vector<std::string>& args, std::istream& in, std::ostream& o
 
 #define OSTREL_CLI_CONCAT_(a, b) a##b
 #define OSTREL_CLI_CONCAT(a, b) OSTREL_CLI_CONCAT_(a, b)
-// Registers `fn` as the subcommand `name` (a string literal); `usage` may be nullptr.
-#define OSTREL_CLI_COMMAND(name, summary, usage, fn)                             \
+// Registers a command: OSTREL_CLI_COMMAND(.name = "hello", .summary = "...", .run = RunHello,
+// .usage = "[NAME]", .maxValues = 1).
+#define OSTREL_CLI_COMMAND(...)                                                  \
   static const ::ostrel::cli::CommandRegistrar OSTREL_CLI_CONCAT(                \
-      ostrelCliCommand_, __COUNTER__){::ostrel::cli::Command{name, summary, fn, usage}}
+      ostrelCliCommand_, __COUNTER__){::ostrel::cli::Command{__VA_ARGS__}}
 // Registers `fn` as a section of `ostrel demo`.
 #define OSTREL_CLI_DEMO(order, title, fn)                                        \
   static const ::ostrel::cli::DemoRegistrar OSTREL_CLI_CONCAT(                   \

@@ -93,7 +93,8 @@ OSTREL_CLI_DEMO(20, "Cyrillic case and collation (CP1251 tables)", DemoCase);
 OSTREL_CLI_DEMO(30, "Tokens", DemoTokens);
 OSTREL_CLI_DEMO(40, "Dates and numbers", DemoDates);
 
-int RunDemo(Cli& cli, std::vector<AnsiString> args) {
+int RunDemo(Cli& cli, const Args& parsed) {
+  const std::vector<AnsiString>& args = parsed.Values();
   cli.WriteLnUtf8(std::string("Ostrel ") + OSTREL_VERSION_STRING +
                   ": the platform layer on Russian text");
   // The demo shows the library's own defaults whatever an earlier section may have changed.
@@ -115,8 +116,8 @@ int RunDemo(Cli& cli, std::vector<AnsiString> args) {
 }
 
 // Extra TEXTs given on the command line are case-folded too, showing the input conversion.
-OSTREL_CLI_COMMAND("demo", "Show the platform layer at work on Russian text", "[TEXT...]",
-                   RunDemo);
+OSTREL_CLI_COMMAND(.name = "demo", .summary = "Show the platform layer at work on Russian text",
+                   .run = RunDemo, .usage = "[TEXT...]");
 
 }  // namespace
 }  // namespace ostrel::cli

@@ -37,36 +37,21 @@ struct PortArgs {
   std::optional<bool> raw;  // --raw / --lines; unset: raw unless standard input is a terminal
 };
 
-// PORT and the options the command allows: --baud N, and for serial --mode TEXT, --raw and
-// --lines, for scan --count N.
-PortArgs ParsePortArgs(const std::vector<AnsiString>& args, bool serial) {
+// PORT and the options given (the parser has already refused options the command lacks).
+PortArgs ParsePortArgs(const Args& args) {
   PortArgs r;
   auto number = [](const AnsiString& text, const char* what) {
     Integer n = 0;
     if (!TryStrToInt(text, n) || n <= 0) throw UsageError(std::string(what) + " must be a positive integer");
     return n;
   };
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    const AnsiString& a = args[i];
-    bool hasValue = i + 1 < args.size();
-    if (a == "--baud" && hasValue) {
-      r.baud = number(args[++i], "--baud");
-    } else if (serial && a == "--mode" && hasValue) {
-      r.mode = args[++i];
-    } else if (serial && (a == "--raw" || a == "--lines")) {
-      if (r.raw && *r.raw != (a == "--raw")) throw UsageError("--raw and --lines exclude each other");
-      r.raw = a == "--raw";
-    } else if (!serial && a == "--count" && hasValue) {
-      r.count = number(args[++i], "--count");
-    } else if (!a.empty() && a[0] == '-') {
-      throw UsageError("unknown option or missing value: " + a);
-    } else if (r.port.empty()) {
-      r.port = a;
-    } else {
-      throw UsageError("one port only");
-    }
-  }
-  if (r.port.empty()) throw UsageError("a port number or device path is needed");
+  r.port = args.Values()[0];
+  if (const AnsiString* baud = args.Value("--baud")) r.baud = number(*baud, "--baud");
+  r.mode = args.Value("--mode", "");
+  if (const AnsiString* count = args.Value("--count")) r.count = number(*count, "--count");
+  const bool raw = args.Flag("--raw"), lines = args.Flag("--lines");
+  if (raw && lines) throw UsageError("--raw and --lines exclude each other");
+  if (raw || lines) r.raw = raw;
   return r;
 }
 
@@ -142,8 +127,8 @@ class TSender {
   const std::atomic<bool>& fLost;
 };
 
-int RunSerial(Cli& cli, std::vector<AnsiString> args) {
-  PortArgs a = ParsePortArgs(args, true);
+int RunSerial(Cli& cli, const Args& args) {
+  PortArgs a = ParsePortArgs(args);
   TkxCommPort port;
   SetUpPort(port, a);
   const bool raw = a.raw ? *a.raw : !StdInputIsTerminal();
@@ -227,8 +212,8 @@ int RunSerial(Cli& cli, std::vector<AnsiString> args) {
   return 0;
 }
 
-int RunScan(Cli& cli, std::vector<AnsiString> args) {
-  PortArgs a = ParsePortArgs(args, false);
+int RunScan(Cli& cli, const Args& args) {
+  PortArgs a = ParsePortArgs(args);
   TkxCommPort probe;  // checks the arguments and gives the settings text
   SetUpPort(probe, a);
   // The scanner module leaves out a scanner it cannot open without saying why; opening the
@@ -275,20 +260,31 @@ int RunScan(Cli& cli, std::vector<AnsiString> args) {
 }  // namespace
 
 OSTREL_CLI_COMMAND(
-    "serial", "Terminal on a serial port: prints what arrives, sends standard input",
-    "PORT [--baud N] [--mode TEXT] [--raw | --lines]\n"
-    "When standard input is a terminal (or with --lines), each line typed is sent with CR LF in\n"
-    "place of its line end, and the bytes received are shown as text. When it is a file or a\n"
-    "pipe (or with --raw), its bytes are sent exactly as they are and the bytes received are\n"
-    "written unchanged. Ends at the end of input (after every byte has been sent), with status 1\n"
-    "when the device goes away, and on Ctrl-C with the port's settings restored.",
-    RunSerial);
+    .name = "serial",
+    .summary = "Terminal on a serial port: prints what arrives, sends standard input",
+    .run = RunSerial, .usage = "PORT",
+    .options = {{"--baud", "N", "the baud rate"},
+                {"--mode", "TEXT", "settings as a mode string (\"9600,n,8,1\")"},
+                {"--raw", nullptr, "send standard input's bytes exactly as they are"},
+                {"--lines", nullptr, "send each line typed with CR LF in place of its line end"}},
+    .minValues = 1, .maxValues = 1,
+    .details =
+        "PORT is a port number (1 to 16) or a device path.\n"
+        "When standard input is a terminal (or with --lines), each line typed is sent with CR LF in\n"
+        "place of its line end, and the bytes received are shown as text. When it is a file or a\n"
+        "pipe (or with --raw), its bytes are sent exactly as they are and the bytes received are\n"
+        "written unchanged. Ends at the end of input (after every byte has been sent), with status 1\n"
+        "when the device goes away, and on Ctrl-C with the port's settings restored.");
 OSTREL_CLI_COMMAND(
-    "scan", "Barcode scanner on a serial port: prints each code read",
-    "PORT [--baud N] [--count N]\n"
-    "Prints each code as it is read, until --count codes have been read or it is interrupted\n"
-    "(Ctrl-C, SIGTERM); standard input is not read, so its end does not stop it. Ends with\n"
-    "status 1 when the device goes away.",
-    RunScan);
+    .name = "scan", .summary = "Barcode scanner on a serial port: prints each code read",
+    .run = RunScan, .usage = "PORT",
+    .options = {{"--baud", "N", "the baud rate"},
+                {"--count", "N", "stop after N codes (default: run until stopped)"}},
+    .minValues = 1, .maxValues = 1,
+    .details =
+        "PORT is a port number (1 to 16) or a device path.\n"
+        "Prints each code as it is read, until --count codes have been read or it is interrupted\n"
+        "(Ctrl-C, SIGTERM); standard input is not read, so its end does not stop it. Ends with\n"
+        "status 1 when the device goes away.");
 
 }  // namespace ostrel::cli

@@ -61,7 +61,8 @@ void DemoDump(Cli& cli) {
 
 OSTREL_CLI_DEMO(50, "The dump: named values in their two text forms", DemoDump);
 
-int RunDump(Cli& cli, std::vector<AnsiString> args) {
+int RunDump(Cli& cli, const Args& parsed) {
+  const std::vector<AnsiString>& args = parsed.Values();
   AnsiString items;
   if (args.empty()) {
     AnsiString line;
@@ -78,8 +79,9 @@ int RunDump(Cli& cli, std::vector<AnsiString> args) {
 }
 
 // Items may also be given one or more per line on standard input.
-OSTREL_CLI_COMMAND("dump", "Build a dump from name=value items and show its text forms",
-                   "[NAME=VALUE[;NAME=VALUE...]...]", RunDump);
+OSTREL_CLI_COMMAND(.name = "dump", .summary = "Build a dump from name=value items and show its text forms",
+                   .run = RunDump, .usage = "[NAME=VALUE[;NAME=VALUE...]...]",
+                   .details = "Without items, they are read from standard input, one or more a line.");
 
 }  // namespace
 }  // namespace ostrel::cli

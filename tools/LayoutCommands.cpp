@@ -1,10 +1,10 @@
-// `ostrel layout show FILE`: draws the panel tree of a layout file.
-// `ostrel layout merge FORM FRAME SCHEMA [--no-merge] [-o OUT]`: loads a form's layout and an
-// embedded frame's layout, applies the merge schema (hides the frame's sources instead under
-// --no-merge), then draws both layouts, or saves the form's layout to OUT.
+// `ostrel layout show` and `ostrel layout merge`: layout files drawn as text or as an SVG
+// picture, and a frame's layout merged into a form's by a schema. docs/LAYOUTS.md describes
+// the files.
 #include "Cli.h"
 
 #include <ostrel/controls/LayoutFiles.h>
+#include <ostrel/rtl/Format.h>
 
 namespace ostrel::cli {
 namespace {
@@ -16,57 +16,87 @@ struct LoadedLayout {
   explicit LoadedLayout(const AnsiString& fileName) { Layout_LoadFromFile(*grid, fileName); }
 };
 
-int RunShow(Cli& cli, const std::vector<AnsiString>& args) {
-  if (args.size() != 1) throw UsageError("layout show takes one FILE");
-  LoadedLayout layout(args[0]);
+AnsiString Caption(std::string_view role, const TkxLayoutGrid& grid) {
+  return AnsiString(role) + ": " + (grid.Name().empty() ? AnsiString("(unnamed)") : grid.Name());
+}
+
+int RunShow(Cli& cli, const Args& args) {
+  LoadedLayout layout(args.Values()[0]);
+  if (const AnsiString* svg = args.Value("--svg")) {
+    TkxLayoutPicture picture;
+    picture.Add(*layout.grid, Caption("layout", *layout.grid));
+    picture.SaveToFile(*svg);
+    return 0;
+  }
   cli.Write(Layout_Draw(*layout.grid));
   return 0;
 }
 
-int RunMerge(Cli& cli, const std::vector<AnsiString>& args) {
-  std::vector<AnsiString> files;
-  bool merge = true;
-  AnsiString out;
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--no-merge") {
-      merge = false;
-    } else if (args[i] == "-o") {
-      if (++i == args.size()) throw UsageError("-o needs a file name");
-      out = args[i];
-    } else if (!args[i].empty() && args[i][0] == '-') {
-      throw UsageError("unknown option '" + args[i] + "' for layout merge");
-    } else {
-      files.push_back(args[i]);
-    }
-  }
-  if (files.size() != 3) throw UsageError("layout merge takes FORM, FRAME and SCHEMA files");
+int RunMerge(Cli& cli, const Args& args) {
+  const std::vector<AnsiString>& files = args.Values();
+  const bool merge = !args.Flag("--no-merge");
   LoadedLayout form(files[0]), frame(files[1]);
   TkxLayoutMergeSchema schema(nullptr);
   MergeSchema_LoadFromFile(schema, files[2], {form.grid, frame.grid});
-  // A schema that names no target layout merges into the form.
-  if (!schema.TargetLayout()) schema.SetTargetLayout(form.grid);
-  schema.Apply(merge);
-  if (!out.empty()) {
-    Layout_SaveToFile(*form.grid, out);
-    return 0;
-  }
-  cli.Write(Layout_Draw(*form.grid));
-  cli.Write(Layout_Draw(*frame.grid));
-  return 0;
-}
 
-int RunLayout(Cli& cli, std::vector<AnsiString> args) {
-  if (args.empty()) throw UsageError("layout needs 'show' or 'merge'");
-  const AnsiString action = args[0];
-  args.erase(args.begin());
-  if (action == "show") return RunShow(cli, args);
-  if (action == "merge") return RunMerge(cli, args);
-  throw UsageError("unknown layout action '" + action + "' (show, merge)");
+  TkxLayoutPicture picture;
+  const AnsiString* svg = args.Value("--svg");
+  if (svg) {
+    picture.NewRow("before");
+    picture.Add(*form.grid, Caption("form", *form.grid));
+    picture.Add(*frame.grid, Caption("frame", *frame.grid));
+  }
+  // The items one by one, as Apply runs them, so that a failure can name its item; the
+  // items before it stay applied, and that state is what gets drawn and saved.
+  AnsiString failure;
+  const Integer count = schema.Items()->Count();
+  for (Integer i = 0; i < count && failure.empty(); ++i) {
+    TkxLayoutMergeItem* item = schema.Items()->Items(i);
+    try {
+      item->DoMerge(schema.TargetLayout(), merge);
+    } catch (const Exception& e) {
+      failure = Format("%s: item %d of %d (%s): %s", files[2], i + 1, count, item->GetDisplayName(),
+                       e.Message());
+    }
+  }
+  if (svg) {
+    picture.NewRow(failure.empty() ? AnsiString(merge ? "after the merge" : "after hiding the sources")
+                                   : AnsiString("as the failure left them"));
+    picture.Add(*form.grid, Caption("form", *form.grid));
+    picture.Add(*frame.grid, Caption("frame", *frame.grid));
+    picture.SaveToFile(*svg);
+  }
+  const AnsiString* formOut = args.Value("-o");
+  const AnsiString* frameOut = args.Value("--frame-out");
+  if (formOut) Layout_SaveToFile(*form.grid, *formOut);
+  if (frameOut) Layout_SaveToFile(*frame.grid, *frameOut);
+  if (!failure.empty() || (!formOut && !frameOut && !svg)) {
+    cli.Write(Layout_Draw(*form.grid));
+    cli.Write(Layout_Draw(*frame.grid));
+  }
+  if (!failure.empty()) throw Exception(failure);
+  return 0;
 }
 
 }  // namespace
 
-OSTREL_CLI_COMMAND("layout", "Draw a layout file, or merge a frame's layout into a form's by a schema",
-                   "show FILE | merge FORM FRAME SCHEMA [--no-merge] [-o OUT]", RunLayout);
+OSTREL_CLI_COMMAND(.name = "layout show", .summary = "Draw a layout file as a text tree or an SVG picture",
+                   .run = RunShow, .usage = "FILE",
+                   .options = {{"--svg", "OUT", "draw the layout as an SVG picture into OUT instead"}},
+                   .minValues = 1, .maxValues = 1,
+                   .details = "Each line of the tree is a panel with its controls; docs/LAYOUTS.md "
+                              "describes the file.");
+OSTREL_CLI_COMMAND(
+    .name = "layout merge", .summary = "Merge a frame's layout into a form's by a schema",
+    .run = RunMerge, .usage = "FORM FRAME SCHEMA",
+    .options = {{"--no-merge", nullptr, "hide the frame's source panels instead of moving them"},
+                {"-o", "OUT", "save the form's layout to OUT"},
+                {"--frame-out", "OUT", "save the frame's layout to OUT"},
+                {"--svg", "OUT", "draw form and frame, before and after, as an SVG picture into OUT"}},
+    .minValues = 3, .maxValues = 3,
+    .details = "Without -o, --frame-out or --svg both layouts are drawn as text. A schema without\n"
+               "targetlayout merges into the form. When an item fails, the error names it, the\n"
+               "layouts are drawn (and saved) as the failure left them, with the items before it\n"
+               "applied, and the exit status is 1.");
 
 }  // namespace ostrel::cli

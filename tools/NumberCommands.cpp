@@ -25,59 +25,6 @@
 namespace ostrel::cli {
 namespace {
 
-// Arguments split into positional values and "--name value" / "--name=value" options. A
-// negative number ("-5", "-.5") is a value, not an option.
-struct Parsed {
-  std::vector<AnsiString> values;
-  std::map<std::string, AnsiString> options;
-  std::set<std::string> flags;
-
-  const AnsiString* Option(const std::string& name) const {
-    auto it = options.find(name);
-    return it == options.end() ? nullptr : &it->second;
-  }
-};
-
-bool LooksNumeric(std::string_view a) {
-  return a.size() > 1 && a[0] == '-' &&
-         ((a[1] >= '0' && a[1] <= '9') || a[1] == '.' || a[1] == ',');
-}
-
-Parsed ParseArgs(const std::vector<AnsiString>& args, std::initializer_list<const char*> valued,
-                 std::initializer_list<const char*> flags) {
-  Parsed p;
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    const AnsiString& a = args[i];
-    if (a.size() < 2 || a[0] != '-' || LooksNumeric(a)) {
-      p.values.push_back(a);
-      continue;
-    }
-    std::string name = a;
-    AnsiString value;
-    bool inlineValue = false;
-    if (const std::size_t eq = name.find('='); eq != std::string::npos) {
-      value = name.substr(eq + 1);
-      name.resize(eq);
-      inlineValue = true;
-    }
-    if (std::find_if(valued.begin(), valued.end(), [&](const char* v) { return name == v; }) !=
-        valued.end()) {
-      if (!inlineValue) {
-        if (i + 1 >= args.size()) throw UsageError("option " + name + " needs a value");
-        value = args[++i];
-      }
-      p.options[name] = value;
-    } else if (!inlineValue && std::find_if(flags.begin(), flags.end(), [&](const char* f) {
-                                 return name == f;
-                               }) != flags.end()) {
-      p.flags.insert(name);
-    } else {
-      throw UsageError("unknown option '" + a + "'");
-    }
-  }
-  return p;
-}
-
 int ParseInt(std::string_view text, const char* what, int lo, int hi) {
   const AnsiString t = Trim(text);
   int v = 0;
@@ -104,13 +51,13 @@ Extended ParseReal(std::string_view text) {
 }
 
 // Runs convert on every value given, or on every line of standard input when none was.
-// A bad value on the command line stops with its error; a bad input line gives an empty
+// A bad value on the command line is bad usage (status 2); a bad input line gives an empty
 // output line (so that output lines stay beside their input lines), its error on standard
 // error, and exit status 1 at the end.
 int ForEachValue(Cli& cli, const std::vector<AnsiString>& values,
                  const std::function<AnsiString(const AnsiString&)>& convert) {
   if (!values.empty()) {
-    for (const AnsiString& v : values) cli.WriteLn(convert(v));
+    for (const AnsiString& v : values) cli.WriteLn(ArgValue([&] { return convert(v); }));
     return 0;
   }
   int status = 0;
@@ -129,18 +76,16 @@ int ForEachValue(Cli& cli, const std::vector<AnsiString>& values,
 
 // ---------------------------------------------------------------------------------------
 
-int RunWords(Cli& cli, std::vector<AnsiString> args) {
-  const Parsed p = ParseArgs(args, {"--lang", "--currency", "--decimals"}, {});
-  const AnsiString lang = p.Option("--lang") ? *p.Option("--lang") : AnsiString("RU");
-  const AnsiString currency = p.Option("--currency") ? *p.Option("--currency") : AnsiString("RUR");
-  const int decimals =
-      p.Option("--decimals") ? ParseInt(*p.Option("--decimals"), "--decimals", 0, 18) : 2;
+int RunWords(Cli& cli, const Args& p) {
+  const AnsiString lang = p.Value("--lang", "RU");
+  const AnsiString currency = p.Value("--currency", "RUR");
+  const int decimals = p.Value("--decimals") ? ParseInt(*p.Value("--decimals"), "--decimals", 0, 18) : 2;
   // Unknown codes fail before any input is read.
   TkxNumToTextRec rec;
-  TkxNumToTextPr::GetNumRec(lang, rec, true);
+  ArgValue([&] { TkxNumToTextPr::GetNumRec(lang, rec, true); });
   TkxCrcToTextRec crc;
-  TkxNumToTextPr::GetCrcRec(rec, currency, crc, true);
-  return ForEachValue(cli, p.values, [&](const AnsiString& amount) {
+  ArgValue([&] { TkxNumToTextPr::GetCrcRec(rec, currency, crc, true); });
+  return ForEachValue(cli, p.Values(), [&](const AnsiString& amount) {
     const AnsiString t = LowerCase(Trim(amount));
     if (t == "nan" || t == "inf" || t == "-inf" || t == "+inf")
       throw EConvertError("'" + Trim(amount) + "' is not an amount");
@@ -156,13 +101,12 @@ TSex ParseGender(std::string_view g) {
   throw UsageError("--gender must be m, f or n, not '" + AnsiString(g) + "'");
 }
 
-int RunNumber(Cli& cli, std::vector<AnsiString> args) {
-  const Parsed p = ParseArgs(args, {"--lang", "--gender"}, {});
-  const AnsiString lang = p.Option("--lang") ? *p.Option("--lang") : AnsiString("RU");
-  const TSex sex = p.Option("--gender") ? ParseGender(*p.Option("--gender")) : Male;
+int RunNumber(Cli& cli, const Args& p) {
+  const AnsiString lang = p.Value("--lang", "RU");
+  const TSex sex = p.Value("--gender") ? ParseGender(*p.Value("--gender")) : Male;
   TkxNumToTextRec rec;
-  TkxNumToTextPr::GetNumRec(lang, rec, true);
-  return ForEachValue(cli, p.values, [&](const AnsiString& value) {
+  ArgValue([&] { TkxNumToTextPr::GetNumRec(lang, rec, true); });
+  return ForEachValue(cli, p.Values(), [&](const AnsiString& value) {
     const AnsiString digits = Trim(value);
     const std::size_t start = !digits.empty() && (digits[0] == '-' || digits[0] == '+') ? 1 : 0;
     if (start >= digits.size() ||
@@ -208,14 +152,11 @@ AnsiString RoundedText(Extended v, int places, char separator) {
   return buf;
 }
 
-int RunRound(Cli& cli, std::vector<AnsiString> args) {
-  const Parsed p = ParseArgs(args, {"--mode"}, {});
-  const TDecimalRoundingCtrl mode = p.Option("--mode") ? ParseMode(*p.Option("--mode")) : drHalfUp;
-  if (p.values.empty() || p.values.size() > 2)
-    throw UsageError("round takes X and PLACES, or PLACES alone with X on each input line");
-  const int places = ParseInt(p.values.back(), "PLACES", -4932, 4932);
+int RunRound(Cli& cli, const Args& p) {
+  const TDecimalRoundingCtrl mode = p.Value("--mode") ? ParseMode(*p.Value("--mode")) : drHalfUp;
+  const int places = ParseInt(p.Values().back(), "PLACES", -4932, 4932);
   std::vector<AnsiString> xs;
-  if (p.values.size() == 2) xs.push_back(p.values[0]);
+  if (p.Values().size() == 2) xs.push_back(p.Values()[0]);
   return ForEachValue(cli, xs, [&](const AnsiString& x) {
     const Extended v = ParseReal(x);
     const char separator = x.find(',') != AnsiString::npos ? ',' : '.';
@@ -223,18 +164,17 @@ int RunRound(Cli& cli, std::vector<AnsiString> args) {
   });
 }
 
-int RunParams(Cli& cli, std::vector<AnsiString> args) {
-  const Parsed p = ParseArgs(args, {"--marker"}, {"--strict"});
+int RunParams(Cli& cli, const Args& p) {
   char marker = '%';
-  if (const AnsiString* m = p.Option("--marker")) {
+  if (const AnsiString* m = p.Value("--marker")) {
     if (m->size() != 1) throw UsageError("--marker must be one character, not '" + *m + "'");
     marker = (*m)[0];
   }
-  const bool strict = p.flags.count("--strict") > 0;
+  const bool strict = p.Flag("--strict");
   IPtr<IDump> dump = GetDumpIntf();
   std::vector<AnsiString> templates;
-  for (std::size_t i = 0; i < p.values.size(); ++i) {
-    const AnsiString& v = p.values[i];
+  for (std::size_t i = 0; i < p.Values().size(); ++i) {
+    const AnsiString& v = p.Values()[i];
     if (i == 0) {
       if (v != "-") templates.push_back(v);
       continue;
@@ -276,18 +216,29 @@ void DemoNumbers(Cli& cli) {
 
 OSTREL_CLI_DEMO(60, "Rounding, amounts in words and parameter templates", DemoNumbers);
 
-OSTREL_CLI_COMMAND("words", "Write an amount in words with its currency units",
-                   "[AMOUNT...] [--lang RU|EN] [--currency RUR|USD|EUR] [--decimals N]  "
-                   "(no AMOUNT: one per input line)",
-                   RunWords);
-OSTREL_CLI_COMMAND("number", "Write a whole number in words",
-                   "[DIGITS...] [--lang RU|EN] [--gender m|f|n]  (no DIGITS: one per input line)",
-                   RunNumber);
-OSTREL_CLI_COMMAND("round", "Round a number to decimal places in one of the ten rounding modes",
-                   "[X] PLACES [--mode NAME]  (no X: one per input line)", RunRound);
-OSTREL_CLI_COMMAND("params", "Fill %name references of a template from NAME=VALUE pairs",
-                   "[TEMPLATE|-] [NAME=VALUE...] [--marker C] [--strict]  (no TEMPLATE or -: "
-                   "one per input line)",
-                   RunParams);
+OSTREL_CLI_COMMAND(.name = "words", .summary = "Write an amount in words with its currency units",
+                   .run = RunWords, .usage = "[AMOUNT...]",
+                   .options = {{"--lang", "RU|EN", "language (RU)"},
+                               {"--currency", "CODE", "currency: RUR, USD, EUR (RUR)"},
+                               {"--decimals", "N", "decimals of the fraction, 0 to 18 (2)"}},
+                   .details = "Without AMOUNT, one amount per line of standard input.");
+OSTREL_CLI_COMMAND(.name = "number", .summary = "Write a whole number in words", .run = RunNumber,
+                   .usage = "[DIGITS...]",
+                   .options = {{"--lang", "RU|EN", "language (RU)"},
+                               {"--gender", "m|f|n", "grammatical gender of the counted word (m)"}},
+                   .details = "Without DIGITS, one number per line of standard input.");
+OSTREL_CLI_COMMAND(.name = "round",
+                   .summary = "Round a number to decimal places in one of the ten rounding modes",
+                   .run = RunRound, .usage = "[X] PLACES",
+                   .options = {{"--mode", "NAME", "HalfUp (default), HalfEven, HalfPos, HalfNeg, HalfDown, "
+                                                  "RndNeg, RndPos, RndDown, RndUp, None; with or without "
+                                                  "dr, or 0..9"}},
+                   .minValues = 1, .maxValues = 2,
+                   .details = "Without X, one number per line of standard input.");
+OSTREL_CLI_COMMAND(.name = "params", .summary = "Fill %name references of a template from NAME=VALUE pairs",
+                   .run = RunParams, .usage = "[TEMPLATE|-] [NAME=VALUE...]",
+                   .options = {{"--marker", "C", "the reference marker (%)"},
+                               {"--strict", nullptr, "a reference to a missing name is an error"}},
+                   .details = "Without TEMPLATE, or with -, one template per line of standard input.");
 
 }  // namespace ostrel::cli

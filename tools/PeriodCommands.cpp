@@ -27,6 +27,8 @@ bool AllDigits(std::string_view s) {
   return true;
 }
 
+TDateTime ReadDate(std::string_view text);
+
 // yyyy-mm-dd (month and day of one or two digits); false when the text is not of that shape.
 bool TryIsoDate(std::string_view s, TDateTime& value) {
   const std::size_t dash1 = s.find('-');
@@ -41,7 +43,12 @@ bool TryIsoDate(std::string_view s, TDateTime& value) {
   return true;
 }
 
+// A date typed on the command line; one that is not a date is bad usage.
 TDateTime ParseDate(std::string_view text) {
+  return ArgValue([&] { return ReadDate(text); });
+}
+
+TDateTime ReadDate(std::string_view text) {
   const AnsiString t = Trim(text);
   TDateTime value = 0;
   if (TryIsoDate(t, value)) return value;
@@ -83,8 +90,8 @@ void Line(Cli& cli, std::string_view label, std::string_view value) {
   cli.WriteLn(line);
 }
 
-int RunBankDay(Cli& cli, std::vector<AnsiString> args) {
-  if (args.size() != 2) throw UsageError("bankday takes a DATE and a count N");
+int RunBankDay(Cli& cli, const Args& parsed) {
+  const std::vector<AnsiString>& args = parsed.Values();
   TFormatSettingsGuard russian(TFormatSettings::Russian());
   const TDateTime from = ParseDate(args[0]);
   const int n = ParseInteger(args[1], "N");
@@ -95,9 +102,8 @@ int RunBankDay(Cli& cli, std::vector<AnsiString> args) {
   return 0;
 }
 
-int RunPeriod(Cli& cli, std::vector<AnsiString> args) {
-  if (args.size() < 2 || args.size() > 3)
-    throw UsageError("period takes a KIND, a DATE and, for an interval, a LAST date");
+int RunPeriod(Cli& cli, const Args& parsed) {
+  const std::vector<AnsiString>& args = parsed.Values();
   TFormatSettingsGuard russian(TFormatSettings::Russian());
   const int kind = ParseNamed(args[0], kKindNames.size(), 0, "kind");
   const TDateTime date = ParseDate(args[1]);
@@ -115,8 +121,8 @@ int RunPeriod(Cli& cli, std::vector<AnsiString> args) {
   return 0;
 }
 
-int RunSteps(Cli& cli, std::vector<AnsiString> args) {
-  if (args.size() != 3) throw UsageError("steps takes FIRST, LAST and a STEP");
+int RunSteps(Cli& cli, const Args& parsed) {
+  const std::vector<AnsiString>& args = parsed.Values();
   TFormatSettingsGuard russian(TFormatSettings::Russian());
   const TDateTime first = ParseDate(args[0]);
   const TDateTime last = ParseDate(args[1]);
@@ -134,14 +140,17 @@ int RunSteps(Cli& cli, std::vector<AnsiString> args) {
   return 0;
 }
 
-OSTREL_CLI_COMMAND("bankday", "Move a date by N bank days (Monday to Friday)", "DATE N",
-                   RunBankDay);
-OSTREL_CLI_COMMAND("period",
-                   "Show the period of a kind (day, week, month, quarter, halfyear, year, "
-                   "interval, from, until, all) that holds a date, with its texts",
-                   "KIND DATE [LAST]", RunPeriod);
-OSTREL_CLI_COMMAND("steps", "Count the steps (day ... year) that cover FIRST to LAST",
-                   "FIRST LAST STEP", RunSteps);
+OSTREL_CLI_COMMAND(.name = "bankday", .summary = "Move a date by N bank days (Monday to Friday)",
+                   .run = RunBankDay, .usage = "DATE N", .minValues = 2, .maxValues = 2,
+                   .details = "Dates: dd.mm.yyyy, dd.mm.yy or yyyy-mm-dd. N may be negative.");
+OSTREL_CLI_COMMAND(.name = "period",
+                   .summary = "Show the period of a kind (day, week, month, quarter, halfyear, year, "
+                              "interval, from, until, all) that holds a date, with its texts",
+                   .run = RunPeriod, .usage = "KIND DATE [LAST]", .minValues = 2, .maxValues = 3,
+                   .details = "KIND is a name or its number 0..9; only an interval takes LAST.");
+OSTREL_CLI_COMMAND(.name = "steps", .summary = "Count the steps (day ... year) that cover FIRST to LAST",
+                   .run = RunSteps, .usage = "FIRST LAST STEP", .minValues = 3, .maxValues = 3,
+                   .details = "STEP is day, week, month, quarter, halfyear, year or 1..6.");
 
 // ---- demo ----------------------------------------------------------------------------------
 

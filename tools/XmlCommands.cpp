@@ -22,21 +22,6 @@
 namespace ostrel::cli {
 namespace {
 
-// Text with CR LF, CR or LF line ends, as terminal lines.
-AnsiString TerminalLines(std::string_view text) {
-  AnsiString out;
-  out.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '\r') {
-      out += text[i];
-    } else {
-      out += '\n';
-      if (i + 1 < text.size() && text[i + 1] == '\n') ++i;
-    }
-  }
-  return out;
-}
-
 // The message of a failed file load on one line, without the file name that the load put
 // in front of it: each run of line breaks becomes one blank.
 AnsiString LoadFailure(const Exception& e) {
@@ -56,38 +41,6 @@ AnsiString LoadFailure(const Exception& e) {
   return line;
 }
 
-// The arguments of one subcommand: positional values, options with a value, and flags.
-struct XmlArgs {
-  std::vector<AnsiString> values;
-  std::map<std::string, AnsiString, std::less<>> options;
-  std::set<std::string, std::less<>> flags;
-
-  const AnsiString* Get(std::string_view name) const {
-    const auto it = options.find(name);
-    return it == options.end() ? nullptr : &it->second;
-  }
-};
-
-XmlArgs ReadArgs(std::vector<AnsiString>::const_iterator from,
-                 std::vector<AnsiString>::const_iterator to,
-                 std::set<std::string_view> valued, std::set<std::string_view> flags) {
-  XmlArgs parsed;
-  for (auto it = from; it != to; ++it) {
-    const AnsiString& a = *it;
-    if (a.size() < 2 || a[0] != '-') {
-      parsed.values.push_back(a);
-    } else if (valued.count(a)) {
-      if (std::next(it) == to) throw UsageError("option " + a + " needs a value");
-      parsed.options[a] = *++it;
-    } else if (flags.count(a)) {
-      parsed.flags.insert(a);
-    } else {
-      throw UsageError("unknown option '" + a + "'");
-    }
-  }
-  return parsed;
-}
-
 IPtr<IXDoc> LoadDoc(std::string_view fileName) {
   IPtr<IXDoc> doc;
   GetXDocIntf(fileName, doc);
@@ -97,17 +50,16 @@ IPtr<IXDoc> LoadDoc(std::string_view fileName) {
 TXItem* RootOf(const IPtr<IXDoc>& doc) { return static_cast<TXDocIntf*>(doc.Get())->Root(); }
 
 // The document to the file named by -o, or to the terminal.
-void Emit(Cli& cli, const IPtr<IXDoc>& doc, const XmlArgs& args) {
-  if (const AnsiString* out = args.Get("-o"))
+void Emit(Cli& cli, const IPtr<IXDoc>& doc, const Args& args) {
+  if (const AnsiString* out = args.Value("-o"))
     doc->SaveToFile(*out, true);
   else
     cli.Write(TerminalLines(doc->get_XML()));
 }
 
-int Check(Cli& cli, const XmlArgs& args) {
-  if (args.values.empty()) throw UsageError("xml check needs at least one FILE");
+int Check(Cli& cli, const Args& args) {
   int failed = 0;
-  for (const AnsiString& file : args.values) {
+  for (const AnsiString& file : args.Values()) {
     try {
       LoadDoc(file);
       cli.WriteLn(file + ": ok");
@@ -123,24 +75,22 @@ int Check(Cli& cli, const XmlArgs& args) {
   return failed ? 1 : 0;
 }
 
-int FormatFile(Cli& cli, const XmlArgs& args) {
-  if (args.values.size() != 1) throw UsageError("xml format takes one FILE");
-  Emit(cli, LoadDoc(args.values[0]), args);
+int FormatFile(Cli& cli, const Args& args) {
+  Emit(cli, LoadDoc(args.Values()[0]), args);
   return 0;
 }
 
-int Find(Cli& cli, const XmlArgs& args) {
-  if (args.values.size() != 2) throw UsageError("xml find takes a FILE and a PATH");
-  if (args.flags.size() + (args.Get("--attr") ? 1 : 0) > 1)
+int Find(Cli& cli, const Args& args) {
+  if (args.Flag("--value") + args.Flag("--attrs") + (args.Value("--attr") ? 1 : 0) > 1)
     throw UsageError("xml find takes at most one of --value, --attr and --attrs");
-  const IPtr<IXDoc> doc = LoadDoc(args.values[0]);
+  const IPtr<IXDoc> doc = LoadDoc(args.Values()[0]);
   IPtr<IXItem> found;
-  FindXPath(doc->get_Root(), args.values[1], true, found);
-  if (args.flags.count("--value")) {
+  FindXPath(doc->get_Root(), args.Values()[1], true, found);
+  if (args.Flag("--value")) {
     cli.WriteLn(TerminalLines(VarToStr(found->get_Value())));
-  } else if (const AnsiString* name = args.Get("--attr")) {
+  } else if (const AnsiString* name = args.Value("--attr")) {
     cli.WriteLn(TerminalLines(VarToStr(XAttr(found, *name))));
-  } else if (args.flags.count("--attrs")) {
+  } else if (args.Flag("--attrs")) {
     IPtr<IDump> attrs;
     if (found->GetAttrList(attrs)) cli.WriteLn(TerminalLines(Dump_AsString(attrs, "\n")));
   } else {
@@ -149,36 +99,32 @@ int Find(Cli& cli, const XmlArgs& args) {
   return 0;
 }
 
-int Fix(Cli& cli, const XmlArgs& args) {
-  if (args.values.size() != 2) throw UsageError("xml fix takes a TARGET and a FIXES file");
-  const IPtr<IXDoc> target = LoadDoc(args.values[0]);
-  const IPtr<IXDoc> fixes = LoadDoc(args.values[1]);
+int Fix(Cli& cli, const Args& args) {
+  const IPtr<IXDoc> target = LoadDoc(args.Values()[0]);
+  const IPtr<IXDoc> fixes = LoadDoc(args.Values()[1]);
   XFix(RootOf(target), RootOf(fixes));
   Emit(cli, target, args);
   return 0;
 }
 
-int RunXml(Cli& cli, std::vector<AnsiString> args) {
-  if (args.empty()) throw UsageError("xml needs a subcommand: check, format, find or fix");
-  const AnsiString sub = args[0];
-  const auto from = args.cbegin() + 1, to = args.cend();
-  try {
-    if (sub == "check") return Check(cli, ReadArgs(from, to, {}, {}));
-    if (sub == "format") return FormatFile(cli, ReadArgs(from, to, {"-o"}, {}));
-    if (sub == "find") return Find(cli, ReadArgs(from, to, {"--attr"}, {"--value", "--attrs"}));
-    if (sub == "fix") return Fix(cli, ReadArgs(from, to, {"-o"}, {}));
-  } catch (const Exception& e) {
-    // The library's messages break lines with CR, which a terminal would overprint.
-    cli.ErrorLn(TerminalLines(e.Message()));
-    return 1;
-  }
-  throw UsageError("unknown xml subcommand '" + sub + "' (check, format, find, fix)");
-}
-
-OSTREL_CLI_COMMAND("xml", "Check, format, search or fix XML files (CP1251)",
-                   "check FILE... | format FILE [-o OUT] | "
-                   "find FILE PATH [--value | --attr NAME | --attrs] | fix TARGET FIXES [-o OUT]",
-                   RunXml);
+OSTREL_CLI_COMMAND(.name = "xml check", .summary = "Check that XML files read; name the line of each error",
+                   .run = Check, .usage = "FILE...", .minValues = 1,
+                   .details = "Prints FILE: ok, or FILE:LINE:COLUMN: the error; status 1 when any fails.");
+OSTREL_CLI_COMMAND(.name = "xml format", .summary = "Write an XML file back as the library writes it",
+                   .run = FormatFile, .usage = "FILE",
+                   .options = {{"-o", "OUT", "write to OUT (CP1251, CR LF) instead of the terminal"}},
+                   .minValues = 1, .maxValues = 1);
+OSTREL_CLI_COMMAND(.name = "xml find", .summary = "Find the element a path names and show it",
+                   .run = Find, .usage = "FILE PATH",
+                   .options = {{"--value", nullptr, "show the element's text only"},
+                               {"--attr", "NAME", "show one attribute only"},
+                               {"--attrs", nullptr, "show the attributes, one NAME=VALUE a line"}},
+                   .minValues = 2, .maxValues = 2,
+                   .details = "PATH: names separated by /, with filters as payment[@number=\"318\"].");
+OSTREL_CLI_COMMAND(.name = "xml fix", .summary = "Apply a file of fixes (fix=\"a|u|d\") to a target file",
+                   .run = Fix, .usage = "TARGET FIXES",
+                   .options = {{"-o", "OUT", "write to OUT (CP1251, CR LF) instead of the terminal"}},
+                   .minValues = 2, .maxValues = 2);
 
 // The sample file, compiled in so that the demo runs from anywhere.
 constexpr unsigned char kPayments[] = {

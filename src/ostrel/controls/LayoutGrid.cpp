@@ -10,6 +10,7 @@ namespace ostrel {
 OSTREL_DEFINE_CLASS(TkxLayoutPanel)
 OSTREL_DEFINE_CLASS(TkxLayoutGrid)
 OSTREL_DEFINE_CLASS(TkxLayoutControl)
+OSTREL_DEFINE_CLASS(TkxLayoutContainer)
 
 // ---------------------------------------------------------------------------------------
 // TkxLayoutPanel
@@ -17,7 +18,17 @@ OSTREL_DEFINE_CLASS(TkxLayoutControl)
 TkxLayoutPanel::TkxLayoutPanel(TkxLayoutGrid* grid, TkxLayoutPanel* parent, std::string_view name)
     : fGrid(grid), fParent(parent), fName(name) {}
 
-TkxLayoutPanel::~TkxLayoutPanel() = default;
+TkxLayoutPanel::~TkxLayoutPanel() {
+  // The subtree is freed from a flat list, each panel handing its children to the list before
+  // it goes: a tree of any depth is freed without a destructor per level on the stack.
+  std::vector<std::unique_ptr<TkxLayoutPanel>> pending = std::move(fPanels);
+  while (!pending.empty()) {
+    std::unique_ptr<TkxLayoutPanel> panel = std::move(pending.back());
+    pending.pop_back();
+    for (auto& child : panel->fPanels) pending.push_back(std::move(child));
+    panel->fPanels.clear();
+  }
+}
 
 TkxLayoutPanel* TkxLayoutPanel::Panels(Integer index) const {
   if (index < 0 || index >= PanelCount()) throw EListError(Format(SysConst::SListIndexError, index));
@@ -88,9 +99,14 @@ TControl* TkxLayoutPanel::Controls(Integer index) const {
 void TkxLayoutPanel::AddControl(TControl* control) {
   if (!control || control == fGrid)
     throw EInvalidOperation("TkxLayoutPanel.AddControl: no control to place");
-  if (control->Parent() != fGrid) control->SetParent(fGrid);
-  TkxLayoutPanel* holder = nullptr;
-  if (fGrid->Layout()->FindControl(control, holder)) holder->RemoveControl(control);
+  if (control->Parent() != fGrid) {
+    // A control arriving from elsewhere is in none of this grid's panels: no search needed,
+    // which keeps filling a large tree linear.
+    control->SetParent(fGrid);
+  } else {
+    TkxLayoutPanel* holder = nullptr;
+    if (fGrid->Layout()->FindControl(control, holder)) holder->RemoveControl(control);
+  }
   fControls.push_back(control);
 }
 
@@ -121,8 +137,15 @@ void TkxLayoutPanel::ShowControls(bool show) {
 }
 
 void TkxLayoutPanel::ForEach(const std::function<void(TkxLayoutPanel&, Integer)>& fn, Integer depth) {
-  fn(*this, depth);
-  for (const auto& child : fPanels) child->ForEach(fn, depth + 1);
+  // An explicit stack: the file decides how deep a tree is.
+  std::vector<std::pair<TkxLayoutPanel*, Integer>> stack{{this, depth}};
+  while (!stack.empty()) {
+    auto [panel, level] = stack.back();
+    stack.pop_back();
+    fn(*panel, level);
+    for (auto it = panel->fPanels.rbegin(); it != panel->fPanels.rend(); ++it)
+      stack.emplace_back(it->get(), level + 1);
+  }
 }
 
 // ---------------------------------------------------------------------------------------
@@ -147,8 +170,13 @@ void TkxLayoutGrid::RemovingControl(TControl* control) noexcept {
 TkxLayoutControl::TkxLayoutControl(TComponent* owner, std::string_view kind)
     : TControl(owner), fKind(kind) {}
 
+TkxLayoutContainer::TkxLayoutContainer(TComponent* owner, std::string_view kind)
+    : TWinControl(owner), fKind(kind) {}
+
 AnsiString LayoutControlKind(const TControl& control) {
   if (const auto* c = dynamic_cast<const TkxLayoutControl*>(&control); c && !c->Kind().empty())
+    return c->Kind();
+  if (const auto* c = dynamic_cast<const TkxLayoutContainer*>(&control); c && !c->Kind().empty())
     return c->Kind();
   return control.ClassName();
 }

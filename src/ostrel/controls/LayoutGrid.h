@@ -8,6 +8,7 @@
 
 #include <ostrel/rtl/Controls.h>
 
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -107,8 +108,21 @@ class OSTREL_API TkxLayoutControl : public TControl {
   AnsiString fKind;
 };
 
-// The kind of a control as layout files record it: a TkxLayoutControl's Kind when it has one,
-// otherwise the class name.
+// A windowed control known by its name and kind only, holding controls of its own (a group
+// box with edits): what a loaded layout makes for a control that holds others.
+class OSTREL_API TkxLayoutContainer : public TWinControl {
+  OSTREL_CLASS(TkxLayoutContainer, TWinControl)
+ public:
+  explicit TkxLayoutContainer(TComponent* owner, std::string_view kind = {});
+  const AnsiString& Kind() const noexcept { return fKind; }
+  void SetKind(std::string_view kind) { fKind.assign(kind); }
+
+ private:
+  AnsiString fKind;
+};
+
+// The kind of a control as layout files record it: a TkxLayoutControl's or
+// TkxLayoutContainer's Kind when it has one, otherwise the class name.
 OSTREL_API AnsiString LayoutControlKind(const TControl& control);
 
 }  // namespace ostrel
