@@ -8,12 +8,20 @@
 #   ./run.sh test-windows     the Windows builds and their tests under Wine (.ci/windows.sh)
 #   ./run.sh test-arm64 [ARGS...]  the test suite cross-built for 64-bit ARM Linux and run
 #                             under qemu-user, in build-arm64/ (extra arguments go to ctest)
+#   ./run.sh test-i686 [ARGS...]   the same for 32-bit x86 Linux (qemu-i386), in build-i686/
+#   ./run.sh package          the Debian packages (libostrel0, libostrel-dev, ostrel) in dist/
+#   ./run.sh package-windows  the Windows zips (win64, win32) in dist/
+#   ./run.sh docs             the API reference (Doxygen) in build/docs/html
+#   ./run.sh coverage         line and branch coverage of the library by the suite
+#                             (build-coverage/), per folder, and the size of the tests
 # Needs Debian's build packages; as root it installs what is missing, otherwise it prints the
 # command to run.
 set -euo pipefail
 
 usage() {
-  echo "usage: $0 demo [TEXT...] | test [CTEST-ARGS...] | bench | fuzz [SECONDS] | test-windows | test-arm64 [CTEST-ARGS...]" >&2
+  echo "usage: $0 demo [TEXT...] | test [CTEST-ARGS...] | bench | fuzz [SECONDS] | test-windows |" \
+       "test-arm64 [CTEST-ARGS...] | test-i686 [CTEST-ARGS...] | package | package-windows |" \
+       "docs | coverage" >&2
   exit 2
 }
 
@@ -22,7 +30,7 @@ usage() {
 mode=$1
 shift
 case "$mode" in
-  demo | test | bench | fuzz | test-arm64) ;;
+  demo | test | bench | fuzz | test-arm64 | coverage) ;;
   *) usage ;;
 esac
 
@@ -59,6 +67,7 @@ ensure_packages() {
 [[ $mode == fuzz ]] && required+=(clang libclang-rt-14-dev)
 # The XML benchmark's peers (it runs without them, Ostrel alone).
 [[ $mode == bench ]] && required+=(libpugixml-dev libtinyxml2-dev)
+[[ $mode == coverage ]] && required+=(lcov)
 ensure_packages "${required[@]}"
 
 jobs=$(nproc 2>/dev/null || echo 2)
@@ -109,5 +118,8 @@ case "$mode" in
     ;;
   fuzz)
     exec bash fuzz/run_all.sh "${1:-60}"
+    ;;
+  coverage)
+    exec bash .ci/coverage.sh
     ;;
 esac

@@ -57,18 +57,7 @@ if(WIN32 AND CMAKE_CROSSCOMPILING AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
 endif()
 set(OSTREL_CROSS_RUNNER ${CMAKE_CROSSCOMPILING_EMULATOR})
 
-set(ostrel_cross_runtime_dlls "")
-if(WIN32 AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  foreach(dll libstdc++-6.dll libgcc_s_seh-1.dll libgcc_s_dw2-1.dll libwinpthread-1.dll)
-    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${dll}
-                    OUTPUT_VARIABLE path OUTPUT_STRIP_TRAILING_WHITESPACE)
-    # The compiler answers with the bare name when it has no such file.
-    if(IS_ABSOLUTE "${path}" AND EXISTS "${path}")
-      get_filename_component(path "${path}" REALPATH)
-      list(APPEND ostrel_cross_runtime_dlls ${path})
-    endif()
-  endforeach()
-endif()
+include(${CMAKE_CURRENT_LIST_DIR}/OstrelRuntimeDlls.cmake)
 
 function(ostrel_cross_runtime)
   if(NOT WIN32)
@@ -79,7 +68,7 @@ function(ostrel_cross_runtime)
   foreach(target IN LISTS ARGN)
     add_custom_target(${target}_runtime ALL
       COMMAND ${CMAKE_COMMAND} -E copy_if_different
-              ${ostrel_cross_runtime_dlls} $<TARGET_RUNTIME_DLLS:${target}>
+              ${OSTREL_RUNTIME_DLLS} $<TARGET_RUNTIME_DLLS:${target}>
               $<TARGET_FILE_DIR:${target}>
       DEPENDS ${target} COMMENT "Runtime DLLs beside ${target}" COMMAND_EXPAND_LISTS VERBATIM)
   endforeach()
