@@ -27,10 +27,12 @@ usage() {
 
 [[ $# -ge 1 ]] || usage
 [[ $1 == test-windows ]] && exec "$(dirname "${BASH_SOURCE[0]}")/.ci/windows.sh"
+[[ $1 == package ]] && exec "$(dirname "${BASH_SOURCE[0]}")/.ci/package.sh" debian
+[[ $1 == package-windows ]] && exec "$(dirname "${BASH_SOURCE[0]}")/.ci/package.sh" windows
 mode=$1
 shift
 case "$mode" in
-  demo | test | bench | fuzz | test-arm64 | coverage) ;;
+  demo | test | bench | fuzz | test-arm64 | test-i686 | coverage) ;;
   *) usage ;;
 esac
 
@@ -87,20 +89,23 @@ case "$mode" in
     cmake --build build -j "$jobs"
     exec ctest --test-dir build --output-on-failure -j "$jobs" "$@"
     ;;
-  test-arm64)
+  test-arm64 | test-i686)
     # Debian's cross compiler, qemu-user and GoogleTest's sources (built for the target).
-    ensure_packages g++-aarch64-linux-gnu qemu-user googletest
-    arm=(-S . -B build-arm64 -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DOSTREL_WERROR=ON
-         -DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/aarch64-linux-gnu.cmake)
-    command -v ccache >/dev/null 2>&1 && arm+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
-    cmake "${arm[@]}"
-    cmake --build build-arm64 -j "$jobs"
+    triple=aarch64-linux-gnu
+    [[ $mode == test-i686 ]] && triple=i686-linux-gnu
+    dir=build-${mode#test-}
+    ensure_packages "g++-$triple" qemu-user googletest
+    cross=(-S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DOSTREL_WERROR=ON
+           -DCMAKE_TOOLCHAIN_FILE="cmake/toolchains/$triple.cmake")
+    command -v ccache >/dev/null 2>&1 && cross+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+    cmake "${cross[@]}"
+    cmake --build "$dir" -j "$jobs"
     # Left out here, and said so: the install test builds a consumer with the host's tools
     # and runs it on the host (it has no cross-built form); the serial-port tests that open a
     # pseudo-terminal need the termios2 ioctls, which qemu-user does not pass on (ENOSYS).
     echo "run.sh: not run under qemu: install (host tools only); serial tests over a" \
          "pseudo-terminal (qemu-user has no termios2 ioctls)" >&2
-    exec ctest --test-dir build-arm64 --output-on-failure -j "$jobs" \
+    exec ctest --test-dir "$dir" --output-on-failure -j "$jobs" \
       -E '^(install|CommPortDevice\..*|CommPortVolume\..*|BarcodeTest\.SerialScannerTurnsBytesIntoCodes)$' "$@"
     ;;
   bench)

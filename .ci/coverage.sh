@@ -37,24 +37,20 @@ genhtml --quiet --branch-coverage --output-directory "$dir/html" "$dir/library.i
 lines_of() { find "$@" -type f \( -name '*.cpp' -o -name '*.h' -o -name '*.sh' -o -name '*.py' \) \
                -exec cat {} + | wc -l; }
 {
-  # LF/LH: lines found/hit, BRF/BRH: branches found/hit, per source file (SF).
+  # LF/LH: lines found/hit, BRF/BRH: branches found/hit, per source file (SF); summed per
+  # folder, then the folders in order and the total.
+  printf "%-10s %18s %22s\n" folder "lines hit" "branches hit"
   awk -v root="$PWD/src/ostrel/" '
     /^SF:/ { f = substr($0, 4); sub(root, "", f); n = split(f, p, "/");
              d = (n > 1) ? p[1] : "(top)" }
     /^LF:/ { lf[d] += substr($0, 4) } /^LH:/ { lh[d] += substr($0, 4) }
     /^BRF:/ { bf[d] += substr($0, 5) } /^BRH:/ { bh[d] += substr($0, 5) }
+    END { for (d in lf) print d, lh[d], lf[d], bh[d] + 0, bf[d] + 0 }' "$dir/library.info" |
+    sort | awk '
     function pct(h, f) { return f ? sprintf("%5.1f%%", 100 * h / f) : "    -" }
-    END {
-      printf "%-10s %18s %22s\n", "folder", "lines hit", "branches hit"
-      n = asorti(lf, ds)
-      for (i = 1; i <= n; i++) {
-        d = ds[i]; tlf += lf[d]; tlh += lh[d]; tbf += bf[d]; tbh += bh[d]
-        printf "%-10s %6d/%-6d %s %7d/%-7d %s\n", d, lh[d], lf[d], pct(lh[d], lf[d]),
-               bh[d], bf[d], pct(bh[d], bf[d])
-      }
-      printf "%-10s %6d/%-6d %s %7d/%-7d %s\n", "total", tlh, tlf, pct(tlh, tlf), tbh, tbf,
-             pct(tbh, tbf)
-    }' "$dir/library.info"
+    function row(d, a, b, c, e) { printf "%-10s %6d/%-6d %s %7d/%-7d %s\n", d, a, b, pct(a, b), c, e, pct(c, e) }
+    { row($1, $2, $3, $4, $5); t2 += $2; t3 += $3; t4 += $4; t5 += $5 }
+    END { row("total", t2, t3, t4, t5) }'
   tests=$(lines_of tests) library=$(lines_of src)
   awk -v t="$tests" -v l="$library" \
     'BEGIN { printf "test size: %d lines of tests/ for %d of src/ (%.1f%%)\n", t, l, 100 * t / l }'

@@ -47,12 +47,20 @@ if(CMAKE_CROSSCOMPILING)
 endif()
 
 if(WIN32 AND CMAKE_CROSSCOMPILING AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
-  find_program(OSTREL_WINE NAMES wine wine64)
-  if(OSTREL_WINE)
+  # A 64-bit program goes to Wine's 64-bit loader directly: the plain `wine` starts the
+  # 32-bit loader whenever 32-bit Wine is installed, which a kernel without 32-bit x86
+  # support cannot execute.
+  if(CMAKE_SIZEOF_VOID_P EQUAL 8)
+    find_program(OSTREL_WINE_LOADER NAMES wine64 wine PATHS /usr/lib/wine /usr/lib64/wine)
+  else()
+    find_program(OSTREL_WINE_LOADER NAMES wine PATHS /usr/lib/wine NO_DEFAULT_PATH)
+    find_program(OSTREL_WINE_LOADER NAMES wine)
+  endif()
+  if(OSTREL_WINE_LOADER)
     set(OSTREL_WINEPREFIX ${CMAKE_BINARY_DIR}/wineprefix CACHE PATH
         "Wine prefix for running the cross-built programs")
     set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_COMMAND} -E env WINEPREFIX=${OSTREL_WINEPREFIX}
-        WINEDEBUG=-all WINEDLLOVERRIDES=winemenubuilder.exe=d DISPLAY= ${OSTREL_WINE})
+        WINEDEBUG=-all WINEDLLOVERRIDES=winemenubuilder.exe=d DISPLAY= ${OSTREL_WINE_LOADER})
   endif()
 endif()
 set(OSTREL_CROSS_RUNNER ${CMAKE_CROSSCOMPILING_EMULATOR})

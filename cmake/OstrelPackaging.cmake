@@ -15,7 +15,6 @@ set(CPACK_PACKAGE_VENDOR "The Ostrel developers")
 set(CPACK_PACKAGE_CONTACT "The Ostrel developers <ostrel@example.org>" CACHE STRING
     "Maintainer named in the packages")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_SOURCE_IGNORE_FILES "/build.*/" "/dist/" "/\\\\.git")
 set(CPACK_OUTPUT_FILE_PREFIX ${PROJECT_SOURCE_DIR}/dist)
@@ -32,6 +31,7 @@ if(WIN32)
   else()
     set(ostrel_win_arch win32)
   endif()
+  set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
   set(CPACK_GENERATOR ZIP)
   set(CPACK_PACKAGE_FILE_NAME ostrel-${PROJECT_VERSION}-${ostrel_win_arch})
   set(CPACK_INCLUDE_TOPLEVEL_DIRECTORY ON)
@@ -48,33 +48,37 @@ else()
   set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
   set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 
+  # Each component's description: the synopsis line, then the long text (CPack indents it).
   set(ostrel_long_description
-" Ostrel gives business programs one library for what they all need: a
- named-value container that carries parameters, settings and results between
- modules, reference-counted interfaces, CP1251 text with its own case tables,
- Variant, Format and date conversions independent of the host locale, rounding
- and amounts in words, an XML tree with its reader, writer and queries, date
- periods, serial ports and barcode scanners, and the merge of form layouts.")
+"Ostrel gives business programs one library for what they all need: a
+named-value container that carries parameters, settings and results between
+modules, reference-counted interfaces, CP1251 text with its own case tables,
+Variant, Format and date conversions independent of the host locale, rounding
+and amounts in words, an XML tree with its reader, writer and queries, date
+periods, serial ports and barcode scanners, and the merge of form layouts.")
 
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libostrel${PROJECT_VERSION_MAJOR})
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-  set(CPACK_DEBIAN_RUNTIME_PACKAGE_GENERATE_SHLIBS ON)
   set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
   set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+  # The dynamic linker's cache is refreshed by dpkg's trigger, as for any library package.
+  configure_file(${ostrel_pkg_dir}/debian/triggers ${CMAKE_CURRENT_BINARY_DIR}/debian/triggers
+                 COPYONLY)
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_BINARY_DIR}/debian/triggers)
   set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
-      "runtime component library for business applications\n${ostrel_long_description}\n .\n This package holds the shared library.")
+      "runtime component library for business applications\n${ostrel_long_description}\n\nThis package holds the shared library.")
 
   set(CPACK_DEBIAN_DEV_PACKAGE_NAME libostrel-dev)
   set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
   set(CPACK_COMPONENT_DEV_DEPENDS runtime)
   set(CPACK_COMPONENT_DEV_DESCRIPTION
-      "runtime component library for business applications - development files\n${ostrel_long_description}\n .\n This package holds the headers, the CMake package (find_package(Ostrel))\n and the pkg-config file.")
+      "runtime component library for business applications - development files\n${ostrel_long_description}\n\nThis package holds the headers, the CMake package (find_package(Ostrel))\nand the pkg-config file.")
 
   set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME ostrel)
   set(CPACK_DEBIAN_PROGRAM_PACKAGE_SECTION utils)
   set(CPACK_COMPONENT_PROGRAM_DEPENDS runtime)
   set(CPACK_COMPONENT_PROGRAM_DESCRIPTION
-      "command-line program of the Ostrel library\n The ostrel program shows the Ostrel library at work and uses it for\n everyday tasks: checking, formatting, querying and merging XML files,\n numbers and amounts in words, date periods, drawing and merging form\n layouts, and a terminal on a serial port or barcode scanner.")
+      "command-line program of the Ostrel library\nThe ostrel program shows the Ostrel library at work and uses it for\neveryday tasks: checking, formatting, querying and merging XML files,\nnumbers and amounts in words, date periods, drawing and merging form\nlayouts, and a terminal on a serial port or barcode scanner.")
 
   if(OSTREL_PACKAGE_DEBIAN)
     # Each package's /usr/share/doc/<package>/: the copyright file and the changelog,

@@ -46,7 +46,7 @@ fail() {
 run_and_compare() {
   local what=$1 program=$2 out=$work/$1.txt
   # shellcheck disable=SC2086  # the runner is meant to split into words
-  LD_LIBRARY_PATH=${libdir}${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH} WINEPATH=$libdir \
+  LD_LIBRARY_PATH=${libdir}${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH} WINEPATH="Z:${libdir//\//\\}" \
     $runner "$program" >"$out" || fail "the consumer ($what) failed"
   # Windows programs end their lines with CR LF.
   sed -i 's/\r$//' "$out"
@@ -70,11 +70,13 @@ fi
 
 echo "-- find_package(Ostrel) from examples/consumer"
 cross=()
-[[ -n $toolchain ]] && cross=(-DCMAKE_TOOLCHAIN_FILE="$toolchain")
+# A toolchain confines package search to its own root, so the package is named directly.
+[[ -n $toolchain ]] && cross=(-DCMAKE_TOOLCHAIN_FILE="$toolchain"
+                              -DOstrel_DIR="$prefix/lib/cmake/Ostrel")
 [[ -n $toolchain ]] || cross=(-DCMAKE_CXX_COMPILER="$cxx")
 cmake -S "$consumer" -B "$work/consumer-build" -G "$generator" "${cross[@]}" \
   -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_EXE_LINKER_FLAGS="$flags" \
-  -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_FIND_ROOT_PATH="$prefix" >"$work/configure.log" 2>&1 || {
+  -DCMAKE_PREFIX_PATH="$prefix" >"$work/configure.log" 2>&1 || {
   cat "$work/configure.log"
   fail "configuring the consumer failed"
 }
