@@ -32,7 +32,7 @@ usage() {
 mode=$1
 shift
 case "$mode" in
-  demo | test | bench | fuzz | test-arm64 | test-i686 | coverage) ;;
+  demo | test | bench | fuzz | test-arm64 | test-i686 | coverage | docs) ;;
   *) usage ;;
 esac
 
@@ -70,6 +70,7 @@ ensure_packages() {
 # The XML benchmark's peers (it runs without them, Ostrel alone).
 [[ $mode == bench ]] && required+=(libpugixml-dev libtinyxml2-dev)
 [[ $mode == coverage ]] && required+=(lcov)
+[[ $mode == docs ]] && required=(doxygen python3)
 ensure_packages "${required[@]}"
 
 jobs=$(nproc 2>/dev/null || echo 2)
@@ -126,5 +127,20 @@ case "$mode" in
     ;;
   coverage)
     exec bash .ci/coverage.sh
+    ;;
+  docs)
+    # Doxyfile says how; any warning fails, and so does a class or free function without a
+    # description (cmake/doxygen_check.py on the XML output).
+    rm -rf build/docs
+    mkdir -p build/docs
+    version=$(sed -n 's/^project(Ostrel VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
+    if ! OSTREL_VERSION=$version OSTREL_DOCS_DIR=build/docs doxygen Doxyfile; then
+      cat build/docs/warnings.log >&2
+      echo "run.sh: doxygen: $(grep -c 'warning:' build/docs/warnings.log) warning(s)" >&2
+      exit 1
+    fi
+    echo "run.sh: doxygen: $(grep -c 'warning:' build/docs/warnings.log || true) warnings"
+    python3 cmake/doxygen_check.py build/docs/xml
+    echo "run.sh: the API reference is in build/docs/html/index.html"
     ;;
 esac
