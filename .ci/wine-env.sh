@@ -17,6 +17,8 @@ wine_loader() {
     for c in /usr/lib/wine/wine /usr/lib/i386-linux-gnu/wine/wine; do
       [[ -x $c ]] && { echo "$c"; return 0; }
     done
+    # Debian's layout without its 32-bit loader: plain wine would be the 64-bit one.
+    [[ -d /usr/lib/wine ]] && return 0
   fi
   command -v wine 2>/dev/null || true
 }
