@@ -69,7 +69,7 @@ if [[ $kind == debian ]]; then
   for deb in "${debs[@]}"; do
     [[ -f $deb ]] || { say "no $deb"; exit 1; }
     echo "== $deb"
-    dpkg-deb --info "$deb" | sed -n '/^ Package:/,$p'
+    dpkg-deb --field "$deb" Package Version Architecture Section Depends Provides
     dpkg-deb --contents "$deb" | awk '{print "   " $6 ($7 ? " " $7 " " $8 : "")}'
   done
   # lintian: errors fail the stage; warnings and notes are shown for the record.
