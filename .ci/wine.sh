@@ -5,6 +5,7 @@
 set -euo pipefail
 
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source .ci/wine-env.sh
 
 build=build-win64
 runtime=/usr/lib/gcc/x86_64-w64-mingw32/12-posix
@@ -17,4 +18,4 @@ dir=$(mktemp -d "${TMPDIR:-/tmp}/ostrel-wine.XXXXXX")
 trap 'rm -rf "$dir"' EXIT
 cp "$build/tools/ostrel.exe" "$build/libostrel.dll" "$runtime/libstdc++-6.dll" \
    "$runtime/libgcc_s_seh-1.dll" /usr/x86_64-w64-mingw32/lib/libwinpthread-1.dll "$dir/"
-timeout 600 python3 tests/devices/wine_serial_check.py "$dir"
+OSTREL_WINE=$(wine_loader 64) timeout 600 python3 tests/devices/wine_serial_check.py "$dir"

@@ -47,28 +47,25 @@ if(CMAKE_CROSSCOMPILING)
 endif()
 
 if(WIN32 AND CMAKE_CROSSCOMPILING AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
-  find_program(OSTREL_WINE NAMES wine wine64)
-  if(OSTREL_WINE)
+  # A 64-bit program goes to Wine's 64-bit loader directly: the plain `wine` starts the
+  # 32-bit loader whenever 32-bit Wine is installed, which a kernel without 32-bit x86
+  # support cannot execute.
+  if(CMAKE_SIZEOF_VOID_P EQUAL 8)
+    find_program(OSTREL_WINE_LOADER NAMES wine64 wine PATHS /usr/lib/wine /usr/lib64/wine)
+  else()
+    find_program(OSTREL_WINE_LOADER NAMES wine PATHS /usr/lib/wine NO_DEFAULT_PATH)
+    find_program(OSTREL_WINE_LOADER NAMES wine)
+  endif()
+  if(OSTREL_WINE_LOADER)
     set(OSTREL_WINEPREFIX ${CMAKE_BINARY_DIR}/wineprefix CACHE PATH
         "Wine prefix for running the cross-built programs")
     set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_COMMAND} -E env WINEPREFIX=${OSTREL_WINEPREFIX}
-        WINEDEBUG=-all WINEDLLOVERRIDES=winemenubuilder.exe=d DISPLAY= ${OSTREL_WINE})
+        WINEDEBUG=-all WINEDLLOVERRIDES=winemenubuilder.exe=d DISPLAY= ${OSTREL_WINE_LOADER})
   endif()
 endif()
 set(OSTREL_CROSS_RUNNER ${CMAKE_CROSSCOMPILING_EMULATOR})
 
-set(ostrel_cross_runtime_dlls "")
-if(WIN32 AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  foreach(dll libstdc++-6.dll libgcc_s_seh-1.dll libgcc_s_dw2-1.dll libwinpthread-1.dll)
-    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${dll}
-                    OUTPUT_VARIABLE path OUTPUT_STRIP_TRAILING_WHITESPACE)
-    # The compiler answers with the bare name when it has no such file.
-    if(IS_ABSOLUTE "${path}" AND EXISTS "${path}")
-      get_filename_component(path "${path}" REALPATH)
-      list(APPEND ostrel_cross_runtime_dlls ${path})
-    endif()
-  endforeach()
-endif()
+include(${CMAKE_CURRENT_LIST_DIR}/OstrelRuntimeDlls.cmake)
 
 function(ostrel_cross_runtime)
   if(NOT WIN32)
@@ -79,7 +76,7 @@ function(ostrel_cross_runtime)
   foreach(target IN LISTS ARGN)
     add_custom_target(${target}_runtime ALL
       COMMAND ${CMAKE_COMMAND} -E copy_if_different
-              ${ostrel_cross_runtime_dlls} $<TARGET_RUNTIME_DLLS:${target}>
+              ${OSTREL_RUNTIME_DLLS} $<TARGET_RUNTIME_DLLS:${target}>
               $<TARGET_FILE_DIR:${target}>
       DEPENDS ${target} COMMENT "Runtime DLLs beside ${target}" COMMAND_EXPAND_LISTS VERBATIM)
   endforeach()

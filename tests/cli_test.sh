@@ -130,6 +130,9 @@ run steps steps 01.01.2025 31.12.2025 3
 expect_line "$work/steps.out" '^12 steps$' "twelve monthly steps in a year"
 run dump dump 'a=1;b=текст'
 expect_line "$work/dump.out" $'a:3=1 <TAB> b:256=текст' "typed form of a dump"
+# An empty text reads back as an empty value, which the round trip must count as kept.
+run dump_empty dump 'a=' 'b=x'
+expect_line "$work/dump_empty.out" 'read back gives the same values: yes' "empty value in a dump"
 printf '1\n2,5\nabc\n' | "${runner[@]}" "$ostrel" words >"$work/stdin.out" 2>"$work/stdin.err"
 rc=$?
 windows_lines "$work/stdin.out" "$work/stdin.err"

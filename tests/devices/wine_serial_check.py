@@ -15,10 +15,13 @@ import termios
 import time
 
 exe_dir = sys.argv[1]
+# The 64-bit loader when the caller names it (.ci/wine-env.sh): plain "wine" prefers the
+# 32-bit one once 32-bit Wine is installed.
+wine = os.environ.get("OSTREL_WINE", "wine")
 prefix = os.environ.setdefault("WINEPREFIX", os.path.join(exe_dir, "wineprefix"))
 os.environ.setdefault("WINEDEBUG", "-all")
 # Creates the prefix (and its dosdevices directory) once.
-subprocess.run(["wine", os.path.join(exe_dir, "ostrel.exe"), "--version"], check=True,
+subprocess.run([wine, os.path.join(exe_dir, "ostrel.exe"), "--version"], check=True,
                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=300)
 
 master, slave = pty.openpty()
@@ -37,7 +40,7 @@ def start(*args, **kw):
     attrs = termios.tcgetattr(master)
     attrs[3] |= termios.ECHO
     termios.tcsetattr(master, termios.TCSANOW, attrs)
-    return subprocess.Popen(["wine", os.path.join(exe_dir, "ostrel.exe"), *args], cwd=exe_dir,
+    return subprocess.Popen([wine, os.path.join(exe_dir, "ostrel.exe"), *args], cwd=exe_dir,
                             stdout=subprocess.PIPE, stderr=subprocess.PIPE, **kw)
 
 

@@ -15,6 +15,8 @@ namespace ostrel {
 
 enum TkxLayoutMergeMode { mmInsertAfter, mmInsertBefore, mmAddChild };
 
+// One step of a merge schema: a panel of the source layout and the point of the target
+// layout it moves to (after it, before it, or as its last child).
 class OSTREL_API TkxLayoutMergeItem : public TCollectionItem {
   OSTREL_CLASS(TkxLayoutMergeItem, TCollectionItem)
  public:
@@ -73,6 +75,7 @@ class OSTREL_API TkxLayoutMergeItem : public TCollectionItem {
   friend class TkxLayoutMergeSchema;
 };
 
+// The steps of a merge schema, applied in order.
 class OSTREL_API TkxLayoutMergeItems : public TCollection {
   OSTREL_CLASS(TkxLayoutMergeItems, TCollection)
  public:
@@ -84,6 +87,8 @@ class OSTREL_API TkxLayoutMergeItems : public TCollection {
   TkxLayoutMergeItem* Add();
 };
 
+// Moves the panels of an embedded frame's layout into a form's layout step by step
+// (Apply(true)), or hides them when the form does not merge (Apply(false)).
 class OSTREL_API TkxLayoutMergeSchema : public TComponent {
   OSTREL_CLASS(TkxLayoutMergeSchema, TComponent)
  public:

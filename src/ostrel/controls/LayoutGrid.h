@@ -16,6 +16,7 @@ namespace ostrel {
 
 class TkxLayoutGrid;
 
+// A panel of a layout grid: owns its child panels and points at the controls placed in it.
 class OSTREL_API TkxLayoutPanel : public TObject {
   OSTREL_CLASS(TkxLayoutPanel, TObject)
  public:
@@ -76,6 +77,7 @@ class OSTREL_API TkxLayoutPanel : public TObject {
   std::vector<TControl*> fControls;  // not owned
 };
 
+// A windowed control that arranges its controls in a tree of panels, which it owns.
 class OSTREL_API TkxLayoutGrid : public TWinControl {
   OSTREL_CLASS(TkxLayoutGrid, TWinControl)
  public:

@@ -35,6 +35,7 @@ struct TkxKeyRec {
 // integer, so that searches over integer keys need not visit the records.
 class OSTREL_API TkxKeyRecList {
  public:
+  // A record and, for an integer key, the key's value.
   struct Slot {
     TkxKeyRec* Rec;
     Int64 Ord;  // the key's value when it is an integer; unused otherwise
@@ -145,6 +146,7 @@ class OSTREL_API TkxKeyVarIndex : public TkxKeyIndex {
   void SetKeyData(TkxKeyRec* rec, void* data) override;
 };
 
+// The key data handed out as IkxKeyData: a key index whose records carry a variant each.
 class OSTREL_API TkxKeyData : public TInterfacedObject, public IkxKeyData {
   OSTREL_CLASS(TkxKeyData, TInterfacedObject)
  public:

@@ -10,6 +10,7 @@
 
 namespace ostrel {
 
+// A named variant value: the element of a variable list, handed out as IkxVarItem.
 class OSTREL_API TkxVarItem : public TInterfacedObject, public IkxVarItem {
   OSTREL_CLASS(TkxVarItem, TInterfacedObject)
  public:

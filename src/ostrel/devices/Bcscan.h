@@ -33,6 +33,8 @@ using TAppActiveQuery = bool (*)();
 OSTREL_API TAppActiveQuery SetAppActiveQuery(TAppActiveQuery query);
 OSTREL_API bool IsAppActive();
 
+// A barcode reader component: takes the codes its server hands it and passes them on while
+// the application is active.
 class OSTREL_API TBCReader : public TComponent {
   OSTREL_CLASS(TBCReader, TComponent)
  public:
@@ -54,6 +56,8 @@ class OSTREL_API TBCReader : public TComponent {
   AnsiString fLastCode;
 };
 
+// The process's one barcode server: opens the device module's scanners for the first active
+// reader, closes them after the last, and hands each scanned code to the readers.
 class OSTREL_API TBCServer : public TObject, public IBCReaderLink {
   OSTREL_CLASS(TBCServer, TObject)
  public:

@@ -206,6 +206,8 @@ using TkxCommReceiveNotify = std::function<void(TObject* sender, const void* dat
 // The message that carries line events to the hidden window.
 inline constexpr Cardinal CM_COMMEVENT = 1347;  // WM_USER + 0x143
 
+// A serial port component: opens the port with its line settings, reads and writes, and
+// reports received data and line events from its worker thread.
 class OSTREL_API TkxCommPort : public TComponent {
   OSTREL_CLASS(TkxCommPort, TComponent)
  public:

@@ -23,6 +23,7 @@
 
 namespace ostrel {
 
+// One scanner of the serial module: its name, its port and line, and its terminators.
 struct TSerialScannerConfig {
   AnsiString Name;
   // The port number and line settings as the "Comm.DCB" value writes them.

@@ -8,6 +8,7 @@
 
 namespace ostrel {
 
+// An object whose state can be copied from another of a compatible class (Assign).
 class OSTREL_API TPersistent : public TObject {
   OSTREL_CLASS(TPersistent, TObject)
  public:

@@ -34,6 +34,7 @@ struct TMessage {
 // reused, so that a message posted to a control freed meanwhile finds nobody (0 is no window).
 using TWindowHandle = UInt64;
 
+// A control: a component with a name, a visibility and a parent that arranges it.
 class OSTREL_API TControl : public TComponent {
   OSTREL_CLASS(TControl, TComponent)
  public:
@@ -55,6 +56,7 @@ class OSTREL_API TControl : public TComponent {
   bool fVisible = true;
 };
 
+// A control with a window handle, by which messages are posted to it, and child controls.
 class OSTREL_API TWinControl : public TControl {
   OSTREL_CLASS(TWinControl, TControl)
  public:

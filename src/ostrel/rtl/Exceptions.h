@@ -75,6 +75,8 @@ class OSTREL_API Exception : public std::exception {
     const char* ClassName() const noexcept override { return #Name; }        \
   }
 
+// The platform's exception classes under their classic names, each raised where the classic
+// runtime raises it.
 OSTREL_DECLARE_EXCEPTION(EAbort, Exception);
 OSTREL_DECLARE_EXCEPTION(EConvertError, Exception);
 OSTREL_DECLARE_EXCEPTION(EInvalidCast, Exception);

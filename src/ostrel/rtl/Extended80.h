@@ -38,6 +38,8 @@
 
 namespace ostrel {
 
+// A number in the 80-bit extended format computed in software: every operation rounds to
+// nearest-even with gradual underflow exactly as the x87 unit does.
 class OSTREL_API Extended80 {
  public:
   static constexpr int kBias = 16383;

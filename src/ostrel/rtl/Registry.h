@@ -49,6 +49,7 @@ inline constexpr std::string_view SRegCreateFailed = "Failed to create key %s";
 inline constexpr std::string_view SRegUnknownRoot = "Unknown registry root key %d";
 }  // namespace SysConst
 
+// Raised by the settings store when a key or value cannot be opened, read or written.
 OSTREL_DECLARE_EXCEPTION(ERegistryException, Exception);
 
 // One open key at a time, as the classic registry object. Key paths are CP1251 text with

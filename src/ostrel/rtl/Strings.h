@@ -106,6 +106,7 @@ constexpr int FromCodePoint(char32_t cp) {
   return -1;
 }
 
+// The Unicode code point of a CP1251 byte.
 constexpr char16_t ToCodePoint(unsigned char b) {
   return b < 0x80 ? static_cast<char16_t>(b) : HighTable[b - 0x80];
 }
@@ -121,6 +122,8 @@ struct Literal {
   operator AnsiString() const { return Str(); }
 };
 
+// The conversion behind Cp1251(): a UTF-8 literal to CP1251 at compile time; a character
+// that CP1251 cannot hold does not compile.
 template <std::size_t N>
 consteval Literal<N> Convert(const char8_t (&s)[N]) {
   Literal<N> out;

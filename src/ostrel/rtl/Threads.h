@@ -18,6 +18,8 @@
 
 namespace ostrel {
 
+// Raised for a thread used against its rules (started twice, waited for unstarted, the
+// main thread's queue run from another thread).
 OSTREL_DECLARE_EXCEPTION(EThread, Exception);
 
 // Work for another thread to run.

@@ -74,6 +74,8 @@ constexpr TVarType IntegerVarType() {
 }
 }  // namespace detail
 
+// A value of any of the classic variant types (the var* codes above), at most 16 bytes: strings
+// and arrays are copied with the variant, interfaces counted.
 class OSTREL_API Variant {
  public:
   constexpr Variant() noexcept : fType(varEmpty), fInt(0) {}
@@ -198,6 +200,7 @@ static_assert(sizeof(Variant) <= 16, "Variant must stay two words");
 // The empty variant.
 OSTREL_API extern const Variant Unassigned;
 
+// The variant's type code, and tests of it.
 OSTREL_API TVarType VarType(const Variant& v);
 OSTREL_API bool VarIsNull(const Variant& v);
 OSTREL_API bool VarIsEmpty(const Variant& v);

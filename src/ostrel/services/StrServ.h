@@ -24,6 +24,7 @@ class OSTREL_API TkxStrPr {
   static void TrimCh(AnsiString& s, TCharSet set);
 };
 
+// Copies of `s` without the characters of `set` at its left end, its right end, or both.
 OSTREL_API AnsiString TrimLeftCh(std::string_view s, TCharSet set);
 OSTREL_API AnsiString TrimRightCh(std::string_view s, TCharSet set);
 OSTREL_API AnsiString TrimCh(std::string_view s, TCharSet set);

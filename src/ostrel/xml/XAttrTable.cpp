@@ -1,5 +1,5 @@
 // The sorted attribute table.
-#include <ostrel/xml/XAttrTable.h>
+#include <ostrel/xml/detail/XAttrTable.h>
 
 #include <ostrel/xml/Xmlutils.h>
 

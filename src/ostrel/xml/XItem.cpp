@@ -2,7 +2,7 @@
 #include <ostrel/core/Dump.h>
 #include <ostrel/services/ErrServ.h>
 #include <ostrel/services/VarServ.h>
-#include <ostrel/xml/XAttrTable.h>
+#include <ostrel/xml/detail/XAttrTable.h>
 #include <ostrel/xml/Xmlutils.h>
 
 #include <algorithm>

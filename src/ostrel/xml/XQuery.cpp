@@ -4,7 +4,7 @@
 #include <ostrel/rtl/Strings.h>
 #include <ostrel/services/ErrServ.h>
 #include <ostrel/services/VarServ.h>
-#include <ostrel/xml/XAttrTable.h>
+#include <ostrel/xml/detail/XAttrTable.h>
 
 #include <algorithm>
 #include <memory>
