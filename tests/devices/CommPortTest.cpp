@@ -36,8 +36,8 @@ namespace {
 
 const std::string AlreadyOpen = Cp1251(u8"Порт уже открыт.\r\rОперация невозможна.").Str();
 
-// The open failure for a device path.
-AnsiString Unavailable(std::string_view path, std::string_view reason) {
+// The open failure for a device path (the path cases run off Windows only).
+[[maybe_unused]] AnsiString Unavailable(std::string_view path, std::string_view reason) {
   return Cp1251(u8"Устройство ").Str() + AnsiString(path) + Cp1251(u8" недоступно: ").Str() + AnsiString(reason) + ".";
 }
 
