@@ -41,8 +41,8 @@ class Files {
 
  private:
   Files() {
-    const fs::path dir = fs::temp_directory_path() /
-                         ("ostrel_core_bench_" + std::to_string(std::random_device{}()));
+    const fs::path dir =
+        fs::temp_directory_path() / ("ostrel_core_bench_" + std::to_string(std::random_device{}()));
     fs::create_directories(dir);
     fDir = dir;
     bytes = (dir / "bytes.bin").string();
@@ -58,8 +58,7 @@ class Files {
     std::string line(kLineLen, ' ');
     line.back() = '\n';
     for (std::size_t done = 0; done < kFileSize; done += kLineLen) {
-      for (std::size_t i = 0; i + 1 < kLineLen; ++i)
-        line[i] = static_cast<char>('a' + rng() % 26);
+      for (std::size_t i = 0; i + 1 < kLineLen; ++i) line[i] = static_cast<char>('a' + rng() % 26);
       t.write(line.data(), static_cast<std::streamsize>(line.size()));
     }
   }
@@ -214,9 +213,8 @@ void BM_FlatVector_Insert(benchmark::State& state) {
   for (auto _ : state) {
     std::vector<TkxKeyRec*> recs;
     for (Integer k : keys) {
-      auto at = std::lower_bound(recs.begin(), recs.end(), k, [](TkxKeyRec* r, Integer key) {
-        return VarToInt(r->Key) < key;
-      });
+      auto at = std::lower_bound(recs.begin(), recs.end(), k,
+                                 [](TkxKeyRec* r, Integer key) { return VarToInt(r->Key) < key; });
       recs.insert(at, new TkxKeyRec{k, nullptr});
     }
     state.PauseTiming();
@@ -225,7 +223,11 @@ void BM_FlatVector_Insert(benchmark::State& state) {
   }
   state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * keys.size()));
 }
-BENCHMARK(BM_FlatVector_Insert)->Arg(100000)->Arg(200000)->Arg(400000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_FlatVector_Insert)
+    ->Arg(100000)
+    ->Arg(200000)
+    ->Arg(400000)
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

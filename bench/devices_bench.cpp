@@ -11,12 +11,12 @@
 
 #include <benchmark/benchmark.h>
 
-#include <chrono>
-#include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <poll.h>
 #include <termios.h>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
 #include <thread>
 #include <vector>
 
@@ -66,11 +66,13 @@ Outcome Run(const Pty& pty, bool toMaster, Move move) {
         pollfd pfd{pty.Master(), POLLIN, 0};
         if (::poll(&pfd, 1, 10000) <= 0) break;
         ssize_t n = ::read(pty.Master(), buf.data(), Chunk);
-        if (n <= 0 || std::memcmp(buf.data(), At(peerGood), static_cast<std::size_t>(n)) != 0) break;
+        if (n <= 0 || std::memcmp(buf.data(), At(peerGood), static_cast<std::size_t>(n)) != 0)
+          break;
         peerGood += static_cast<std::size_t>(n);
       }
     } else {
-      for (std::size_t sent = 0; sent < Volume; sent += Chunk) pty.WriteAll(At(sent), std::min(Chunk, Volume - sent));
+      for (std::size_t sent = 0; sent < Volume; sent += Chunk)
+        pty.WriteAll(At(sent), std::min(Chunk, Volume - sent));
       peerGood = Volume;
     }
   });
@@ -125,7 +127,8 @@ void Compare(benchmark::State& state, bool toMaster) {
     commPort.Open();
     Outcome o = Run(pty, toMaster, [&](char* p, std::size_t n) -> std::size_t {
       Integer count = static_cast<Integer>(n);
-      return static_cast<std::size_t>(toMaster ? commPort.Write(p, count, -1) : commPort.Read(p, count, 10000));
+      return static_cast<std::size_t>(toMaster ? commPort.Write(p, count, -1)
+                                               : commPort.Read(p, count, 10000));
     });
     portTime += o.seconds;
     intact = intact && o.intact;

@@ -153,10 +153,10 @@ class TableReporter : public benchmark::ConsoleReporter {
   void ReportRuns(const std::vector<Run>& runs) override {
     ConsoleReporter::ReportRuns(runs);
     for (const Run& r : runs) {
-      bool use = r.run_type == Run::RT_Aggregate ? r.aggregate_name == "median"
-                                                 : r.repetitions <= 1;
-      if (use && !r.error_occurred) fTimes[r.run_name.function_name + "/" + r.run_name.args] =
-          r.GetAdjustedCPUTime();
+      bool use =
+          r.run_type == Run::RT_Aggregate ? r.aggregate_name == "median" : r.repetitions <= 1;
+      if (use && !r.error_occurred)
+        fTimes[r.run_name.function_name + "/" + r.run_name.args] = r.GetAdjustedCPUTime();
     }
   }
 

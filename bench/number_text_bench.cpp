@@ -29,13 +29,13 @@ namespace {
 using namespace ostrel;
 
 constexpr std::size_t kCount = 256;  // a power of two: the index wraps with a mask
-constexpr int kBuckets = 33;          // biased exponents 0 (denormals), 1, 1024, ..., 0x7FFE
+constexpr int kBuckets = 33;         // biased exponents 0 (denormals), 1, 1024, ..., 0x7FFE
 
 struct Sample {
-  Extended80 value;      // positive
-  std::string digits;    // its decimal text as digits and a power of ten ...
+  Extended80 value;    // positive
+  std::string digits;  // its decimal text as digits and a power of ten ...
   long exp10 = 0;
-  std::string text;      // ... and as one text for strtold
+  std::string text;  // ... and as one text for strtold
 };
 
 std::string DigitText(const std::string& digits, long exp10) {

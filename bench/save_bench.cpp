@@ -15,7 +15,9 @@ namespace {
 
 using namespace ostrel;
 
-std::filesystem::path TargetPath() { return std::filesystem::temp_directory_path() / "ostrel-save-bench.txt"; }
+std::filesystem::path TargetPath() {
+  return std::filesystem::temp_directory_path() / "ostrel-save-bench.txt";
+}
 
 std::string TargetName() {
   std::u8string name = TargetPath().u8string();

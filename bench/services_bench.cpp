@@ -18,9 +18,9 @@
 #include <vector>
 
 #if defined(OSTREL_HAVE_ICU)
-#  include <unicode/locid.h>
-#  include <unicode/rbnf.h>
-#  include <unicode/unistr.h>
+#include <unicode/locid.h>
+#include <unicode/rbnf.h>
+#include <unicode/unistr.h>
 #endif
 
 namespace {

@@ -18,9 +18,9 @@
 #include <string>
 #include <vector>
 
+#include <malloc.h>
 #include <algorithm>
 #include <cstdlib>
-#include <malloc.h>
 #include <new>
 #ifdef OSTREL_HAVE_PUGIXML
 #include <pugixml.hpp>
@@ -45,12 +45,8 @@ std::string GenerateRegister(std::size_t bytes) {
   auto pick = [&](const std::vector<AnsiString>& v) -> const AnsiString& {
     return v[rng() % v.size()];
   };
-  auto amount = [&] {
-    return IntToStr(rng() % 100000) + "." + IntToStr(10 + rng() % 90);
-  };
-  auto date = [&] {
-    return "2024-" + IntToStr(10 + rng() % 3) + "-" + IntToStr(10 + rng() % 19);
-  };
+  auto amount = [&] { return IntToStr(rng() % 100000) + "." + IntToStr(10 + rng() % 90); };
+  auto date = [&] { return "2024-" + IntToStr(10 + rng() % 3) + "-" + IntToStr(10 + rng() % 19); };
   const std::vector<AnsiString> firms = {
       Ansi(u8"ООО &quot;Ромашка&quot;"), Ansi(u8"АО &quot;Вектор &amp; К&quot;"),
       Ansi(u8"ИП Сидоров Пётр Ильич"), Ansi(u8"ПАО &quot;Северная верфь&quot;")};
@@ -76,9 +72,8 @@ std::string GenerateRegister(std::size_t bytes) {
            pick(goods) + Ansi(u8"\" кол=\"") + IntToStr(1 + rng() % 50) + Ansi(u8"\" цена=\"") +
            amount() + Ansi(u8"\" сумма=\"") + amount() + "\"/>\r\n";
     s += Ansi(u8"    </Строки>\r\n");
-    s += Ansi(u8"    <Назначение>Оплата по счёту № ") + IntToStr(rng() % 1000) +
-         Ansi(u8" от ") + date() + Ansi(u8" &amp; НДС 20% (") + amount() +
-         Ansi(u8" руб.)</Назначение>\r\n");
+    s += Ansi(u8"    <Назначение>Оплата по счёту № ") + IntToStr(rng() % 1000) + Ansi(u8" от ") +
+         date() + Ansi(u8" &amp; НДС 20% (") + amount() + Ansi(u8" руб.)</Назначение>\r\n");
     if (n % 3 == 0)
       s += Ansi(u8"    <Примечание><![CDATA[Срочно: до 15:00 <без акцепта>]]></Примечание>\r\n");
     s += "  </" + docTag + ">\r\n";
@@ -89,11 +84,23 @@ std::string GenerateRegister(std::size_t bytes) {
 
 std::string GenerateBook(std::size_t bytes) {
   std::mt19937 rng(19991231);
-  const std::vector<AnsiString> words = {
-      Ansi(u8"договор"), Ansi(u8"поставка"), Ansi(u8"обязательства"), Ansi(u8"сторона"),
-      Ansi(u8"оплата"), Ansi(u8"в"), Ansi(u8"и"), Ansi(u8"по"), Ansi(u8"срок"),
-      Ansi(u8"&quot;Заказчик&quot;"), Ansi(u8"&lt;приложение&gt;"), Ansi(u8"&amp;"),
-      Ansi(u8"рублей"), Ansi(u8"счёт"), Ansi(u8"акт"), Ansi(u8"2024"), Ansi(u8"№&#160;5")};
+  const std::vector<AnsiString> words = {Ansi(u8"договор"),
+                                         Ansi(u8"поставка"),
+                                         Ansi(u8"обязательства"),
+                                         Ansi(u8"сторона"),
+                                         Ansi(u8"оплата"),
+                                         Ansi(u8"в"),
+                                         Ansi(u8"и"),
+                                         Ansi(u8"по"),
+                                         Ansi(u8"срок"),
+                                         Ansi(u8"&quot;Заказчик&quot;"),
+                                         Ansi(u8"&lt;приложение&gt;"),
+                                         Ansi(u8"&amp;"),
+                                         Ansi(u8"рублей"),
+                                         Ansi(u8"счёт"),
+                                         Ansi(u8"акт"),
+                                         Ansi(u8"2024"),
+                                         Ansi(u8"№&#160;5")};
   auto sentence = [&] {
     AnsiString t;
     const int n = 8 + static_cast<int>(rng() % 30);
@@ -101,8 +108,8 @@ std::string GenerateBook(std::size_t bytes) {
     return t + ".";
   };
   const AnsiString section = Ansi(u8"Раздел");
-  std::string s = std::string(XML_HEADER_WIN1251) + "\r\n" +
-                  Ansi(u8"<Книга название=\"Сборник условий\">\r\n");
+  std::string s =
+      std::string(XML_HEADER_WIN1251) + "\r\n" + Ansi(u8"<Книга название=\"Сборник условий\">\r\n");
   std::vector<int> open;  // numbers of the open sections
   int next = 1;
   while (s.size() < bytes || !open.empty()) {
@@ -136,7 +143,8 @@ const std::string& Document(int mb, int shape) {
   if (it == docs.end()) {
     const std::size_t bytes = static_cast<std::size_t>(mb) << 20;
     it = docs.emplace(std::pair(mb, shape),
-                      shape == kBook ? GenerateBook(bytes) : GenerateRegister(bytes)).first;
+                      shape == kBook ? GenerateBook(bytes) : GenerateRegister(bytes))
+             .first;
   }
   return it->second;
 }
@@ -263,7 +271,8 @@ std::int64_t gLive = 0, gPeak = 0;
 void* CountedAlloc(std::size_t size, std::size_t align = 0) {
   void* p = align ? std::aligned_alloc(align, (size + align - 1) / align * align)
                   : std::malloc(size ? size : 1);
-  if (p && gCounting) gPeak = std::max(gPeak, gLive += static_cast<std::int64_t>(malloc_usable_size(p)));
+  if (p && gCounting)
+    gPeak = std::max(gPeak, gLive += static_cast<std::int64_t>(malloc_usable_size(p)));
   return p;
 }
 void CountedFree(void* p) noexcept {
@@ -313,8 +322,8 @@ class TableReporter : public benchmark::ConsoleReporter {
   void ReportRuns(const std::vector<Run>& runs) override {
     ConsoleReporter::ReportRuns(runs);
     for (const Run& r : runs) {
-      const bool use = r.run_type == Run::RT_Aggregate ? r.aggregate_name == "median"
-                                                       : r.repetitions <= 1;
+      const bool use =
+          r.run_type == Run::RT_Aggregate ? r.aggregate_name == "median" : r.repetitions <= 1;
       auto it = r.counters.find("bytes_per_second");
       if (use && !r.error_occurred && it != r.counters.end())
         fRates[r.run_name.function_name + "/" + r.run_name.args] = it->second.value / (1 << 20);
@@ -333,8 +342,8 @@ class TableReporter : public benchmark::ConsoleReporter {
           std::printf("%-6s %-9s %5d", op, kShapeNames[shape], mb);
           std::vector<double> rates;
           for (const Lib& lib : Libs()) {
-            rates.push_back(Rate(std::string(lib.name) + "/" + op + "/" + std::to_string(mb) +
-                                 "/" + std::to_string(shape)));
+            rates.push_back(Rate(std::string(lib.name) + "/" + op + "/" + std::to_string(mb) + "/" +
+                                 std::to_string(shape)));
             std::printf(" %13.1f", rates.back());
           }
           for (std::size_t i = 1; i < rates.size(); ++i)
@@ -383,7 +392,11 @@ void XCopyItemsWideKeys(benchmark::State& state) {
   for (auto _ : state) XCopyItems(dest, source);  // the row matches: nothing is added
   if (dest->get_Count() != 1) state.SkipWithError("the wide row was not matched");
 }
-BENCHMARK(XCopyItemsWideKeys)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(XCopyItemsWideKeys)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(3);
 
 // The target row <row a0=...><v/></row>; the fixes <f><row a0=...><v fix="u"/></row></f>
 // find it by all its attributes and replace its v.
@@ -428,7 +441,11 @@ void WalkDownTakingInterfaces(benchmark::State& state) {
     state.ResumeTiming();
   }
 }
-BENCHMARK(WalkDownTakingInterfaces)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(WalkDownTakingInterfaces)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(3);
 
 void GetDocDeep(benchmark::State& state) {
   const IPtr<IXDoc> doc = Chain(static_cast<int>(state.range(0)));
@@ -465,9 +482,11 @@ int main(int argc, char** argv) {
     for (int shape : {kRegister, kBook})
       for (int mb : kSizesMB) {
         benchmark::RegisterBenchmark((std::string(lib.name) + "/Load").c_str(), lib.load)
-            ->Args({mb, shape})->Unit(benchmark::kMillisecond);
+            ->Args({mb, shape})
+            ->Unit(benchmark::kMillisecond);
         benchmark::RegisterBenchmark((std::string(lib.name) + "/Save").c_str(), lib.save)
-            ->Args({mb, shape})->Unit(benchmark::kMillisecond);
+            ->Args({mb, shape})
+            ->Unit(benchmark::kMillisecond);
       }
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;

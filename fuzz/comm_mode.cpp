@@ -21,13 +21,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const TDCB before = dcb;
   std::string_view text = in.Rest();
   if (!CommModeToDCB(text, dcb)) {
-    fuzz::Require(std::memcmp(&dcb, &before, sizeof dcb) == 0, "a refused mode string changed the block", text);
+    fuzz::Require(std::memcmp(&dcb, &before, sizeof dcb) == 0,
+                  "a refused mode string changed the block", text);
     return 0;
   }
-  fuzz::Require(dcb.BaudRate > 0 && dcb.ByteSize >= 5 && dcb.ByteSize <= 8 && dcb.Parity <= ptSpace &&
-                    dcb.StopBits <= sb2,
+  fuzz::Require(dcb.BaudRate > 0 && dcb.ByteSize >= 5 && dcb.ByteSize <= 8 &&
+                    dcb.Parity <= ptSpace && dcb.StopBits <= sb2,
                 "a mode string gave settings out of range", text);
   TkxCommPort port;
-  fuzz::Require(fuzz::Guarded([&] { port.AssignDCB(dcb); }), "the port refused a parsed mode string", text);
+  fuzz::Require(fuzz::Guarded([&] { port.AssignDCB(dcb); }),
+                "the port refused a parsed mode string", text);
   return 0;
 }

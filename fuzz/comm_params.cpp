@@ -6,10 +6,10 @@
 #include <ostrel/devices/Kxcommport.h>
 #include <ostrel/devices/SerialScanner.h>
 
+#include <unistd.h>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <unistd.h>
 
 using namespace ostrel;
 namespace fs = std::filesystem;
@@ -29,14 +29,17 @@ const fs::path& Store() {
 void WriteValues(const fs::path& key, std::string_view bytes) {
   fs::path dir = Store() / "ostrel" / "registry" / "HKEY_CURRENT_USER" / key;
   fs::create_directories(dir);
-  std::ofstream(dir / "values.txt", std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  std::ofstream(dir / "values.txt", std::ios::binary)
+      .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
 void CheckReadsBack(const TkxCommPort& port) {
   AnsiString saved = port.ParamsText();
   TkxCommPort other;
-  fuzz::Require(fuzz::Guarded([&] { other.LoadParamsText(saved, true); }), "saved settings do not load", saved);
-  fuzz::Require(other.ParamsText() == saved, "saved settings read back differently", saved + " / " + other.ParamsText());
+  fuzz::Require(fuzz::Guarded([&] { other.LoadParamsText(saved, true); }),
+                "saved settings do not load", saved);
+  fuzz::Require(other.ParamsText() == saved, "saved settings read back differently",
+                saved + " / " + other.ParamsText());
 }
 
 }  // namespace
@@ -52,7 +55,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   } else {
     WriteValues(fs::path("Software") / "Velmora Soft" / "Fuzz", text);
     WriteValues(fs::path("Software") / "Velmora Soft" / "Devices" / "BCREADER", text);
-    fuzz::Guarded([&] { port.RegLoadParams(HKEY_CURRENT_USER, "\\Software\\Velmora Soft\\Fuzz", loadPortNumber); });
+    fuzz::Guarded([&] {
+      port.RegLoadParams(HKEY_CURRENT_USER, "\\Software\\Velmora Soft\\Fuzz", loadPortNumber);
+    });
     fuzz::Guarded([&] {
       for (const TSerialScannerConfig& s : LoadSerialScanners()) {
         TkxCommPort scanner;

@@ -16,9 +16,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   AnsiString s(in.Text());
   char ch = static_cast<char>(in.Byte());
   std::string_view fmt = in.Rest();
-  const FormatArg args[] = {FormatArg(i), FormatArg(i64), FormatArg(f), FormatArg(s),
-                            FormatArg(ch), FormatArg(c), FormatArg(static_cast<const void*>(&i)),
-                            FormatArg(Integer{7}), FormatArg(static_cast<unsigned>(i))};
+  const FormatArg args[] = {FormatArg(i),
+                            FormatArg(i64),
+                            FormatArg(f),
+                            FormatArg(s),
+                            FormatArg(ch),
+                            FormatArg(c),
+                            FormatArg(static_cast<const void*>(&i)),
+                            FormatArg(Integer{7}),
+                            FormatArg(static_cast<unsigned>(i))};
   const TFormatSettings& settings = invariant ? TFormatSettings::Invariant() : FormatSettings;
   fuzz::Guarded([&] { FormatBuf(fmt, args, std::size(args), settings); });
   return 0;

@@ -27,8 +27,8 @@ bool Load(TkxLayoutGrid& grid, std::string_view text) {
   Layout_SaveToXItem(grid, &saved);
   TComponent owner(nullptr);
   auto* again = NewComponent<TkxLayoutGrid>(owner);
-  fuzz::Require(fuzz::Guarded([&] { Layout_LoadFromXItem(*again, &saved); }), "a saved layout does not read back",
-                drawing);
+  fuzz::Require(fuzz::Guarded([&] { Layout_LoadFromXItem(*again, &saved); }),
+                "a saved layout does not read back", drawing);
   fuzz::Require(Layout_Draw(*again) == drawing, "a saved layout reads back differently", drawing);
   return true;
 }
@@ -48,13 +48,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Load(*frameGrid, frameText);
     TkxLayoutMergeSchema schema(nullptr);
     TXItem item;
-    if (!Read(item, schemaText) ||
-        !fuzz::Guarded([&] { MergeSchema_LoadFromXItem(schema, &item, {formGrid, frameGrid}); }))
+    if (!Read(item, schemaText) || !fuzz::Guarded([&] {
+          MergeSchema_LoadFromXItem(schema, &item, {formGrid, frameGrid});
+        }))
       return 0;
     TXItem saved;
     MergeSchema_SaveToXItem(schema, &saved);
     TkxLayoutMergeSchema again(nullptr);
-    fuzz::Require(fuzz::Guarded([&] { MergeSchema_LoadFromXItem(again, &saved, {formGrid, frameGrid}); }),
+    fuzz::Require(fuzz::Guarded([&] {
+                    MergeSchema_LoadFromXItem(again, &saved, {formGrid, frameGrid});
+                  }),
                   "a saved schema does not read back");
     fuzz::Require(again.Items()->Count() == schema.Items()->Count(), "a saved schema loses items");
     fuzz::Guarded([&] { schema.Apply(merge); });

@@ -71,7 +71,8 @@ std::string ExactDigits(Extended80 x, int& exp10) {
 std::string Midpoint(const std::string& a, int ea, const std::string& b, int eb, int& exp10) {
   // Both as digit strings on the same grid: top place max(ea, eb) + 1 (room for a carry).
   const int top = (ea > eb ? ea : eb) + 1;
-  const int low = std::min(ea - static_cast<int>(a.size()) + 1, eb - static_cast<int>(b.size()) + 1);
+  const int low =
+      std::min(ea - static_cast<int>(a.size()) + 1, eb - static_cast<int>(b.size()) + 1);
   const std::size_t width = static_cast<std::size_t>(top - low + 2);  // one more place for the half
   std::string sa(width, '0'), sb(width, '0');
   sa.replace(static_cast<std::size_t>(top - ea), a.size(), a);
@@ -116,8 +117,8 @@ void Check(Extended80 x, int precision) {
   const std::string want = GlibcDigits(x, precision, glibcExp);
   const int e = Extended80Digits(x, precision, mine);
   fuzz::Require(e == glibcExp && want == std::string(mine, static_cast<std::size_t>(precision)),
-                "Extended80Digits differs from snprintf", Show(x) + " precision " +
-                    std::to_string(precision) + ": " + want);
+                "Extended80Digits differs from snprintf",
+                Show(x) + " precision " + std::to_string(precision) + ": " + want);
 
   int count = 0, shortExp = 0;
   const int se = Extended80ShortestDigits(x, mine, count);

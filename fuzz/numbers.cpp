@@ -28,14 +28,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   TFormatSettingsGuard guard;
   if (invariant) FormatSettings = TFormatSettings::Invariant();
 
-  Agree<Integer>(text, [](std::string_view s, Integer& v) { return TryStrToInt(s, v); },
-                 [](std::string_view s) { return StrToInt(s); });
-  Agree<Int64>(text, [](std::string_view s, Int64& v) { return TryStrToInt64(s, v); },
-               [](std::string_view s) { return StrToInt64(s); });
-  Agree<Extended>(text, [](std::string_view s, Extended& v) { return TryStrToFloat(s, v); },
-                  [](std::string_view s) { return StrToFloat(s); });
-  Agree<Currency>(text, [](std::string_view s, Currency& v) { return TryStrToCurr(s, v); },
-                  [](std::string_view s) { return StrToCurr(s); });
+  Agree<Integer>(
+      text, [](std::string_view s, Integer& v) { return TryStrToInt(s, v); },
+      [](std::string_view s) { return StrToInt(s); });
+  Agree<Int64>(
+      text, [](std::string_view s, Int64& v) { return TryStrToInt64(s, v); },
+      [](std::string_view s) { return StrToInt64(s); });
+  Agree<Extended>(
+      text, [](std::string_view s, Extended& v) { return TryStrToFloat(s, v); },
+      [](std::string_view s) { return StrToFloat(s); });
+  Agree<Currency>(
+      text, [](std::string_view s, Currency& v) { return TryStrToCurr(s, v); },
+      [](std::string_view s) { return StrToCurr(s); });
 
   Int64 i64 = 0;
   if (TryStrToInt64(text, i64))

@@ -25,7 +25,8 @@ namespace {
 std::string Write(const TXItem* item) {
   TMemoryStream out;
   SaveXData(item, true, out);
-  return std::string(static_cast<const char*>(out.Memory()), static_cast<std::size_t>(out.GetSize()));
+  return std::string(static_cast<const char*>(out.Memory()),
+                     static_cast<std::size_t>(out.GetSize()));
 }
 
 bool Read(TXItem* item, std::string_view text) {
@@ -67,11 +68,11 @@ void CompareChunkedLoad(std::string_view text) {
 
 // Trees that the writer cannot give back as they were read, by the dialect's own rules:
 // names with a double quote (it opens a quoted part in the end tag) or ending in "/" (cut
-// off once more when read back), attribute text ending in "/" (read back as self-closing), CDATA holding "]]>", a lone text child or two adjacent
-// ones (read back as the parent's value, or as one text), elements named "#text" that are
-// not plain text (they are written as their text alone, or as "/>" without one), and
-// inner elements whose name starts with "!" (an inner "<!" is neither comment nor CDATA; such
-// an element is read only where a tag follows a skipped declaration).
+// off once more when read back), attribute text ending in "/" (read back as self-closing), CDATA
+// holding "]]>", a lone text child or two adjacent ones (read back as the parent's value, or as one
+// text), elements named "#text" that are not plain text (they are written as their text alone, or
+// as "/>" without one), and inner elements whose name starts with "!" (an inner "<!" is neither
+// comment nor CDATA; such an element is read only where a tag follows a skipped declaration).
 bool Writable(const TXItem* root) {
   std::vector<const TXItem*> stack{root};
   while (!stack.empty()) {
@@ -84,9 +85,9 @@ bool Writable(const TXItem* root) {
     if (!attrs.empty() && attrs.back() == '/') return false;
     if (item->get_IsCDATA() && VarToStr(item->get_Value()).find("]]>") != AnsiString::npos)
       return false;
-    if (item->get_IsText() && (item == root || item->get_Count() > 0 ||
-                               !item->get_AttrText().empty() ||
-                               Trim(VarToStr(item->get_Value())).empty()))
+    if (item->get_IsText() &&
+        (item == root || item->get_Count() > 0 || !item->get_AttrText().empty() ||
+         Trim(VarToStr(item->get_Value())).empty()))
       return false;
     const Integer n = item->get_Count();
     if (n == 1 && item->get_Items(0)->get_IsText()) return false;

@@ -11,8 +11,8 @@
 #ifdef _WIN32
 #include <windows.h>
 #else
-#include <cstdlib>
 #include <unistd.h>
+#include <cstdlib>
 #endif
 
 namespace ostrel::testutil {
@@ -20,11 +20,13 @@ namespace ostrel::testutil {
 class SettingsSandbox {
  public:
   // key: the path from HKEY_CURRENT_USER, with a leading backslash, that the test writes below.
-  explicit SettingsSandbox(std::string key = std::string(CompanyRegKey) + "\\Ostrel Test") : fKey(std::move(key)) {
+  explicit SettingsSandbox(std::string key = std::string(CompanyRegKey) + "\\Ostrel Test")
+      : fKey(std::move(key)) {
 #ifdef _WIN32
     Clear();
 #else
-    fDir = std::filesystem::temp_directory_path() / ("ostrel-settings-" + std::to_string(::getpid()));
+    fDir =
+        std::filesystem::temp_directory_path() / ("ostrel-settings-" + std::to_string(::getpid()));
     std::filesystem::remove_all(fDir);
     std::filesystem::create_directories(fDir);
     ::setenv("XDG_CONFIG_HOME", fDir.c_str(), 1);

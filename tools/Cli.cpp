@@ -182,7 +182,8 @@ std::vector<Command> GroupCommands(std::string_view group) {
   std::vector<Command> found;
   for (const Command& c : Commands()) {
     const std::string_view name = c.name;
-    if (name.size() > group.size() && name.substr(0, group.size()) == group && name[group.size()] == ' ')
+    if (name.size() > group.size() && name.substr(0, group.size()) == group &&
+        name[group.size()] == ' ')
       found.push_back(c);
   }
   return found;
@@ -228,7 +229,8 @@ void PrintCommandHelp(Cli& cli, const Command& command) {
   cli.WriteLnUtf8("Options:");
   std::vector<std::pair<std::string, std::string>> rows;
   for (const Option& o : command.options)
-    rows.emplace_back(std::string(o.name) + (o.value ? std::string(" ") + o.value : ""), o.help ? o.help : "");
+    rows.emplace_back(std::string(o.name) + (o.value ? std::string(" ") + o.value : ""),
+                      o.help ? o.help : "");
   rows.emplace_back("--help", "show this help");
   std::size_t width = 0;
   for (const auto& r : rows) width = std::max(width, r.first.size());
@@ -271,10 +273,12 @@ struct ArgsParser {
       for (const Option& o : command.options)
         if (name == o.name) option = &o;
       if (!option)
-        throw UsageError("unknown option '" + cli.FromTerminal(name) + "' for '" + command.name + "'");
+        throw UsageError("unknown option '" + cli.FromTerminal(name) + "' for '" + command.name +
+                         "'");
       if (!option->value && value) throw UsageError("option " + name + " takes no value");
       if (option->value && !value) {
-        if (i + 1 >= raw.size()) throw UsageError("option " + name + " needs a value (" + option->value + ")");
+        if (i + 1 >= raw.size())
+          throw UsageError("option " + name + " needs a value (" + option->value + ")");
         value = cli.FromTerminal(raw[++i]);
       }
       out.fOptions.emplace_back(name, value.value_or(AnsiString()));
@@ -282,8 +286,8 @@ struct ArgsParser {
     const int n = static_cast<int>(out.fValues.size());
     if (n < command.minValues || (command.maxValues >= 0 && n > command.maxValues)) {
       std::string expected = command.usage && *command.usage ? command.usage : "no values";
-      throw UsageError(std::string(command.name) + " takes " + expected + " (" +
-                       std::to_string(n) + (n == 1 ? " value" : " values") + " given)");
+      throw UsageError(std::string(command.name) + " takes " + expected + " (" + std::to_string(n) +
+                       (n == 1 ? " value" : " values") + " given)");
     }
     return true;
   }
@@ -321,7 +325,8 @@ int Run(const std::vector<std::string>& args, Cli& cli) {
   } else if (const std::vector<Command> group = GroupCommands(args[i]); !group.empty()) {
     gHelpHint = "ostrel " + args[i] + " --help";
     std::string names;
-    for (const Command& c : group) names += (names.empty() ? "" : ", ") + std::string(c.name + args[i].size() + 1);
+    for (const Command& c : group)
+      names += (names.empty() ? "" : ", ") + std::string(c.name + args[i].size() + 1);
     if (i + 1 < args.size() && IsHelp(args[i + 1])) {
       cli.WriteLnUtf8("Usage: ostrel " + args[i] + " COMMAND [ARGUMENTS...]");
       cli.WriteLnUtf8("");
@@ -330,9 +335,10 @@ int Run(const std::vector<std::string>& args, Cli& cli) {
       cli.WriteLnUtf8("'ostrel " + args[i] + " COMMAND --help' shows a command's options.");
       return 0;
     }
-    if (i + 1 >= args.size()) throw UsageError(cli.FromTerminal(args[i]) + " needs a command: " + names);
-    throw UsageError("unknown " + cli.FromTerminal(args[i]) + " command '" + cli.FromTerminal(args[i + 1]) +
-                     "' (" + names + ")");
+    if (i + 1 >= args.size())
+      throw UsageError(cli.FromTerminal(args[i]) + " needs a command: " + names);
+    throw UsageError("unknown " + cli.FromTerminal(args[i]) + " command '" +
+                     cli.FromTerminal(args[i + 1]) + "' (" + names + ")");
   } else {
     throw UsageError("unknown command '" + cli.FromTerminal(args[i]) + "'");
   }

@@ -180,10 +180,12 @@ int Main(const std::vector<std::string>& args, std::istream& in, std::ostream& o
 #define OSTREL_CLI_CONCAT(a, b) OSTREL_CLI_CONCAT_(a, b)
 // Registers a command: OSTREL_CLI_COMMAND(.name = "hello", .summary = "...", .run = RunHello,
 // .usage = "[NAME]", .maxValues = 1).
-#define OSTREL_CLI_COMMAND(...)                                                  \
-  static const ::ostrel::cli::CommandRegistrar OSTREL_CLI_CONCAT(                \
-      ostrelCliCommand_, __COUNTER__){::ostrel::cli::Command{__VA_ARGS__}}
+#define OSTREL_CLI_COMMAND(...)                                                                    \
+  static const ::ostrel::cli::CommandRegistrar OSTREL_CLI_CONCAT(ostrelCliCommand_, __COUNTER__) { \
+    ::ostrel::cli::Command { __VA_ARGS__ }                                                         \
+  }
 // Registers `fn` as a section of `ostrel demo`.
-#define OSTREL_CLI_DEMO(order, title, fn)                                        \
-  static const ::ostrel::cli::DemoRegistrar OSTREL_CLI_CONCAT(                   \
-      ostrelCliDemo_, __COUNTER__){::ostrel::cli::DemoSection{order, title, fn}}
+#define OSTREL_CLI_DEMO(order, title, fn)                                                    \
+  static const ::ostrel::cli::DemoRegistrar OSTREL_CLI_CONCAT(ostrelCliDemo_, __COUNTER__) { \
+    ::ostrel::cli::DemoSection { order, title, fn }                                          \
+  }

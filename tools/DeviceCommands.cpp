@@ -42,7 +42,8 @@ PortArgs ParsePortArgs(const Args& args) {
   PortArgs r;
   auto number = [](const AnsiString& text, const char* what) {
     Integer n = 0;
-    if (!TryStrToInt(text, n) || n <= 0) throw UsageError(std::string(what) + " must be a positive integer");
+    if (!TryStrToInt(text, n) || n <= 0)
+      throw UsageError(std::string(what) + " must be a positive integer");
     return n;
   };
   r.port = args.Values()[0];
@@ -155,9 +156,10 @@ int RunSerial(Cli& cli, const Args& args) {
   port.Open();
   {
     std::lock_guard lock(outLock);
-    cli.ErrorLn(Format(raw ? "%s open at %s; standard input is sent as it is, until its end"
-                           : "%s open at %s; each line typed is sent with CR LF, end with end of input",
-                       a.port, port.ParamsText()));
+    cli.ErrorLn(
+        Format(raw ? "%s open at %s; standard input is sent as it is, until its end"
+                   : "%s open at %s; each line typed is sent with CR LF, end with end of input",
+               a.port, port.ParamsText()));
   }
   TSender sender(port, lost);
   std::vector<char> buffer(std::size_t{1} << 16);
@@ -225,7 +227,8 @@ int RunScan(Cli& cli, const Args& args) {
   // A console program has no window to be in the foreground: it is always the active one.
   SetAppActiveQuery([] { return true; });
   std::optional<AnsiString> lost;
-  SetSerialScannerLostHandler([&](const AnsiString&, const AnsiString& message) { lost = message; });
+  SetSerialScannerLostHandler(
+      [&](const AnsiString&, const AnsiString& message) { lost = message; });
   CatchTerminationSignals();
   TBCReader reader;
   Integer seen = 0;
@@ -246,7 +249,8 @@ int RunScan(Cli& cli, const Args& args) {
     }
   } cleanup{reader};
   reader.SetActive(true);
-  if (BCServer()->GetDevCount() == 0) throw Exception(DevConst::SDevAccessError.Str() + ": " + a.port);
+  if (BCServer()->GetDevCount() == 0)
+    throw Exception(DevConst::SDevAccessError.Str() + ": " + a.port);
   // A signal cannot wake the main thread's queue, so the wait is cut into short slices.
   while ((!a.count || seen < *a.count) && !lost && !TerminationSignal()) CheckSynchronize(100);
   if (int signal = TerminationSignal()) {
@@ -260,31 +264,38 @@ int RunScan(Cli& cli, const Args& args) {
 }  // namespace
 
 OSTREL_CLI_COMMAND(
-    .name = "serial",
-    .summary = "Terminal on a serial port: prints what arrives, sends standard input",
-    .run = RunSerial, .usage = "PORT",
-    .options = {{"--baud", "N", "the baud rate"},
-                {"--mode", "TEXT", "settings as a mode string (\"9600,n,8,1\")"},
-                {"--raw", nullptr, "send standard input's bytes exactly as they are"},
-                {"--lines", nullptr, "send each line typed with CR LF in place of its line end"}},
-    .minValues = 1, .maxValues = 1,
-    .details =
-        "PORT is a port number (1 to 16) or a device path.\n"
-        "When standard input is a terminal (or with --lines), each line typed is sent with CR LF in\n"
-        "place of its line end, and the bytes received are shown as text. When it is a file or a\n"
-        "pipe (or with --raw), its bytes are sent exactly as they are and the bytes received are\n"
-        "written unchanged. Ends at the end of input (after every byte has been sent), with status 1\n"
-        "when the device goes away, and on Ctrl-C with the port's settings restored.");
-OSTREL_CLI_COMMAND(
-    .name = "scan", .summary = "Barcode scanner on a serial port: prints each code read",
-    .run = RunScan, .usage = "PORT",
-    .options = {{"--baud", "N", "the baud rate"},
-                {"--count", "N", "stop after N codes (default: run until stopped)"}},
-    .minValues = 1, .maxValues = 1,
-    .details =
-        "PORT is a port number (1 to 16) or a device path.\n"
-        "Prints each code as it is read, until --count codes have been read or it is interrupted\n"
-        "(Ctrl-C, SIGTERM); standard input is not read, so its end does not stop it. Ends with\n"
-        "status 1 when the device goes away.");
+        .name = "serial",
+        .summary = "Terminal on a serial port: prints what arrives, sends standard input",
+        .run = RunSerial, .usage = "PORT",
+        .options = {{"--baud", "N", "the baud rate"},
+                    {"--mode", "TEXT", "settings as a mode string (\"9600,n,8,1\")"},
+                    {"--raw", nullptr, "send standard input's bytes exactly as they are"},
+                    {"--lines", nullptr,
+                     "send each line typed with CR LF in place of its line end"}},
+        .minValues = 1, .maxValues = 1,
+        .details =
+            "PORT is a port number (1 to 16) or a device path.\n"
+            "When standard input is a terminal (or with --lines), each line typed is sent with CR "
+            "LF in\n"
+            "place of its line end, and the bytes received are shown as text. When it is a file or "
+            "a\n"
+            "pipe (or with --raw), its bytes are sent exactly as they are and the bytes received "
+            "are\n"
+            "written unchanged. Ends at the end of input (after every byte has been sent), with "
+            "status 1\n"
+            "when the device goes away, and on Ctrl-C with the port's settings restored.");
+OSTREL_CLI_COMMAND(.name = "scan",
+                   .summary = "Barcode scanner on a serial port: prints each code read",
+                   .run = RunScan, .usage = "PORT",
+                   .options = {{"--baud", "N", "the baud rate"},
+                               {"--count", "N", "stop after N codes (default: run until stopped)"}},
+                   .minValues = 1, .maxValues = 1,
+                   .details =
+                       "PORT is a port number (1 to 16) or a device path.\n"
+                       "Prints each code as it is read, until --count codes have been read or it "
+                       "is interrupted\n"
+                       "(Ctrl-C, SIGTERM); standard input is not read, so its end does not stop "
+                       "it. Ends with\n"
+                       "status 1 when the device goes away.");
 
 }  // namespace ostrel::cli

@@ -94,9 +94,10 @@ int RunDump(Cli& cli, const Args& parsed) {
 }
 
 // Items may also be given one or more per line on standard input.
-OSTREL_CLI_COMMAND(.name = "dump", .summary = "Build a dump from name=value items and show its text forms",
-                   .run = RunDump, .usage = "[NAME=VALUE[;NAME=VALUE...]...]",
-                   .details = "Without items, they are read from standard input, one or more a line.");
+OSTREL_CLI_COMMAND(
+        .name = "dump", .summary = "Build a dump from name=value items and show its text forms",
+        .run = RunDump, .usage = "[NAME=VALUE[;NAME=VALUE...]...]",
+        .details = "Without items, they are read from standard input, one or more a line.");
 
 }  // namespace
 }  // namespace ostrel::cli

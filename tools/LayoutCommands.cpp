@@ -60,8 +60,9 @@ int RunMerge(Cli& cli, const Args& args) {
     }
   }
   if (svg) {
-    picture.NewRow(failure.empty() ? AnsiString(merge ? "after the merge" : "after hiding the sources")
-                                   : AnsiString("as the failure left them"));
+    picture.NewRow(failure.empty()
+                       ? AnsiString(merge ? "after the merge" : "after hiding the sources")
+                       : AnsiString("as the failure left them"));
     picture.Add(*form.grid, Caption("form", *form.grid));
     picture.Add(*frame.grid, Caption("frame", *frame.grid));
     picture.SaveToFile(*svg);
@@ -80,23 +81,29 @@ int RunMerge(Cli& cli, const Args& args) {
 
 }  // namespace
 
-OSTREL_CLI_COMMAND(.name = "layout show", .summary = "Draw a layout file as a text tree or an SVG picture",
-                   .run = RunShow, .usage = "FILE",
-                   .options = {{"--svg", "OUT", "draw the layout as an SVG picture into OUT instead"}},
+OSTREL_CLI_COMMAND(.name = "layout show",
+                   .summary = "Draw a layout file as a text tree or an SVG picture", .run = RunShow,
+                   .usage = "FILE",
+                   .options = {{"--svg", "OUT",
+                                "draw the layout as an SVG picture into OUT instead"}},
                    .minValues = 1, .maxValues = 1,
-                   .details = "Each line of the tree is a panel with its controls; docs/LAYOUTS.md "
-                              "describes the file.");
+                   .details =
+                       "Each line of the tree is a panel with its controls; docs/LAYOUTS.md "
+                       "describes the file.");
 OSTREL_CLI_COMMAND(
-    .name = "layout merge", .summary = "Merge a frame's layout into a form's by a schema",
-    .run = RunMerge, .usage = "FORM FRAME SCHEMA",
-    .options = {{"--no-merge", nullptr, "hide the frame's source panels instead of moving them"},
-                {"-o", "OUT", "save the form's layout to OUT"},
-                {"--frame-out", "OUT", "save the frame's layout to OUT"},
-                {"--svg", "OUT", "draw form and frame, before and after, as an SVG picture into OUT"}},
-    .minValues = 3, .maxValues = 3,
-    .details = "Without -o, --frame-out or --svg both layouts are drawn as text. A schema without\n"
-               "targetlayout merges into the form. When an item fails, the error names it, the\n"
-               "layouts are drawn (and saved) as the failure left them, with the items before it\n"
-               "applied, and the exit status is 1.");
+        .name = "layout merge", .summary = "Merge a frame's layout into a form's by a schema",
+        .run = RunMerge, .usage = "FORM FRAME SCHEMA",
+        .options = {{"--no-merge", nullptr,
+                     "hide the frame's source panels instead of moving them"},
+                    {"-o", "OUT", "save the form's layout to OUT"},
+                    {"--frame-out", "OUT", "save the frame's layout to OUT"},
+                    {"--svg", "OUT",
+                     "draw form and frame, before and after, as an SVG picture into OUT"}},
+        .minValues = 3, .maxValues = 3,
+        .details =
+            "Without -o, --frame-out or --svg both layouts are drawn as text. A schema without\n"
+            "targetlayout merges into the form. When an item fails, the error names it, the\n"
+            "layouts are drawn (and saved) as the failure left them, with the items before it\n"
+            "applied, and the exit status is 1.");
 
 }  // namespace ostrel::cli

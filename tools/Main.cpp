@@ -8,10 +8,10 @@
 #include <vector>
 
 #if defined(_WIN32)
-#  include <windows.h>
-#  include <shellapi.h>
+#include <shellapi.h>
+#include <windows.h>
 
-#  include <ostrel/rtl/Strings.h>
+#include <ostrel/rtl/Strings.h>
 
 namespace {
 
@@ -60,8 +60,7 @@ std::vector<std::string> WindowsArgs(int argc, char** argv, bool& raw) {
 // console's own code pages are given back at the end, as the shell expects them.
 class ConsoleCodePages {
  public:
-  explicit ConsoleCodePages(bool raw)
-      : fOutput(::GetConsoleOutputCP()), fInput(::GetConsoleCP()) {
+  explicit ConsoleCodePages(bool raw) : fOutput(::GetConsoleOutputCP()), fInput(::GetConsoleCP()) {
     const UINT page = raw ? 1251 : CP_UTF8;
     if (fOutput != 0) ::SetConsoleOutputCP(page);
     if (fInput != 0) ::SetConsoleCP(page);

@@ -79,7 +79,8 @@ int ForEachValue(Cli& cli, const std::vector<AnsiString>& values,
 int RunWords(Cli& cli, const Args& p) {
   const AnsiString lang = p.Value("--lang", "RU");
   const AnsiString currency = p.Value("--currency", "RUR");
-  const int decimals = p.Value("--decimals") ? ParseInt(*p.Value("--decimals"), "--decimals", 0, 18) : 2;
+  const int decimals =
+      p.Value("--decimals") ? ParseInt(*p.Value("--decimals"), "--decimals", 0, 18) : 2;
   // Unknown codes fail before any input is read.
   TkxNumToTextRec rec;
   ArgValue([&] { TkxNumToTextPr::GetNumRec(lang, rec, true); });
@@ -120,9 +121,9 @@ int RunNumber(Cli& cli, const Args& p) {
 }
 
 TDecimalRoundingCtrl ParseMode(std::string_view name) {
-  static const char* const kNames[] = {"drNone",    "drHalfEven", "drHalfPos", "drHalfNeg",
-                                       "drHalfDown", "drHalfUp",  "drRndNeg",  "drRndPos",
-                                       "drRndDown", "drRndUp"};
+  static const char* const kNames[] = {"drNone",     "drHalfEven", "drHalfPos", "drHalfNeg",
+                                       "drHalfDown", "drHalfUp",   "drRndNeg",  "drRndPos",
+                                       "drRndDown",  "drRndUp"};
   const AnsiString t = Trim(name);
   for (int i = 0; i < 10; ++i) {
     const std::string_view full = kNames[i];
@@ -140,11 +141,10 @@ AnsiString RoundedText(Extended v, int places, char separator) {
   if (std::isnan(v)) return "NAN";
   if (std::isinf(v)) return v < 0 ? "-INF" : "INF";
   std::string buf(LDBL_MAX_10_EXP + 64, '\0');
-  const auto r = places >= 0 && places <= 18
-                     ? std::to_chars(buf.data(), buf.data() + buf.size(), v,
-                                     std::chars_format::fixed, places)
-                     : std::to_chars(buf.data(), buf.data() + buf.size(), v,
-                                     std::chars_format::fixed);
+  const auto r =
+      places >= 0 && places <= 18
+          ? std::to_chars(buf.data(), buf.data() + buf.size(), v, std::chars_format::fixed, places)
+          : std::to_chars(buf.data(), buf.data() + buf.size(), v, std::chars_format::fixed);
   buf.resize(static_cast<std::size_t>(r.ptr - buf.data()));
   // No "-0" for a negative value that rounded to zero.
   if (buf[0] == '-' && buf.find_first_not_of("-0.") == std::string::npos) buf.erase(0, 1);
@@ -180,8 +180,7 @@ int RunParams(Cli& cli, const Args& p) {
       continue;
     }
     const std::size_t eq = v.find('=');
-    if (eq == AnsiString::npos)
-      throw UsageError("'" + v + "' is not NAME=VALUE");
+    if (eq == AnsiString::npos) throw UsageError("'" + v + "' is not NAME=VALUE");
     dump->set_ByName(v.substr(0, eq), Variant(v.substr(eq + 1)));
   }
   return ForEachValue(cli, templates, [&](const AnsiString& text) {
@@ -230,15 +229,17 @@ OSTREL_CLI_COMMAND(.name = "number", .summary = "Write a whole number in words",
 OSTREL_CLI_COMMAND(.name = "round",
                    .summary = "Round a number to decimal places in one of the ten rounding modes",
                    .run = RunRound, .usage = "[X] PLACES",
-                   .options = {{"--mode", "NAME", "HalfUp (default), HalfEven, HalfPos, HalfNeg, HalfDown, "
-                                                  "RndNeg, RndPos, RndDown, RndUp, None; with or without "
-                                                  "dr, or 0..9"}},
+                   .options = {{"--mode", "NAME",
+                                "HalfUp (default), HalfEven, HalfPos, HalfNeg, HalfDown, "
+                                "RndNeg, RndPos, RndDown, RndUp, None; with or without "
+                                "dr, or 0..9"}},
                    .minValues = 1, .maxValues = 2,
                    .details = "Without X, one number per line of standard input.");
-OSTREL_CLI_COMMAND(.name = "params", .summary = "Fill %name references of a template from NAME=VALUE pairs",
-                   .run = RunParams, .usage = "[TEMPLATE|-] [NAME=VALUE...]",
-                   .options = {{"--marker", "C", "the reference marker (%)"},
-                               {"--strict", nullptr, "a reference to a missing name is an error"}},
-                   .details = "Without TEMPLATE, or with -, one template per line of standard input.");
+OSTREL_CLI_COMMAND(
+        .name = "params", .summary = "Fill %name references of a template from NAME=VALUE pairs",
+        .run = RunParams, .usage = "[TEMPLATE|-] [NAME=VALUE...]",
+        .options = {{"--marker", "C", "the reference marker (%)"},
+                    {"--strict", nullptr, "a reference to a missing name is an error"}},
+        .details = "Without TEMPLATE, or with -, one template per line of standard input.");
 
 }  // namespace ostrel::cli

@@ -35,8 +35,7 @@ bool TryIsoDate(std::string_view s, TDateTime& value) {
   const std::size_t dash2 = dash1 == std::string_view::npos ? dash1 : s.find('-', dash1 + 1);
   if (dash1 != 4 || dash2 == std::string_view::npos) return false;
   const std::string_view y = s.substr(0, 4), m = s.substr(5, dash2 - 5), d = s.substr(dash2 + 1);
-  if (!AllDigits(y) || !AllDigits(m) || !AllDigits(d) || m.size() > 2 || d.size() > 2)
-    return false;
+  if (!AllDigits(y) || !AllDigits(m) || !AllDigits(d) || m.size() > 2 || d.size() > 2) return false;
   if (!TryEncodeDate(static_cast<Word>(StrToInt(y)), static_cast<Word>(StrToInt(m)),
                      static_cast<Word>(StrToInt(d)), value))
     throw EConvertError(Format(SysConst::SInvalidDate, s));
@@ -144,11 +143,13 @@ OSTREL_CLI_COMMAND(.name = "bankday", .summary = "Move a date by N bank days (Mo
                    .run = RunBankDay, .usage = "DATE N", .minValues = 2, .maxValues = 2,
                    .details = "Dates: dd.mm.yyyy, dd.mm.yy or yyyy-mm-dd. N may be negative.");
 OSTREL_CLI_COMMAND(.name = "period",
-                   .summary = "Show the period of a kind (day, week, month, quarter, halfyear, year, "
-                              "interval, from, until, all) that holds a date, with its texts",
+                   .summary =
+                       "Show the period of a kind (day, week, month, quarter, halfyear, year, "
+                       "interval, from, until, all) that holds a date, with its texts",
                    .run = RunPeriod, .usage = "KIND DATE [LAST]", .minValues = 2, .maxValues = 3,
                    .details = "KIND is a name or its number 0..9; only an interval takes LAST.");
-OSTREL_CLI_COMMAND(.name = "steps", .summary = "Count the steps (day ... year) that cover FIRST to LAST",
+OSTREL_CLI_COMMAND(.name = "steps",
+                   .summary = "Count the steps (day ... year) that cover FIRST to LAST",
                    .run = RunSteps, .usage = "FIRST LAST STEP", .minValues = 3, .maxValues = 3,
                    .details = "STEP is day, week, month, quarter, halfyear, year or 1..6.");
 
@@ -189,8 +190,7 @@ void DemoPeriods(Cli& cli) {
   for (int kind = pkDay; kind <= pkAll; ++kind) {
     TDateTime lo = IncBankDay(today, -12), hi = today;  // the interval keeps these
     TkxDateIntervalPr::GetPeriod(kind, today, lo, hi);
-    PickerRow(cli, IntToStr(kind) + " " + kKindNames[static_cast<std::size_t>(kind)], lo, hi,
-              kind);
+    PickerRow(cli, IntToStr(kind) + " " + kKindNames[static_cast<std::size_t>(kind)], lo, hi, kind);
   }
   TDateTime lo = 0, hi = 0, newLo = 0, newHi = 0;
   TkxDateIntervalPr::GetPeriod(pkQuarter, today, lo, hi);
@@ -205,8 +205,8 @@ void DemoPeriods(Cli& cli) {
   PickerRow(cli, "May 2025 -> year", lo, hi, pkYear);
   const TDateTime friday = EncodeDate(2026, 3, 20), saturday = EncodeDate(2026, 3, 21);
   cli.WriteLn("  " + DateToStr(friday) + " + 1 bank day = " + DateWithDay(IncBankDay(friday, 1)));
-  cli.WriteLn("  " + DateToStr(saturday) + " - 1 bank day = " +
-              DateWithDay(IncBankDay(saturday, -1)));
+  cli.WriteLn("  " + DateToStr(saturday) +
+              " - 1 bank day = " + DateWithDay(IncBankDay(saturday, -1)));
 }
 
 OSTREL_CLI_DEMO(70, "Date periods as a period picker shows them", DemoPeriods);

@@ -65,8 +65,8 @@ int Check(Cli& cli, const Args& args) {
       cli.WriteLn(file + ": ok");
     } catch (const EXMLError& e) {
       ++failed;
-      cli.WriteLn(file + ":" + std::to_string(e.Line()) + ":" + std::to_string(e.Column()) +
-                  ": " + LoadFailure(e));
+      cli.WriteLn(file + ":" + std::to_string(e.Line()) + ":" + std::to_string(e.Column()) + ": " +
+                  LoadFailure(e));
     } catch (const Exception& e) {
       ++failed;
       cli.WriteLn(file + ": " + LoadFailure(e));
@@ -107,12 +107,15 @@ int Fix(Cli& cli, const Args& args) {
   return 0;
 }
 
-OSTREL_CLI_COMMAND(.name = "xml check", .summary = "Check that XML files read; name the line of each error",
-                   .run = Check, .usage = "FILE...", .minValues = 1,
-                   .details = "Prints FILE: ok, or FILE:LINE:COLUMN: the error; status 1 when any fails.");
-OSTREL_CLI_COMMAND(.name = "xml format", .summary = "Write an XML file back as the library writes it",
-                   .run = FormatFile, .usage = "FILE",
-                   .options = {{"-o", "OUT", "write to OUT (CP1251, CR LF) instead of the terminal"}},
+OSTREL_CLI_COMMAND(
+        .name = "xml check", .summary = "Check that XML files read; name the line of each error",
+        .run = Check, .usage = "FILE...", .minValues = 1,
+        .details = "Prints FILE: ok, or FILE:LINE:COLUMN: the error; status 1 when any fails.");
+OSTREL_CLI_COMMAND(.name = "xml format",
+                   .summary = "Write an XML file back as the library writes it", .run = FormatFile,
+                   .usage = "FILE",
+                   .options = {{"-o", "OUT",
+                                "write to OUT (CP1251, CR LF) instead of the terminal"}},
                    .minValues = 1, .maxValues = 1);
 OSTREL_CLI_COMMAND(.name = "xml find", .summary = "Find the element a path names and show it",
                    .run = Find, .usage = "FILE PATH",
@@ -120,10 +123,13 @@ OSTREL_CLI_COMMAND(.name = "xml find", .summary = "Find the element a path names
                                {"--attr", "NAME", "show one attribute only"},
                                {"--attrs", nullptr, "show the attributes, one NAME=VALUE a line"}},
                    .minValues = 2, .maxValues = 2,
-                   .details = "PATH: names separated by /, with filters as payment[@number=\"318\"].");
-OSTREL_CLI_COMMAND(.name = "xml fix", .summary = "Apply a file of fixes (fix=\"a|u|d\") to a target file",
-                   .run = Fix, .usage = "TARGET FIXES",
-                   .options = {{"-o", "OUT", "write to OUT (CP1251, CR LF) instead of the terminal"}},
+                   .details =
+                       "PATH: names separated by /, with filters as payment[@number=\"318\"].");
+OSTREL_CLI_COMMAND(.name = "xml fix",
+                   .summary = "Apply a file of fixes (fix=\"a|u|d\") to a target file", .run = Fix,
+                   .usage = "TARGET FIXES",
+                   .options = {{"-o", "OUT",
+                                "write to OUT (CP1251, CR LF) instead of the terminal"}},
                    .minValues = 2, .maxValues = 2);
 
 // The sample file, compiled in so that the demo runs from anywhere.

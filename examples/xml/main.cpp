@@ -36,8 +36,7 @@ int main(int argc, char** argv) {
       for (Integer i = 0; i < root->get_Count(); ++i)
         numbers.push_back(VarToStr(XAttr(root->get_Items(i), "number", "")));
 
-    static constexpr auto sentence =
-        Cp1251(u8"%date  № %number  %payee: %amount (%words)");
+    static constexpr auto sentence = Cp1251(u8"%date  № %number  %payee: %amount (%words)");
     for (const AnsiString& number : numbers) {
       // A filtered path; a number that is not in the file raises with the path in the message.
       IPtr<IXItem> payment;
@@ -46,7 +45,8 @@ int main(int argc, char** argv) {
       payment->GetAttrList(fields);
       const Extended amount = RoundExt(XML2FLOAT(fields->get_ByName("sum")), 2, drHalfUp);
       fields->set_ByName("amount", FToStr(amount, 2, 2, false));
-      fields->set_ByName("words", CrcToText("RU", VarToStr(fields->get_ByName("currency")), amount));
+      fields->set_ByName("words",
+                         CrcToText("RU", VarToStr(fields->get_ByName("currency")), amount));
       fields->set_ByName("date", DateToStr(XML2DT(fields->get_ByName("date"))));
       std::cout << AnsiToUtf8(ParseParams(sentence, fields, '%', true)) << '\n';
     }

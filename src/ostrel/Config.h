@@ -2,27 +2,27 @@
 #pragma once
 
 #if defined(_WIN32) || defined(__CYGWIN__)
-#  if defined(OSTREL_STATIC)
-#    define OSTREL_API
-#  elif defined(OSTREL_BUILDING)
-#    define OSTREL_API __declspec(dllexport)
-#  else
-#    define OSTREL_API __declspec(dllimport)
-#  endif
+#if defined(OSTREL_STATIC)
+#define OSTREL_API
+#elif defined(OSTREL_BUILDING)
+#define OSTREL_API __declspec(dllexport)
 #else
-#  if defined(OSTREL_STATIC)
-#    define OSTREL_API
-#  else
-#    define OSTREL_API __attribute__((visibility("default")))
-#  endif
+#define OSTREL_API __declspec(dllimport)
+#endif
+#else
+#if defined(OSTREL_STATIC)
+#define OSTREL_API
+#else
+#define OSTREL_API __attribute__((visibility("default")))
+#endif
 #endif
 
 // Interface methods use the system calling convention of 32-bit Windows so that
 // modules built by other compilers can call through the same slots.
 #if defined(_WIN32) && !defined(_WIN64)
-#  define OSTREL_STDCALL __stdcall
+#define OSTREL_STDCALL __stdcall
 #else
-#  define OSTREL_STDCALL
+#define OSTREL_STDCALL
 #endif
 
 #define OSTREL_VERSION_MAJOR 0

@@ -33,7 +33,8 @@ std::unique_ptr<TXItem> Parse(std::string_view text) {
 std::string Text(const TXItem* item) {
   TMemoryStream stream;
   SaveXData(item, false, stream);
-  return std::string(static_cast<const char*>(stream.Memory()), static_cast<std::size_t>(stream.GetSize()));
+  return std::string(static_cast<const char*>(stream.Memory()),
+                     static_cast<std::size_t>(stream.GetSize()));
 }
 
 class LayoutFiles : public testing::Test {
@@ -54,7 +55,8 @@ class LayoutFiles : public testing::Test {
 
 TEST_F(LayoutFiles, ALayoutRoundTripsThroughAFile) {
   TComponent form(nullptr);
-  TkxLayoutGrid* grid = MakeGrid(form, "FormGrid", "Header[edNo edDate](Details[memNote]) (Inner[btnOk])");
+  TkxLayoutGrid* grid =
+      MakeGrid(form, "FormGrid", "Header[edNo edDate](Details[memNote]) (Inner[btnOk])");
   static_cast<TkxLayoutControl*>(form.FindComponent("edDate"))->SetKind("TDateEdit");
   static_cast<TControl*>(form.FindComponent("memNote"))->Hide();
   auto* title = NewComponent<TkxLayoutControl>(form, "TLabel");
@@ -102,9 +104,12 @@ TEST_F(LayoutFiles, LoadingPlacesTheGridsOwnControlsAndMakesTheMissingOnes) {
   auto* edB = NewComponent<TControl>(form);  // on the grid, in no panel yet
   edB->SetName("edB");
   edB->SetParent(grid);
-  Layout_LoadFromXItem(*grid, Parse("<LAYOUT name=\"Renamed\"><!-- note -->\r\n"
-                                    "  <panel name=\"P\"><control name=\"EDB\"/><control name=\"edNew\" kind=\"TMemo\"/>"
-                                    "<Control name=\"edA\" visible=\"FALSE\"/></panel></LAYOUT>").get());
+  Layout_LoadFromXItem(
+      *grid,
+      Parse("<LAYOUT name=\"Renamed\"><!-- note -->\r\n"
+            "  <panel name=\"P\"><control name=\"EDB\"/><control name=\"edNew\" kind=\"TMemo\"/>"
+            "<Control name=\"edA\" visible=\"FALSE\"/></panel></LAYOUT>")
+          .get());
   EXPECT_EQ(Shape(*grid), "P[edB edNew edA-]");
   EXPECT_EQ(grid->Name(), "Grid");  // a named grid keeps its name
   EXPECT_EQ(testutil::Join(form.ComponentCount(), LayoutControlKind(*edB),
@@ -113,25 +118,34 @@ TEST_F(LayoutFiles, LoadingPlacesTheGridsOwnControlsAndMakesTheMissingOnes) {
 }
 
 TEST_F(LayoutFiles, MalformedLayoutsNameTheFileLineAndColumn) {
-  struct Case { const char* xml; std::string message; };
+  struct Case {
+    const char* xml;
+    std::string message;
+  };
   const Case cases[] = {
       {"<form/>", "1:1: the root element is <form>, not <layout>"},
       {"<layout>\r\n  <panel name=\"P\">\r\n    <button/>\r\n  </panel>\r\n</layout>",
        "3:5: unknown element <button> in <panel>; allowed: panel, control"},
-      {"<layout>\n <panel nmae=\"P\"/>\n</layout>", "2:2: unknown attribute \"nmae\" of <panel>; allowed: name"},
+      {"<layout>\n <panel nmae=\"P\"/>\n</layout>",
+       "2:2: unknown attribute \"nmae\" of <panel>; allowed: name"},
       {"<layout><control kind=\"TEdit\"/></layout>", "1:9: a control needs a name"},
       {"<layout><control name=\"a\"/><panel><control name=\"A\"/></panel></layout>",
        "1:35: control \"A\" is placed twice"},
-      {"<layout>\n  <control name=\"ed-1\"/></layout>", "2:3: ''ed-1'' is not a valid component name"},
-      {"<layout><control name=\"a\" visible=\"no\"/></layout>", "1:9: visible=\"no\": allowed are true and false"},
-      {"<layout><panel>text</panel></layout>", "1:9: <panel> holds text \"text\"; it takes attributes and elements only"},
+      {"<layout>\n  <control name=\"ed-1\"/></layout>",
+       "2:3: ''ed-1'' is not a valid component name"},
+      {"<layout><control name=\"a\" visible=\"no\"/></layout>",
+       "1:9: visible=\"no\": allowed are true and false"},
+      {"<layout><panel>text</panel></layout>",
+       "1:9: <panel> holds text \"text\"; it takes attributes and elements only"},
       {"<layout><panel><unplaced/></panel></layout>",
        "1:16: unknown element <unplaced> in <panel>; allowed: panel, control"},
       {"<layout><unplaced><panel/></unplaced></layout>",
        "1:19: unknown element <panel> in <unplaced>; allowed: control"},
-      {"<?xml version=\"1.0\"?>\r\n<!-- <panel> -->\r\n<layout><control name=\"edB\"><control name=\"x\"/></control></layout>",
+      {"<?xml version=\"1.0\"?>\r\n<!-- <panel> -->\r\n<layout><control name=\"edB\"><control "
+       "name=\"x\"/></control></layout>",
        "3:9: control \"edB\" of kind TControl cannot hold controls"},
-      {"<layout><control name=a/></layout>", "1:9: " + Cp1251(u8"Ошибка в формате строки атрибутов \"name=a\"").Str()},
+      {"<layout><control name=a/></layout>",
+       "1:9: " + Cp1251(u8"Ошибка в формате строки атрибутов \"name=a\"").Str()},
   };
   for (const Case& c : cases) {
     TComponent form(nullptr);
@@ -142,13 +156,16 @@ TEST_F(LayoutFiles, MalformedLayoutsNameTheFileLineAndColumn) {
     TMemoryStream file;
     file.WriteBuffer(c.xml, static_cast<Integer>(std::strlen(c.xml)));
     file.SaveToFile(File("bad.xml"));
-    EXPECT_EQ(MessageOf([&] { Layout_LoadFromFile(*grid, File("bad.xml")); }), File("bad.xml") + ":" + c.message)
+    EXPECT_EQ(MessageOf([&] { Layout_LoadFromFile(*grid, File("bad.xml")); }),
+              File("bad.xml") + ":" + c.message)
         << c.xml;
   }
   // Read from an item, the operation stands where the file would.
   TComponent form(nullptr);
   auto* grid = NewComponent<TkxLayoutGrid>(form);
-  EXPECT_EQ(MessageOf([&] { Layout_LoadFromXItem(*grid, Parse("<layout><panel x=\"1\"/></layout>").get()); }),
+  EXPECT_EQ(MessageOf([&] {
+              Layout_LoadFromXItem(*grid, Parse("<layout><panel x=\"1\"/></layout>").get());
+            }),
             "LoadLayout: unknown attribute \"x\" of <panel>; allowed: name");
   // A file the XML reader refuses names itself in front of the reader's message.
   TMemoryStream bad;
@@ -180,7 +197,8 @@ TEST_F(LayoutFiles, ControlsInsideControlsAndOutsidePanelsRoundTrip) {
   Layout_LoadFromXItem(*grid, Parse(text).get());
   EXPECT_EQ(Layout_Draw(*grid),
             "G\n"
-            "  Top: gbAddress (TGroupBox: edCity (TEdit), pnInner (TPanel, hidden: edStreet (TEdit))), edNo (TEdit)\n"
+            "  Top: gbAddress (TGroupBox: edCity (TEdit), pnInner (TPanel, hidden: edStreet "
+            "(TEdit))), edNo (TEdit)\n"
             "(unplaced): lblHint (TLabel)\n");
   auto* street = static_cast<TControl*>(form.FindComponent("edStreet"));
   EXPECT_EQ(street->Parent(), form.FindComponent("pnInner"));
@@ -214,13 +232,15 @@ TEST_F(LayoutFiles, DeepTreesLoadSaveDrawAndFreeWithoutRecursion) {
   EXPECT_EQ(testutil::Join(panels, deepest), testutil::Join(depth + 1, depth));
   const AnsiString drawing = Layout_Draw(*grid);
   EXPECT_EQ(std::count(drawing.begin(), drawing.end(), '\n'), depth + 1);
-  EXPECT_NE(drawing.find("\n" + std::string(80, ' ') + "[300000] (panel): edLeaf (TkxLayoutControl)\n"),
-            std::string::npos);
+  EXPECT_NE(
+      drawing.find("\n" + std::string(80, ' ') + "[300000] (panel): edLeaf (TkxLayoutControl)\n"),
+      std::string::npos);
   TXItem saved;
   Layout_SaveToXItem(*grid, &saved);
   TkxLayoutPicture picture;
-  EXPECT_EQ(MessageOf([&] { picture.Add(*grid, "deep"); }),
-            "TkxLayoutPicture: layout \"Deep\" is more than 1000 panels deep; draw it as text instead");
+  EXPECT_EQ(
+      MessageOf([&] { picture.Add(*grid, "deep"); }),
+      "TkxLayoutPicture: layout \"Deep\" is more than 1000 panels deep; draw it as text instead");
   TComponent other(nullptr);
   auto* again = NewComponent<TkxLayoutGrid>(other);
   Layout_LoadFromXItem(*again, &saved);
@@ -293,7 +313,8 @@ TEST_F(LayoutFiles, ASchemaRoundTripsAndResolvesNamesAgainstTheGrids) {
   const std::string expected =
       "<?xml version=\"1.0\" encoding=\"Windows-1251\"?>\r\n"
       "<mergeschema targetlayout=\"FormGrid\">\r\n"
-      "  <item mode=\"mmAddChild\" source=\"FrameGrid.edA\" sourceshift=\"parent\" target=\"FormGrid.edB\" targetshift=\"\"/>\r\n"
+      "  <item mode=\"mmAddChild\" source=\"FrameGrid.edA\" sourceshift=\"parent\" "
+      "target=\"FormGrid.edB\" targetshift=\"\"/>\r\n"
       "  <item source=\"FrameGrid.edX\" targetname=\"edA &amp; co\"/>\r\n"
       "  <item/>\r\n"
       "</mergeschema>\r\n";
@@ -303,9 +324,11 @@ TEST_F(LayoutFiles, ASchemaRoundTripsAndResolvesNamesAgainstTheGrids) {
   MergeSchema_LoadFromFile(loaded, File("schema.xml"), {formGrid, frameGrid});
   ASSERT_EQ(loaded.Items()->Count(), 3);
   EXPECT_EQ(loaded.TargetLayout(), formGrid);
-  EXPECT_EQ(testutil::Join(loaded.Items()->Items(0)->DisplayName(), "|", loaded.Items()->Items(1)->DisplayName(),
-                           "|", loaded.Items()->Items(0)->MergeMode(), loaded.Items()->Items(1)->MergeMode()),
-            "edA parent > edB  | edX root > edA & co root | 2 0");
+  EXPECT_EQ(
+      testutil::Join(loaded.Items()->Items(0)->DisplayName(), "|",
+                     loaded.Items()->Items(1)->DisplayName(), "|",
+                     loaded.Items()->Items(0)->MergeMode(), loaded.Items()->Items(1)->MergeMode()),
+      "edA parent > edB  | edX root > edA & co root | 2 0");
   // The qualified name reaches the frame's edA although the form has one too.
   EXPECT_EQ(loaded.Items()->Items(0)->SourcePoint(), frame.FindComponent("edA"));
 
@@ -318,12 +341,18 @@ TEST_F(LayoutFiles, ASchemaRoundTripsAndResolvesNamesAgainstTheGrids) {
   inBox->SetName("edIn");
   inBox->SetParent(box);
   MergeSchema_LoadFromXItem(
-      loaded, Parse("<mergeschema><item source=\"edA\"/><item source=\"gbbox.edIn\"/><item source=\"FrameGrid.gbBox.edIn\"/></mergeschema>").get(),
+      loaded,
+      Parse("<mergeschema><item source=\"edA\"/><item source=\"gbbox.edIn\"/><item "
+            "source=\"FrameGrid.gbBox.edIn\"/></mergeschema>")
+          .get(),
       {formGrid, frameGrid});
-  EXPECT_EQ(testutil::Join(loaded.TargetLayout() == formGrid, loaded.Items()->Items(0)->SourcePoint() == form.FindComponent("edA"),
-                           loaded.Items()->Items(1)->SourcePoint() == inBox, loaded.Items()->Items(2)->SourcePoint() == inBox),
+  EXPECT_EQ(testutil::Join(loaded.TargetLayout() == formGrid,
+                           loaded.Items()->Items(0)->SourcePoint() == form.FindComponent("edA"),
+                           loaded.Items()->Items(1)->SourcePoint() == inBox,
+                           loaded.Items()->Items(2)->SourcePoint() == inBox),
             "1 1 1 1");
-  MergeSchema_LoadFromXItem(loaded, Parse("<mergeschema targetlayout=\"\"/>").get(), {formGrid, frameGrid});
+  MergeSchema_LoadFromXItem(loaded, Parse("<mergeschema targetlayout=\"\"/>").get(),
+                            {formGrid, frameGrid});
   EXPECT_EQ(loaded.TargetLayout(), nullptr);
   TXItem out;
   MergeSchema_SaveToXItem(loaded, &out);
@@ -331,10 +360,13 @@ TEST_F(LayoutFiles, ASchemaRoundTripsAndResolvesNamesAgainstTheGrids) {
 }
 
 TEST_F(LayoutFiles, MergeModesTakeTheSpellingsAUserTries) {
-  struct Case { const char* text; int mode; };
-  const Case cases[] = {{"mmInsertAfter", 0}, {"insertafter", 0}, {"After", 0}, {"0", 0},
-                        {"mmInsertBefore", 1}, {"before", 1}, {" 1 ", 1},
-                        {"MMADDCHILD", 2}, {"AddChild", 2}, {"child", 2}, {"2", 2}};
+  struct Case {
+    const char* text;
+    int mode;
+  };
+  const Case cases[] = {{"mmInsertAfter", 0},  {"insertafter", 0}, {"After", 0}, {"0", 0},
+                        {"mmInsertBefore", 1}, {"before", 1},      {" 1 ", 1},   {"MMADDCHILD", 2},
+                        {"AddChild", 2},       {"child", 2},       {"2", 2}};
   for (const Case& c : cases) {
     TkxLayoutMergeMode mode = mmInsertAfter;
     EXPECT_TRUE(MergeMode_FromText(c.text, mode)) << c.text;
@@ -351,18 +383,26 @@ TEST_F(LayoutFiles, AMalformedSchemaNamesItsPlaceAndLeavesTheSchemaAsItWas) {
   TkxLayoutGrid* grid = MakeGrid(form, "Grid", "Body[edA]");
   TkxLayoutMergeSchema schema(&form);
   schema.Items()->Add()->SetSourceShift("parent");
-  struct Case { const char* xml; const char* message; };
+  struct Case {
+    const char* xml;
+    const char* message;
+  };
   const Case cases[] = {
       {"<schema/>", "1:1: the root element is <schema>, not <mergeschema>"},
-      {"<mergeschema>\n  <move/>\n</mergeschema>", "2:3: unknown element <move> in <mergeschema>; allowed: item"},
+      {"<mergeschema>\n  <move/>\n</mergeschema>",
+       "2:3: unknown element <move> in <mergeschema>; allowed: item"},
       {"<mergeschema>\n<item source=\"edA\" shift=\"\" target=\"edA\"/></mergeschema>",
-       "2:1: unknown attribute \"shift\" of <item>; allowed: mode, source, sourceshift, target, targetname, targetshift"},
+       "2:1: unknown attribute \"shift\" of <item>; allowed: mode, source, sourceshift, target, "
+       "targetname, targetshift"},
       {"<mergeschema><item mode=\"sideways\"/></mergeschema>",
-       "1:14: mode=\"sideways\": allowed are mmInsertAfter, mmInsertBefore, mmAddChild, or after, before, child, or 0, 1, 2"},
+       "1:14: mode=\"sideways\": allowed are mmInsertAfter, mmInsertBefore, mmAddChild, or after, "
+       "before, child, or 0, 1, 2"},
       {"<mergeschema><item source=\"edA\"/><item target=\"edZ\"/></mergeschema>",
        "1:34: target=\"edZ\": no such control on the layouts (Grid)"},
-      {"<mergeschema><item source=\"Grid.edZ\"/></mergeschema>", "1:14: source=\"Grid.edZ\": layout \"Grid\" has no such control"},
-      {"<mergeschema><item><x/></item></mergeschema>", "1:20: unknown element <x> in <item>; allowed: none"},
+      {"<mergeschema><item source=\"Grid.edZ\"/></mergeschema>",
+       "1:14: source=\"Grid.edZ\": layout \"Grid\" has no such control"},
+      {"<mergeschema><item><x/></item></mergeschema>",
+       "1:20: unknown element <x> in <item>; allowed: none"},
       {"<mergeschema targetlayout=\"Form\"><item/></mergeschema>",
        "1:1: targetlayout=\"Form\": no such layout (Grid; \"\" for none)"},
   };
@@ -372,7 +412,8 @@ TEST_F(LayoutFiles, AMalformedSchemaNamesItsPlaceAndLeavesTheSchemaAsItWas) {
     file.SaveToFile(File("schema.xml"));
     EXPECT_EQ(MessageOf([&] { MergeSchema_LoadFromFile(schema, File("schema.xml"), {grid}); }),
               File("schema.xml") + ":" + c.message);
-    EXPECT_EQ(testutil::Join(schema.Items()->Count(), schema.Items()->Items(0)->SourceShift()), "1 parent");
+    EXPECT_EQ(testutil::Join(schema.Items()->Count(), schema.Items()->Items(0)->SourceShift()),
+              "1 parent");
   }
 }
 
@@ -383,13 +424,17 @@ TEST_F(LayoutFiles, FilesReachEveryMergeFailure) {
       "<layout name=\"Form\"><panel name=\"P\"><control name=\"edA\"/>"
       "<control name=\"gb\" kind=\"TGroupBox\"><control name=\"edIn\"/></control></panel>"
       "<unplaced><control name=\"edOff\"/></unplaced></layout>";
-  struct Case { const char* schema; std::string message; };
+  struct Case {
+    const char* schema;
+    std::string message;
+  };
   const Case cases[] = {
       {"<mergeschema><item source=\"edOff\" target=\"edA\"/></mergeschema>",
        "TkxLayoutMergeSchema: source \"edOff:root\" not found"},
       {"<mergeschema><item source=\"edA\" target=\"edOff\"/></mergeschema>",
        "TkxLayoutMergeSchema: target \"edOff:root\" not found"},
-      {"<mergeschema><item source=\"gb.edIn\" target=\"edA\"/></mergeschema>", "Invalid class typecast"},
+      {"<mergeschema><item source=\"gb.edIn\" target=\"edA\"/></mergeschema>",
+       "Invalid class typecast"},
       {"<mergeschema targetlayout=\"\"><item source=\"edA\" targetname=\"edA\"/></mergeschema>",
        "TkxLayoutMergeSchema: TargetLayout = nil"},
       {"<mergeschema><item source=\"edA\" targetname=\"edNone\"/></mergeschema>",
@@ -422,22 +467,26 @@ TEST_F(LayoutFiles, ThePictureIsAnSvgDocumentWithAGroupPerPanelAndControl) {
   // Read back with the library's own reader: well-formed, and its groups mirror the panels.
   TXItem svg;
   LoadXData(&svg, File("p.svg"), false);
-  EXPECT_EQ(testutil::Join(svg.get_Name(), VarToStr(svg.get_Attr("xmlns"))), "svg http://www.w3.org/2000/svg");
+  EXPECT_EQ(testutil::Join(svg.get_Name(), VarToStr(svg.get_Attr("xmlns"))),
+            "svg http://www.w3.org/2000/svg");
   std::vector<std::string> groups;  // "class:title:depth" of every group, in document order
   std::vector<std::pair<const TXItem*, int>> stack{{&svg, 0}};
   while (!stack.empty()) {
     auto [x, depth] = stack.back();
     stack.pop_back();
-    if (x->get_Name() == "g" && !VarIsNull(x->get_Attr("class")) && x->get_Count() && x->get_Items(0)->get_Name() == "title")
-      groups.push_back(VarToStr(x->get_Attr("class")) + ":" + VarToStr(x->get_Items(0)->get_Value()) + ":" +
-                       std::to_string(depth));
+    if (x->get_Name() == "g" && !VarIsNull(x->get_Attr("class")) && x->get_Count() &&
+        x->get_Items(0)->get_Name() == "title")
+      groups.push_back(VarToStr(x->get_Attr("class")) + ":" +
+                       VarToStr(x->get_Items(0)->get_Value()) + ":" + std::to_string(depth));
     for (Integer i = x->get_Count() - 1; i >= 0; --i)
       stack.emplace_back(x->get_Items(i), depth + (x->get_Name() == "g" ? 1 : 0));
   }
-  const std::vector<std::string> form1 = {"panel:Form:1", "panel:Head<&>:2", "control:edA:3", "panel:Inner:3",
-                                          "control:edB:4", "panel:Tail:2", "control:edC:3"};
+  const std::vector<std::string> form1 = {"panel:Form:1",  "panel:Head<&>:2", "control:edA:3",
+                                          "panel:Inner:3", "control:edB:4",   "panel:Tail:2",
+                                          "control:edC:3"};
   std::vector<std::string> expected = form1;
-  for (std::string s : {"panel hidden:Frame:1", "panel hidden:Gone:2", "control hidden:edX:3"}) expected.push_back(s);
+  for (std::string s : {"panel hidden:Frame:1", "panel hidden:Gone:2", "control hidden:edX:3"})
+    expected.push_back(s);
   expected.insert(expected.end(), form1.begin(), form1.end());
   EXPECT_EQ(groups, expected);
 }

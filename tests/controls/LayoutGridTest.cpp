@@ -52,7 +52,10 @@ TEST(LayoutGrid, SetParentAppendsLastAndIndexMovesAmongSiblings) {
   EXPECT_EQ(Shape(*grid), "B(B1 B2) C A");
   a->SetParent(root->FindPanel("B"));
   EXPECT_EQ(Shape(*grid), "B(B1 B2 A) C");
-  struct Case { Integer index; const char* shape; };
+  struct Case {
+    Integer index;
+    const char* shape;
+  };
   for (const Case& c : {Case{0, "B(A B1 B2) C"}, Case{2, "B(B1 B2 A) C"}, Case{1, "B(B1 A B2) C"},
                         Case{-5, "B(A B1 B2) C"}, Case{99, "B(B1 B2 A) C"}}) {
     a->SetIndex(c.index);

@@ -16,7 +16,8 @@ using testutil::Shape;
 // A form with its own grid and an embedded frame with another, the usual merge setting.
 struct Forms {
   TComponent form{nullptr}, frame{nullptr};
-  TkxLayoutGrid* formGrid = MakeGrid(form, "FormGrid", "Header[edNo] Body[edA](Inner[edB]) Footer[btnOk]");
+  TkxLayoutGrid* formGrid =
+      MakeGrid(form, "FormGrid", "Header[edNo] Body[edA](Inner[edB]) Footer[btnOk]");
   TkxLayoutGrid* frameGrid = MakeGrid(frame, "FrameGrid", "Part[edX](Sub[edY]) Rest[edZ]");
   TkxLayoutMergeSchema schema{&form};
 
@@ -45,13 +46,27 @@ TEST(LayoutMergePoint, ShiftStepsClimbFromTheControlsPanel) {
   auto* loose = NewComponent<TkxLayoutControl>(form);  // on the grid, in no panel
   loose->SetName("loose");
   loose->SetParent(grid);
-  struct Case { const char* control; const char* shift; const char* expected; };
+  struct Case {
+    const char* control;
+    const char* shift;
+    const char* expected;
+  };
   const Case cases[] = {
-      {"c", "", "Deep"},        {"c", "root", "Top"},          {"c", "Root", "Top"},
-      {"c", "ROOT", "Top"},     {"c", "parent", "Mid"},        {"c", "parent.parent", "Top"},
-      {"c", "Parent.PARENT", "Top"}, {"c", "parent.root", "Top"}, {"c", "root.root", "Top"},
-      {"a", "root", "Top"},     {"d", "root", "Side"},         {"b", "root.parent", "<root>"},
-      {"a", "parent", "<root>"}, {"r", "root", "<root>"},      {"r", "", "<root>"},
+      {"c", "", "Deep"},
+      {"c", "root", "Top"},
+      {"c", "Root", "Top"},
+      {"c", "ROOT", "Top"},
+      {"c", "parent", "Mid"},
+      {"c", "parent.parent", "Top"},
+      {"c", "Parent.PARENT", "Top"},
+      {"c", "parent.root", "Top"},
+      {"c", "root.root", "Top"},
+      {"a", "root", "Top"},
+      {"d", "root", "Side"},
+      {"b", "root.parent", "<root>"},
+      {"a", "parent", "<root>"},
+      {"r", "root", "<root>"},
+      {"r", "", "<root>"},
       {"a", "parent.parent", "<false>"},  // above the top of the tree
       {"a", "parent.parent.root", "<false>"},
       {"loose", "root", "<false>"},
@@ -61,7 +76,10 @@ TEST(LayoutMergePoint, ShiftStepsClimbFromTheControlsPanel) {
     TkxLayoutPanel* panel = nullptr;
     const bool ok = TkxLayoutMergeItem::ResolvePoint(
         grid->Layout(), static_cast<TControl*>(form.FindComponent(c.control)), c.shift, panel);
-    EXPECT_EQ(!ok ? "<false>" : panel == grid->Layout() ? "<root>" : panel->Name(), c.expected)
+    EXPECT_EQ(!ok                       ? "<false>"
+              : panel == grid->Layout() ? "<root>"
+                                        : panel->Name(),
+              c.expected)
         << c.control << " " << c.shift;
   }
   // An unknown step names the control and the whole shift, also after climbing too high.
@@ -69,24 +87,37 @@ TEST(LayoutMergePoint, ShiftStepsClimbFromTheControlsPanel) {
                             "parent.parent.parent.parent.up"})
     EXPECT_EQ(MessageOf([&] {
                 TkxLayoutPanel* panel = nullptr;
-                TkxLayoutMergeItem::ResolvePoint(grid->Layout(), grid->Layout()->FindPanel("Deep")->Controls(0),
-                                                 shift, panel);
+                TkxLayoutMergeItem::ResolvePoint(
+                    grid->Layout(), grid->Layout()->FindPanel("Deep")->Controls(0), shift, panel);
               }),
               std::string("TkxLayoutMergeItem: invalid shift \"c:") + shift + "\"");
 }
 
 TEST(LayoutMerge, EachModePlacesTheSourcePanelAtTheTarget) {
-  struct Case { TkxLayoutMergeMode mode; const char* target; const char* targetShift; const char* shapes; };
+  struct Case {
+    TkxLayoutMergeMode mode;
+    const char* target;
+    const char* targetShift;
+    const char* shapes;
+  };
   const Case cases[] = {
-      {mmInsertAfter, "edA", "root", "Header[edNo] Body[edA](Inner[edB]) Part[edX](Sub[edY]) Footer[btnOk]"},
-      {mmInsertAfter, "btnOk", "root", "Header[edNo] Body[edA](Inner[edB]) Footer[btnOk] Part[edX](Sub[edY])"},
-      {mmInsertBefore, "edA", "root", "Header[edNo] Part[edX](Sub[edY]) Body[edA](Inner[edB]) Footer[btnOk]"},
+      {mmInsertAfter, "edA", "root",
+       "Header[edNo] Body[edA](Inner[edB]) Part[edX](Sub[edY]) Footer[btnOk]"},
+      {mmInsertAfter, "btnOk", "root",
+       "Header[edNo] Body[edA](Inner[edB]) Footer[btnOk] Part[edX](Sub[edY])"},
+      {mmInsertBefore, "edA", "root",
+       "Header[edNo] Part[edX](Sub[edY]) Body[edA](Inner[edB]) Footer[btnOk]"},
       // The target is its parent's first child: the source becomes the first child.
-      {mmInsertBefore, "edNo", "root", "Part[edX](Sub[edY]) Header[edNo] Body[edA](Inner[edB]) Footer[btnOk]"},
-      {mmInsertBefore, "edB", "", "Header[edNo] Body[edA](Part[edX](Sub[edY]) Inner[edB]) Footer[btnOk]"},
-      {mmAddChild, "edB", "", "Header[edNo] Body[edA](Inner[edB](Part[edX](Sub[edY]))) Footer[btnOk]"},
-      {mmAddChild, "edB", "root", "Header[edNo] Body[edA](Inner[edB] Part[edX](Sub[edY])) Footer[btnOk]"},
-      {mmAddChild, "edB", "parent", "Header[edNo] Body[edA](Inner[edB] Part[edX](Sub[edY])) Footer[btnOk]"},
+      {mmInsertBefore, "edNo", "root",
+       "Part[edX](Sub[edY]) Header[edNo] Body[edA](Inner[edB]) Footer[btnOk]"},
+      {mmInsertBefore, "edB", "",
+       "Header[edNo] Body[edA](Part[edX](Sub[edY]) Inner[edB]) Footer[btnOk]"},
+      {mmAddChild, "edB", "",
+       "Header[edNo] Body[edA](Inner[edB](Part[edX](Sub[edY]))) Footer[btnOk]"},
+      {mmAddChild, "edB", "root",
+       "Header[edNo] Body[edA](Inner[edB] Part[edX](Sub[edY])) Footer[btnOk]"},
+      {mmAddChild, "edB", "parent",
+       "Header[edNo] Body[edA](Inner[edB] Part[edX](Sub[edY])) Footer[btnOk]"},
   };
   for (const Case& c : cases) {
     Forms f;
@@ -98,9 +129,14 @@ TEST(LayoutMerge, EachModePlacesTheSourcePanelAtTheTarget) {
 }
 
 TEST(LayoutMerge, UnderOneParentTheTargetIndexIsReadAfterTheSourceMoved) {
-  struct Case { const char* source; const char* target; TkxLayoutMergeMode mode; const char* shape; };
+  struct Case {
+    const char* source;
+    const char* target;
+    TkxLayoutMergeMode mode;
+    const char* shape;
+  };
   const Case cases[] = {
-      {"a", "b", mmInsertAfter, "B[b] A[a] C[c]"},   // A goes last first, so B is at 0
+      {"a", "b", mmInsertAfter, "B[b] A[a] C[c]"},  // A goes last first, so B is at 0
       {"a", "c", mmInsertBefore, "B[b] A[a] C[c]"},
       {"c", "a", mmInsertBefore, "C[c] A[a] B[b]"},
       {"b", "c", mmInsertAfter, "A[a] C[c] B[b]"},
@@ -127,7 +163,8 @@ TEST(LayoutMerge, TargetsByNameBelowTheTargetLayoutWhenNoTargetPointIsSet) {
   TkxLayoutMergeItem* both = f.Item(f.Frame("edZ"), "root", f.Form("edNo"), "root", mmAddChild);
   both->SetTargetPointName("edA");  // TargetPoint wins
   f.schema.Apply(true);
-  EXPECT_EQ(f.Shapes(), "Header[edNo](Rest[edZ]) Part[edX](Sub[edY]) Body[edA](Inner[edB]) Footer[btnOk] | ");
+  EXPECT_EQ(f.Shapes(),
+            "Header[edNo](Rest[edZ]) Part[edX](Sub[edY]) Body[edA](Inner[edB]) Footer[btnOk] | ");
 }
 
 TEST(LayoutMerge, NotMergingHidesEverySourceWithoutLookingAtTargets) {
@@ -143,20 +180,31 @@ TEST(LayoutMerge, NotMergingHidesEverySourceWithoutLookingAtTargets) {
 
 TEST(LayoutMerge, FailuresRaiseTheirMessagesAndKeepEarlierItemsApplied) {
   // "edLoose" is on the frame's grid in no panel, "orphan" on no grid at all.
-  struct Case { const char *source, *sourceShift, *target, *targetName, *targetShift;
-                TkxLayoutGrid* Forms::*layout; const char* message; };
+  struct Case {
+    const char *source, *sourceShift, *target, *targetName, *targetShift;
+    TkxLayoutGrid* Forms::*layout;
+    const char* message;
+  };
   const Case cases[] = {
-      {"edLoose", "root", "", "", "root", nullptr, "TkxLayoutMergeSchema: source \"edLoose:root\" not found"},
-      {"edX", "parent.Parent", "", "", "", nullptr, "TkxLayoutMergeSchema: source \"edX:parent.Parent\" not found"},
-      {"orphan", "root", "", "", "", nullptr, "TkxLayoutMergeSchema: source \"orphan:root\" not found"},
+      {"edLoose", "root", "", "", "root", nullptr,
+       "TkxLayoutMergeSchema: source \"edLoose:root\" not found"},
+      {"edX", "parent.Parent", "", "", "", nullptr,
+       "TkxLayoutMergeSchema: source \"edX:parent.Parent\" not found"},
+      {"orphan", "root", "", "", "", nullptr,
+       "TkxLayoutMergeSchema: source \"orphan:root\" not found"},
       {"edY", "root.up", "", "", "", nullptr, "TkxLayoutMergeItem: invalid shift \"edY:root.up\""},
       {"edX", "root", "", "edA", "root", nullptr, "TkxLayoutMergeSchema: TargetLayout = nil"},
-      {"edX", "root", "orphan", "", "root", &Forms::formGrid, "TkxLayoutMergeSchema: TargetLayout = nil"},
+      {"edX", "root", "orphan", "", "root", &Forms::formGrid,
+       "TkxLayoutMergeSchema: TargetLayout = nil"},
       {"edX", "root", "", "", "root", &Forms::formGrid, "TkxLayoutMergeSchema: TargetPoint  = nil"},
-      {"edX", "root", "", "edNone", "root", &Forms::formGrid, "TkxLayoutMergeSchema: TargetPoint  = nil"},
-      {"edX", "root", "", "edA", "root", &Forms::frameGrid, "TkxLayoutMergeSchema: TargetPoint  = nil"},
-      {"edX", "root", "edLoose", "", "root", nullptr, "TkxLayoutMergeSchema: target \"edLoose:root\" not found"},
-      {"edX", "", "edNo", "", "Parent.parent", nullptr, "TkxLayoutMergeSchema: target \"edNo:Parent.parent\" not found"},
+      {"edX", "root", "", "edNone", "root", &Forms::formGrid,
+       "TkxLayoutMergeSchema: TargetPoint  = nil"},
+      {"edX", "root", "", "edA", "root", &Forms::frameGrid,
+       "TkxLayoutMergeSchema: TargetPoint  = nil"},
+      {"edX", "root", "edLoose", "", "root", nullptr,
+       "TkxLayoutMergeSchema: target \"edLoose:root\" not found"},
+      {"edX", "", "edNo", "", "Parent.parent", nullptr,
+       "TkxLayoutMergeSchema: target \"edNo:Parent.parent\" not found"},
       {"edX", "", "edNo", "", "top", nullptr, "TkxLayoutMergeItem: invalid shift \"edNo:top\""},
   };
   for (const Case& c : cases) {
@@ -168,10 +216,12 @@ TEST(LayoutMerge, FailuresRaiseTheirMessagesAndKeepEarlierItemsApplied) {
     if (c.layout) f.schema.SetTargetLayout(f.*c.layout);
     // A first item that succeeds, the failing one, then one that must not run.
     f.Item(f.Frame("edZ"), "root", f.Form("btnOk"), "root");
-    f.Item(f.Any(c.source), c.sourceShift, f.Any(c.target), c.targetShift)->SetTargetPointName(c.targetName);
+    f.Item(f.Any(c.source), c.sourceShift, f.Any(c.target), c.targetShift)
+        ->SetTargetPointName(c.targetName);
     f.Item(f.Frame("edY"), "root", f.Form("edNo"), "root");
     EXPECT_EQ(MessageOf([&] { f.schema.Apply(true); }), c.message) << c.source << " " << c.target;
-    EXPECT_EQ(Shape(*f.formGrid), "Header[edNo] Body[edA](Inner[edB]) Footer[btnOk] Rest[edZ]") << c.message;
+    EXPECT_EQ(Shape(*f.formGrid), "Header[edNo] Body[edA](Inner[edB]) Footer[btnOk] Rest[edZ]")
+        << c.message;
   }
 }
 
@@ -193,19 +243,28 @@ TEST(LayoutMerge, APointOnSomethingOtherThanAGridIsAnInvalidCast) {
 TEST(LayoutMergeItem, DefaultsDisplayNameAndStoredShifts) {
   Forms f;
   TkxLayoutMergeItem* item = f.schema.Items()->Add();
-  EXPECT_EQ(testutil::Join(item->MergeMode(), item->SourcePoint() == nullptr, item->SourceShift(),
-                           item->TargetPoint() == nullptr, "[" + item->TargetPointName() + "]",
-                           item->TargetShift(), item->IsSourceShiftStored(), item->IsTargetShiftStored()),
-            "0 1 root 1 [] root 0 0");
+  EXPECT_EQ(
+      testutil::Join(item->MergeMode(), item->SourcePoint() == nullptr, item->SourceShift(),
+                     item->TargetPoint() == nullptr, "[" + item->TargetPointName() + "]",
+                     item->TargetShift(), item->IsSourceShiftStored(), item->IsTargetShiftStored()),
+      "0 1 root 1 [] root 0 0");
   EXPECT_EQ(item->GetDisplayName(), "n/a root > n/a root");
-  struct Case { const char* source; const char* sourceShift; const char* target; const char* name;
-                const char* targetShift; const char* display; bool sourceStored, targetStored; };
+  struct Case {
+    const char* source;
+    const char* sourceShift;
+    const char* target;
+    const char* name;
+    const char* targetShift;
+    const char* display;
+    bool sourceStored, targetStored;
+  };
   const Case cases[] = {
       {"edX", "ROOT", nullptr, "", "Root", "edX ROOT > n/a Root", false, false},
       {"edX", "", nullptr, "edA", "parent", "edX  > edA parent", true, true},
       {nullptr, "parent.root", "btnOk", "edA", "", "n/a parent.root > btnOk ", true, true},
       {"edY", "root ", "edNo", "", "rOOt", "edY root  > edNo rOOt", true, false},
-      {"edX", "root", "", "edA", "root", "edX root >  root", false, false},  // an unnamed TargetPoint
+      {"edX", "root", "", "edA", "root", "edX root >  root", false,
+       false},  // an unnamed TargetPoint
   };
   auto* unnamed = NewComponent<TkxLayoutControl>(f.form);
   for (const Case& c : cases) {
@@ -214,7 +273,8 @@ TEST(LayoutMergeItem, DefaultsDisplayNameAndStoredShifts) {
     item->SetTargetPoint(!c.target ? nullptr : *c.target ? f.Form(c.target) : unnamed);
     item->SetTargetPointName(c.name);
     item->SetTargetShift(c.targetShift);
-    EXPECT_EQ(testutil::Join(item->GetDisplayName(), item->IsSourceShiftStored(), item->IsTargetShiftStored()),
+    EXPECT_EQ(testutil::Join(item->GetDisplayName(), item->IsSourceShiftStored(),
+                             item->IsTargetShiftStored()),
               testutil::Join(c.display, c.sourceStored, c.targetStored));
     EXPECT_EQ(item->DisplayName(), c.display);
   }
@@ -227,9 +287,10 @@ TEST(LayoutMergeItem, AssignCopiesAllSixAndCollectionsCopyTheirItems) {
   TkxLayoutMergeItems other;
   TkxLayoutMergeItem* b = other.Add();
   b->Assign(a);
-  EXPECT_EQ(testutil::Join(b->MergeMode(), b->SourcePoint()->Name(), b->SourceShift(),
-                           b->TargetPoint()->Name(), b->TargetPointName(), "[" + b->TargetShift() + "]"),
-            "2 edX parent edA edB []");
+  EXPECT_EQ(
+      testutil::Join(b->MergeMode(), b->SourcePoint()->Name(), b->SourceShift(),
+                     b->TargetPoint()->Name(), b->TargetPointName(), "[" + b->TargetShift() + "]"),
+      "2 edX parent edA edB []");
   EXPECT_EQ(MessageOf<EConvertError>([&] { b->Assign(&other); }),
             "Cannot assign a TkxLayoutMergeItems to a TkxLayoutMergeItem");
   EXPECT_EQ(MessageOf<EConvertError>([&] { b->Assign(nullptr); }),
@@ -238,8 +299,9 @@ TEST(LayoutMergeItem, AssignCopiesAllSixAndCollectionsCopyTheirItems) {
   // Items[i] set copies into the item; assigning the schema's Items copies the collection.
   other.Add()->SetSourceShift("parent.parent");
   other.SetItems(0, other.Items(1));
-  EXPECT_EQ(testutil::Join(other.Count(), other[0]->SourceShift(), other[0]->SourcePoint() == nullptr),
-            "2 parent.parent 1");
+  EXPECT_EQ(
+      testutil::Join(other.Count(), other[0]->SourceShift(), other[0]->SourcePoint() == nullptr),
+      "2 parent.parent 1");
   f.schema.SetItems(&other);
   EXPECT_EQ(f.schema.Items()->Count(), 2);
   EXPECT_NE(f.schema.Items()->Items(1), other.Items(1));

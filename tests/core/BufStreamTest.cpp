@@ -73,8 +73,11 @@ class BufStreamSizes : public ::testing::TestWithParam<int> {};
 TEST_P(BufStreamSizes, ReadlnSplitsAtEveryKindOfLineEnd) {
   const std::string nul("nul\0in\r\n", 8);
   const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
-      {"a\r\nb\rc", {"a", "b", "c"}}, {"\n\nx", {"", "", "x"}}, {"abc\r", {"abc"}},
-      {"\r\n\r\n", {"", ""}},        {"", {}},
+      {"a\r\nb\rc", {"a", "b", "c"}},
+      {"\n\nx", {"", "", "x"}},
+      {"abc\r", {"abc"}},
+      {"\r\n\r\n", {"", ""}},
+      {"", {}},
       {"x\n\ry\n", {"x", "", "y"}},  // LF CR is two line ends
       {"a line longer than small buffers\r\nz", {"a line longer than small buffers", "z"}},
       {nul + Ansi(u8"Кириллица"), {nul.substr(0, 6), Ansi(u8"Кириллица")}}};
@@ -83,8 +86,10 @@ TEST_P(BufStreamSizes, ReadlnSplitsAtEveryKindOfLineEnd) {
     std::vector<std::string> lines;
     AnsiString reused;
     while (!bs.Eof() && lines.size() < 10) {  // both forms, alternately
-      if (lines.size() % 2 == 0) lines.push_back(bs.Readln());
-      else lines.push_back((bs.Readln(reused), reused));
+      if (lines.size() % 2 == 0)
+        lines.push_back(bs.Readln());
+      else
+        lines.push_back((bs.Readln(reused), reused));
     }
     EXPECT_EQ(lines, expected) << "buffer " << GetParam() << ", text " << text;
     EXPECT_EQ(bs.Readln(), "");

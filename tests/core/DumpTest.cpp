@@ -20,8 +20,12 @@ namespace {
 using namespace testutil;
 
 TEST(Dump, NamesIgnoreCaseKeepFirstSpellingAndOrder) {
-  IPtr<IDump> d = DumpOf({{"Alpha", 1}, {Ansi(u8"Сумма"), 10}, {Ansi(u8"ёлка"), 20},
-                          {"ALPHA", 2}, {Ansi(u8"СУММА"), 11}, {Ansi(u8"ЁЛКА"), 21},
+  IPtr<IDump> d = DumpOf({{"Alpha", 1},
+                          {Ansi(u8"Сумма"), 10},
+                          {Ansi(u8"ёлка"), 20},
+                          {"ALPHA", 2},
+                          {Ansi(u8"СУММА"), 11},
+                          {Ansi(u8"ЁЛКА"), 21},
                           {Ansi(u8"елка"), 30},  // Е and Ё are different letters
                           {"", 40},              // the empty name is a name too
                           {" Alpha", 50}});      // names are not trimmed
@@ -56,8 +60,10 @@ TEST_P(DumpAgainstModel, RandomOperationsAgree) {
       case 0:
       case 1:
         d->set_ByName(name, step);
-        if (i < 0) model.emplace_back(name, step);
-        else model[static_cast<std::size_t>(i)].second = step;
+        if (i < 0)
+          model.emplace_back(name, step);
+        else
+          model[static_cast<std::size_t>(i)].second = step;
         break;
       case 2:
         if (!model.empty()) {
@@ -109,8 +115,11 @@ TEST(Dump, NameListsMissingNamesAndBadIndexes) {
 }
 
 TEST(DumpGetValue, OutArgumentsClearOrKeepAsTheirTypeSays) {
-  IPtr<IDump> d = DumpOf({{"n", 42}, {"null", Variant::Null()}, {"text", Ansi(u8"1234,5")},
-                          {"word", "abc"}, {"date", Variant::FromDate(EncodeDate(2024, 2, 3))},
+  IPtr<IDump> d = DumpOf({{"n", 42},
+                          {"null", Variant::Null()},
+                          {"text", Ansi(u8"1234,5")},
+                          {"word", "abc"},
+                          {"date", Variant::FromDate(EncodeDate(2024, 2, 3))},
                           {"flag", true}});
   // Missing: variant and string are cleared, the others keep the caller's default.
   Variant v = 7;
@@ -144,11 +153,11 @@ TEST(DumpGetValue, OutArgumentsClearOrKeepAsTheirTypeSays) {
 
 TEST(DumpGetValue, DefValueAndFlags) {
   IPtr<IDump> d = DumpOf({{"null", Variant::Null()}, {"empty", Variant()}, {"zero", 0}});
-  EXPECT_EQ(Join(VarToInt(Dump_DefValue(d, "null", 5, true)),
-                 VarToInt(Dump_DefValue(d, "empty", 5, true)),
-                 VarToInt(Dump_DefValue(d, "zero", 5, true)),
-                 VarToInt(Dump_DefValue(d, "missing", 5))),
-            "5 5 0 5");
+  EXPECT_EQ(
+      Join(VarToInt(Dump_DefValue(d, "null", 5, true)),
+           VarToInt(Dump_DefValue(d, "empty", 5, true)),
+           VarToInt(Dump_DefValue(d, "zero", 5, true)), VarToInt(Dump_DefValue(d, "missing", 5))),
+      "5 5 0 5");
   EXPECT_TRUE(Dump_DefValue(d, "null", 5, false).IsNull());
   Dump_Define(d, "Flag");
   EXPECT_EQ(VarType(d->get_ByName("FLAG")), varByte);
@@ -160,7 +169,8 @@ TEST(DumpGetValue, DefValueAndFlags) {
 TEST(DumpIntf, ByNameAndByIdentity) {
   IPtr<IDump> nested = GetDumpIntf();
   IPtr<IDumpList> list(new TkxDumpList);
-  IPtr<IDump> d = DumpOf({{"number", 1}, {"list", list},
+  IPtr<IDump> d = DumpOf({{"number", 1},
+                          {"list", list},
                           {"dispatch", Variant::FromDispatch(IPtr<IInterface>(nested))},
                           {"nested", nested}});
   IPtr<IInterface> out = IPtr<IInterface>(list);

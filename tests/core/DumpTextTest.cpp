@@ -33,16 +33,28 @@ TEST(DumpTypedForm, WritesNameTypeAndTextLeavingInterfacesOut) {
 }
 
 TEST(DumpTypedForm, EveryScalarTypeReadsBackWithItsTypeAndValue) {
-  const Variant values[] = {
-      Variant(), Variant::Null(), Variant(SmallInt{-1234}), Variant(Integer{-2000000000}),
-      Variant(1.5f), Variant(-1234.0625), Variant(1.5e-7), Variant(Currency::FromRaw(-12345678)),
-      Variant::FromDate(EncodeDateTime(2024, 2, 3, 14, 5, 6, 7)),
-      Variant::FromDate(EncodeDateTime(1999, 12, 31, 23, 59, 59, 999)),
-      Variant::FromDate(EncodeDate(1900, 3, 1)), Variant(WideString(u"Привет, мир")),
-      Variant(true), Variant(false), Variant(ShortInt{-100}), Variant(Byte{200}),
-      Variant(Word{65000}), Variant(LongWord{4000000000u}), Variant(Int64{-9000000000000000000}),
-      Variant(UInt64{18000000000000000000u}), Variant(Ansi(u8"Сумма: 1 234,50 р.")),
-      Variant::FromUString(u"Ёлка")};
+  const Variant values[] = {Variant(),
+                            Variant::Null(),
+                            Variant(SmallInt{-1234}),
+                            Variant(Integer{-2000000000}),
+                            Variant(1.5f),
+                            Variant(-1234.0625),
+                            Variant(1.5e-7),
+                            Variant(Currency::FromRaw(-12345678)),
+                            Variant::FromDate(EncodeDateTime(2024, 2, 3, 14, 5, 6, 7)),
+                            Variant::FromDate(EncodeDateTime(1999, 12, 31, 23, 59, 59, 999)),
+                            Variant::FromDate(EncodeDate(1900, 3, 1)),
+                            Variant(WideString(u"Привет, мир")),
+                            Variant(true),
+                            Variant(false),
+                            Variant(ShortInt{-100}),
+                            Variant(Byte{200}),
+                            Variant(Word{65000}),
+                            Variant(LongWord{4000000000u}),
+                            Variant(Int64{-9000000000000000000}),
+                            Variant(UInt64{18000000000000000000u}),
+                            Variant(Ansi(u8"Сумма: 1 234,50 р.")),
+                            Variant::FromUString(u"Ёлка")};
   for (const Variant& value : values) {
     const AnsiString text = Dump_ToStr(DumpOf({{"before", 1}, {"Value", value}, {"after", 2}}));
     IPtr<IDump> back = GetDumpIntf();
@@ -64,7 +76,11 @@ TEST(DumpTypedForm, DatesOutsideTheFourDigitYearsAreRefusedWhenWritten) {
     Dump_FromStr(back, Dump_ToStr(DumpOf({{"d", Variant::FromDate(v)}})));
     EXPECT_NEAR(VarToDateTime(back->get_ByName("d")), v, 1e-8) << v;
   }
-  const double outside[] = {-693594.0, -1e9, 2958465.999999995, 2958466.0, 1e12,
+  const double outside[] = {-693594.0,
+                            -1e9,
+                            2958465.999999995,
+                            2958466.0,
+                            1e12,
                             std::numeric_limits<double>::infinity(),
                             -std::numeric_limits<double>::infinity(),
                             std::numeric_limits<double>::quiet_NaN()};
@@ -78,7 +94,9 @@ TEST(DumpTypedForm, DatesOutsideTheFourDigitYearsAreRefusedWhenWritten) {
 
 TEST(DumpTypedForm, FloatsThatAreNoNumbersReadBack) {
   const double inf = std::numeric_limits<double>::infinity();
-  IPtr<IDump> d = DumpOf({{"p", inf}, {"m", -inf}, {"n", std::numeric_limits<double>::quiet_NaN()},
+  IPtr<IDump> d = DumpOf({{"p", inf},
+                          {"m", -inf},
+                          {"n", std::numeric_limits<double>::quiet_NaN()},
                           {"s", Variant(static_cast<float>(-inf))}});
   const AnsiString text = Dump_ToStr(d);
   EXPECT_EQ(text, "p:5=INF\tm:5=-INF\tn:5=NAN\ts:4=-INF");
@@ -105,8 +123,9 @@ TEST(DumpTypedForm, DatesReadBackWhateverTheDateSettings) {
 
 TEST(DumpTypedForm, MalformedItemsAreSkippedReadAsEmptyOrStopTheRead) {
   IPtr<IDump> d = DumpOf({{"kept", 1}, {"y", 0}});
-  Dump_FromStr(d, "x:abc=1\tnocolon\t\t y : 3 =  7 \tz:7=\tw:7=31-02-2024 10:00:00.000"
-                  "\ts:256=\tt:-1=5\tu:8=");
+  Dump_FromStr(d,
+               "x:abc=1\tnocolon\t\t y : 3 =  7 \tz:7=\tw:7=31-02-2024 10:00:00.000"
+               "\ts:256=\tt:-1=5\tu:8=");
   EXPECT_EQ(Dump_Names(d, ";"), "kept;y;z;w;s;u");
   EXPECT_EQ(VarToInt(d->get_ByName("y")), 7);
   for (const char* name : {"z", "w", "s", "u"})
@@ -124,7 +143,8 @@ TEST(DumpPlainForm, ScalarsAndArrays) {
   VarArrayPut(from1, "q", 2);
   IPtr<IDump> d = DumpOf({{"n", Variant::Null()},
                           {"v", VarArrayOf({1, Ansi(u8"два"), IPtr<IDump>(GetDumpIntf())})},
-                          {"w", from1}, {"x", 1.5}});
+                          {"w", from1},
+                          {"x", 1.5}});
   EXPECT_EQ(Dump_AsString(d, "; "),
             Ansi(u8"n=; v array [3]; v[0]=1; v[1]=два; w array [3]; w[1]=p; w[2]=q; x=1,5"));
 }

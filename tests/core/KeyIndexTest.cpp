@@ -38,12 +38,27 @@ TEST(KeyIndexPolicy, AddKeyPositionsAndResultingOrder) {
       {"UnsortedErrorIgnoreCase", dupError, true, false, {"a", "A"}, {0, -1}, "a "},
       {"UnsortedErrorCaseSensitive", dupError, false, false, {"a", "A"}, {0, 1}, "a A "},
       // A key equal to others without regard to case goes in front of them.
-      {"SortedAcceptIgnoreCase", dupAccept, true, true, {"b", "A", "a", "B"}, {0, 0, 0, 2},
+      {"SortedAcceptIgnoreCase",
+       dupAccept,
+       true,
+       true,
+       {"b", "A", "a", "B"},
+       {0, 0, 0, 2},
        "a A B b "},
-      {"SortedIgnoreCyrillic", dupIgnore, true, true, {kEzh, kYozh, kYOZH}, {0, 1, 1},
+      {"SortedIgnoreCyrillic",
+       dupIgnore,
+       true,
+       true,
+       {kEzh, kYozh, kYOZH},
+       {0, 1, 1},
        kEzh + " " + kYozh + " "},
-      {"UnsortedIgnoreCaseMixed", dupIgnore, true, false, {"x", kYOZH, "X", kYozh},
-       {0, 1, 0, 1}, "x " + kYOZH + " "}};
+      {"UnsortedIgnoreCaseMixed",
+       dupIgnore,
+       true,
+       false,
+       {"x", kYOZH, "X", kYozh},
+       {0, 1, 0, 1},
+       "x " + kYOZH + " "}};
   for (const PolicyCase& c : cases) {
     SCOPED_TRACE(c.name);
     TkxKeyIndex index(c.dup, c.ignoreCase, c.sorted);
@@ -128,7 +143,7 @@ TEST(KeyIndex, UnsortedFindRemoveAndIndexErrors) {
   for (const char* k : {"b", "A", "a", "c", "a"}) index.AddKey(k, nullptr);
   Integer i = -7;
   EXPECT_FALSE(index.FindKey("d", i));
-  EXPECT_EQ(i, 5);  // the count
+  EXPECT_EQ(i, 5);                    // the count
   EXPECT_TRUE(index.RemoveKey("a"));  // all three
   EXPECT_FALSE(index.RemoveKey("a"));
   EXPECT_EQ(index.get_Count(), 2);

@@ -64,9 +64,9 @@ TEST_F(ModuleResolver, EveryFormReachesTheHookWithItsNames) {
   EXPECT_EQ(static_cast<IInterface*>(typed.Get()), gAnswer.Get());
   IPtr<IkxModuleLink> link;
   GetModuleLink("other", link);
-  EXPECT_EQ(gCalls, (std::vector<std::string>{"mod/Named+p", "mod/Named", "mod/Named",
-                                               "mod/get_intf", "mod/get_intf", "mod/get_intf",
-                                               "link other"}));
+  EXPECT_EQ(gCalls,
+            (std::vector<std::string>{"mod/Named+p", "mod/Named", "mod/Named", "mod/get_intf",
+                                      "mod/get_intf", "mod/get_intf", "link other"}));
 }
 
 TEST_F(ModuleResolver, EmptySlotsAndMissingOrUnsupportedResultsRaise) {

@@ -135,7 +135,7 @@ TEST_F(ObjectModel, SameControllerTwiceChangesNothingAndNullDetaches) {
   child->SetController(nullptr, true, 0);
   EXPECT_EQ(LinkIDs(controller), "");
   EXPECT_FALSE(child->GetController());
-  EXPECT_FALSE(child->SelfOwned());  // the negation of owned, even without a controller
+  EXPECT_FALSE(child->SelfOwned());         // the negation of owned, even without a controller
   child->SetController(nullptr, false, 0);  // null again: the same controller, no change
   EXPECT_FALSE(child->SelfOwned());
   child->SetController(controller, true, 0);
@@ -177,8 +177,8 @@ TEST_F(ObjectModel, QueriesFallThroughToLinksByIdInInsertionOrder) {
   TProbe* a5 = attach("a5", true, false, 5);
   Make(true, "deep", false, true)->SetController(Ref(a5), true, 0);
 
-  EXPECT_EQ(controller.As<ITestA>()->Tag(), 7);  // a0first
-  EXPECT_EQ(controller.As<ITestB>()->Tag(), 2);  // b0
+  EXPECT_EQ(controller.As<ITestA>()->Tag(), 7);   // a0first
+  EXPECT_EQ(controller.As<ITestB>()->Tag(), 2);   // b0
   EXPECT_EQ(ctrl->GetIntf<ITestA>(5)->Tag(), 2);  // a5
   EXPECT_EQ(ctrl->GetIntf<ITestB>(5)->Tag(), 4);  // deep, through a5's own links
   IPtr<IInterface> none = controller;
@@ -267,8 +267,8 @@ TEST(ObjectHelpers, CheckPropReadOnlyAndFindComponentEx) {
   auto* stray = NewComponent<TComponent>(root);
   stray->SetName("b");
   const std::pair<const char*, TComponent*> paths[] = {
-      {"a.b", b},     {"A.B", b},       {"a", a},         {"b", stray},      {"a..b", b},
-      {"", nullptr},  {".", nullptr},   {"a.x", nullptr}, {"x.b", nullptr},  {"b.b", nullptr}};
+      {"a.b", b},    {"A.B", b},     {"a", a},         {"b", stray},     {"a..b", b},
+      {"", nullptr}, {".", nullptr}, {"a.x", nullptr}, {"x.b", nullptr}, {"b.b", nullptr}};
   for (const auto& [path, expected] : paths)
     EXPECT_EQ(FindComponentEx(&root, path), expected) << path;
   EXPECT_EQ(FindComponentEx(nullptr, "a"), nullptr);

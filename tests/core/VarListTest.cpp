@@ -108,15 +108,19 @@ TEST(IDList, SetAsStringMergesPiecesUpToTheFirstBadOne) {
     char separator;
     std::string after;  // GetAsString(',') afterwards
     bool raises;        // EConvertError at a piece that is no integer
-  } cases[] = {{{}, "7; 8 ;7", ';', "7,8", false}, {{1, 2}, "3;2;;4", ';', "1,2,3,4", false},
+  } cases[] = {{{}, "7; 8 ;7", ';', "7,8", false},
+               {{1, 2}, "3;2;;4", ';', "1,2,3,4", false},
                {{}, "-2147483648|12|", '|', "-2147483648,12", false},
-               {{}, "5;x;6", ';', "5", true},     {{9}, "5; ;6", ';', "9,5", true},
+               {{}, "5;x;6", ';', "5", true},
+               {{9}, "5; ;6", ';', "9,5", true},
                {{}, "1;2147483648", ';', "1", true}};
   for (const auto& c : cases) {
     IPtr<IkxIDList> l = GetIDListIntf();
     for (Integer id : c.before) l->Add(id);
-    if (c.raises) EXPECT_THROW(l->SetAsString(c.text, c.separator), EConvertError) << c.text;
-    else l->SetAsString(c.text, c.separator);
+    if (c.raises)
+      EXPECT_THROW(l->SetAsString(c.text, c.separator), EConvertError) << c.text;
+    else
+      l->SetAsString(c.text, c.separator);
     EXPECT_EQ(l->GetAsString(','), c.after) << c.text;
   }
 }

@@ -45,14 +45,16 @@ class TFakeScanner : public testutil::TIntfObject<IBCReader> {
 // Three scanners, of which "broken" cannot be had.
 class TFakeDevices : public testutil::TIntfObject<IDevices> {
  public:
-  bool OSTREL_STDCALL GetDeviceList(std::string_view kind, std::string_view filter, TStringList& list) override {
+  bool OSTREL_STDCALL GetDeviceList(std::string_view kind, std::string_view filter,
+                                    TStringList& list) override {
     EXPECT_EQ(Join(kind, filter.empty()), "BCREADER 1");
     list.SetCommaText("first,broken,second");
     return knowsKind;
   }
   static inline bool knowsKind = true;
-  bool OSTREL_STDCALL GetDeviceIntf(std::string_view kind, std::string_view group, std::string_view name,
-                                    bool open, const TGUID& iid, IPtr<IInterface>& intf) override {
+  bool OSTREL_STDCALL GetDeviceIntf(std::string_view kind, std::string_view group,
+                                    std::string_view name, bool open, const TGUID& iid,
+                                    IPtr<IInterface>& intf) override {
     EXPECT_EQ(Join(kind, group.empty(), open, iid == IBCReader::IID), "BCREADER 1 1 1");
     if (name == "broken") return false;
     scanners.push_back(IPtr<TFakeScanner>(new TFakeScanner(AnsiString(name))));
@@ -63,7 +65,9 @@ class TFakeDevices : public testutil::TIntfObject<IDevices> {
   static inline std::vector<IPtr<TFakeScanner>> scanners;
 };
 
-void OSTREL_STDCALL FakeProvider(IPtr<IDevices>& devices) { devices = IPtr<IDevices>(new TFakeDevices); }
+void OSTREL_STDCALL FakeProvider(IPtr<IDevices>& devices) {
+  devices = IPtr<IDevices>(new TFakeDevices);
+}
 
 class BarcodeTest : public ::testing::Test {
  protected:
@@ -110,10 +114,13 @@ TEST_F(BarcodeTest, DevicesOpenForTheFirstReaderAndCloseAfterTheLast) {
   {
     TBCReader a, b;
     std::string seen;
-    a.OnScan = [&](TObject* sender, const AnsiString& code) { seen += (sender == &a ? "a:" : "b:") + code + " "; };
+    a.OnScan = [&](TObject* sender, const AnsiString& code) {
+      seen += (sender == &a ? "a:" : "b:") + code + " ";
+    };
     b.OnScan = a.OnScan;
     a.SetActive(true);
-    EXPECT_EQ(Join(hookLog, server->GetActive(), server->GetDevCount(), TFakeScanner::alive), "24 1 2 2");
+    EXPECT_EQ(Join(hookLog, server->GetActive(), server->GetDevCount(), TFakeScanner::alive),
+              "24 1 2 2");
     b.SetActive(true);  // no second opening
     EXPECT_EQ(Join(hookLog, server->GetReaderCount(), TFakeDevices::scanners.size()), "244 2 2");
     EXPECT_EQ(Join(server->FindReader(&b), server->GetReader(0) == &a), "1 1");
@@ -124,7 +131,8 @@ TEST_F(BarcodeTest, DevicesOpenForTheFirstReaderAndCloseAfterTheLast) {
     // The last reader going releases the devices (b's destructor deactivates it).
   }
   TFakeDevices::scanners.clear();
-  EXPECT_EQ(Join(hookLog, server->GetActive(), server->GetDevCount(), TFakeScanner::alive), "244535 0 0 0");
+  EXPECT_EQ(Join(hookLog, server->GetActive(), server->GetDevCount(), TFakeScanner::alive),
+            "244535 0 0 0");
   EXPECT_EQ(MessageOf<EListError>([&] { server->GetReader(0); }), "List index (0) out of bounds");
 }
 
@@ -169,7 +177,8 @@ TEST_F(BarcodeTest, InactiveApplicationAndPostedMessages) {
   while (CheckSynchronize(0)) {
   }
   ASSERT_EQ(posted.size(), 1u);  // after the current message, and only for the windowed owner
-  EXPECT_EQ(Join(posted[0].Msg, posted[0].WParam, posted[0].LParam == reinterpret_cast<std::intptr_t>(onForm)),
+  EXPECT_EQ(Join(posted[0].Msg, posted[0].WParam,
+                 posted[0].LParam == reinterpret_cast<std::intptr_t>(onForm)),
             "48429 0 1");
 }
 
@@ -182,8 +191,9 @@ TEST_F(BarcodeTest, SerialScannerTurnsBytesIntoCodes) {
 // The serial module: codes cut at the terminators, delivered on the main thread.
 TEST_F(BarcodeTest, SerialScannerTurnsBytesIntoCodes) {
   testutil::Pty pty;
-  RegisterSerialScannerModule({{"Till", "COM3: BAUD=9600 PARITY=N DATA=8 STOP=1", pty.SlavePath(), "\r\n"},
-                               {"Missing", "COM4", "/nonexistent/tty", "\r"}});
+  RegisterSerialScannerModule(
+      {{"Till", "COM3: BAUD=9600 PARITY=N DATA=8 STOP=1", pty.SlavePath(), "\r\n"},
+       {"Missing", "COM4", "/nonexistent/tty", "\r"}});
   TBCReader reader;
   std::vector<std::string> codes;
   reader.OnScan = [&](TObject*, const AnsiString& code) {
@@ -219,8 +229,10 @@ TEST_F(BarcodeTest, SerialScannersFromTheSettingsStore) {
     scanners = LoadSerialScanners();
   }
   ASSERT_EQ(scanners.size(), 2u);
-  EXPECT_EQ(Join(scanners[0].Name, scanners[0].Params.empty(), scanners[0].Terminators == "\r"), "Entrance 1 1");
-  EXPECT_EQ(Join(scanners[1].Name, scanners[1].Params, scanners[1].Device, scanners[1].Terminators == "\r\n"),
+  EXPECT_EQ(Join(scanners[0].Name, scanners[0].Params.empty(), scanners[0].Terminators == "\r"),
+            "Entrance 1 1");
+  EXPECT_EQ(Join(scanners[1].Name, scanners[1].Params, scanners[1].Device,
+                 scanners[1].Terminators == "\r\n"),
             "Exit COM5: BAUD=19200 PARITY=E DATA=7 STOP=1 /dev/ttyUSB7 1");
 }
 

@@ -22,9 +22,9 @@
 
 #ifndef _WIN32
 #define OSTREL_TEST_PTY 1
-#include "Pty.h"
 #include <sys/stat.h>
 #include <termios.h>
+#include "Pty.h"
 using ostrel::testutil::Pty;
 #endif
 
@@ -38,12 +38,14 @@ const std::string AlreadyOpen = Cp1251(u8"Порт уже открыт.\r\rОп�
 
 // The open failure for a device path (the path cases run off Windows only).
 [[maybe_unused]] AnsiString Unavailable(std::string_view path, std::string_view reason) {
-  return Cp1251(u8"Устройство ").Str() + AnsiString(path) + Cp1251(u8" недоступно: ").Str() + AnsiString(reason) + ".";
+  return Cp1251(u8"Устройство ").Str() + AnsiString(path) + Cp1251(u8" недоступно: ").Str() +
+         AnsiString(reason) + ".";
 }
 
 AnsiString Hex(const void* p, std::size_t n) {
   AnsiString s;
-  for (std::size_t i = 0; i < n; ++i) s += Format("%.2X", static_cast<Integer>(static_cast<const Byte*>(p)[i]));
+  for (std::size_t i = 0; i < n; ++i)
+    s += Format("%.2X", static_cast<Integer>(static_cast<const Byte*>(p)[i]));
   return s;
 }
 
@@ -59,9 +61,11 @@ bool PumpUntil(Done done) {
 }
 
 TEST(CommPortSettings, RatesRoundDownToTheTable) {
-  struct Case { Cardinal in, out; } cases[] = {
-      {0, 110}, {100, 110}, {110, 110}, {299, 110}, {10000, 9600}, {14400, 14400}, {56001, 56000},
-      {115200, 115200}, {255999, 128000}, {256000, 256000}, {1000000, 256000}};
+  struct Case {
+    Cardinal in, out;
+  } cases[] = {{0, 110},         {100, 110},       {110, 110},       {299, 110},
+               {10000, 9600},    {14400, 14400},   {56001, 56000},   {115200, 115200},
+               {255999, 128000}, {256000, 256000}, {1000000, 256000}};
   TkxCommPort port;
   for (auto c : cases) {
     port.SetBaudRate(c.in);
@@ -72,7 +76,8 @@ TEST(CommPortSettings, RatesRoundDownToTheTable) {
 TEST(CommPortSettings, EventSetsAndMasksMapOneToOne) {
   EXPECT_EQ(EventsToMask(TkxCommEvents::All()), 0x05FFu);
   EXPECT_EQ(MaskToEvents(0xFFFFFFFF), TkxCommEvents::All());  // foreign bits dropped
-  const Cardinal bits[] = {0x0001, 0x0004, 0x0002, 0x0100, 0x0040, 0x0008, 0x0010, 0x0080, 0x0020, 0x0400};
+  const Cardinal bits[] = {0x0001, 0x0004, 0x0002, 0x0100, 0x0040,
+                           0x0008, 0x0010, 0x0080, 0x0020, 0x0400};
   for (int i = 0; i < 10; ++i) {
     TkxCommEvents one{static_cast<TkxCommEvent>(i)};
     EXPECT_EQ(EventsToMask(one), bits[i]) << i;
@@ -84,16 +89,20 @@ TEST(CommPortSettings, DefaultsAndSetterRules) {
   TkxCommPort port;
   TkxCommTimeouts& t = port.Timeouts();
   EXPECT_EQ(Join(int(port.PortNumber()), port.BaudRate(), int(port.DataBits()), int(port.Parity()),
-                 int(port.StopBits()), int(port.FlowControl()), port.Events().Bits(), int(port.SyncMethod()),
-                 port.Buffer().InputSize(), port.Buffer().OutputSize(), port.Buffer().ReadTimeout,
-                 port.Buffer().WriteTimeout, t.ReadInterval(), t.ReadTotalMultiplier(), t.ReadTotalConstant(),
-                 t.WriteTotalMultiplier(), t.WriteTotalConstant()),
+                 int(port.StopBits()), int(port.FlowControl()), port.Events().Bits(),
+                 int(port.SyncMethod()), port.Buffer().InputSize(), port.Buffer().OutputSize(),
+                 port.Buffer().ReadTimeout, port.Buffer().WriteTimeout, t.ReadInterval(),
+                 t.ReadTotalMultiplier(), t.ReadTotalConstant(), t.WriteTotalMultiplier(),
+                 t.WriteTotalConstant()),
             "2 9600 8 0 0 0 1023 0 2048 2048 0 0 -1 0 0 100 1000");
-  struct Case { Integer in, out; } sizes[] = {{1001, 1000}, {1000, 1000}, {1, 0}, {-3, -3}, {0, 0}};
+  struct Case {
+    Integer in, out;
+  } sizes[] = {{1001, 1000}, {1000, 1000}, {1, 0}, {-3, -3}, {0, 0}};
   for (auto c : sizes) {
     port.Buffer().SetInputSize(c.in);
     port.Buffer().SetOutputSize(c.in);
-    EXPECT_EQ(Join(port.Buffer().InputSize(), port.Buffer().OutputSize()), Join(c.out, c.out)) << c.in;
+    EXPECT_EQ(Join(port.Buffer().InputSize(), port.Buffer().OutputSize()), Join(c.out, c.out))
+        << c.in;
   }
   EXPECT_EQ(MessageOf<EInvalidArgument>([&] { port.SetDataBits(9); }),
             "SetDataBits: 9 data bits are outside 5 to 8");
@@ -108,8 +117,10 @@ TEST(CommPortSettings, DeviceBlockBytes) {
   port.SetDataBits(7);
   port.SetParity(ptEven);
   port.SetStopBits(sb2);
-  struct Case { TkxCommPortFlowControl flow; const char* flags; } cases[] = {
-      {fcNone, "01000000"}, {fcHardware, "05200000"}, {fcXonXoff, "01030000"}};
+  struct Case {
+    TkxCommPortFlowControl flow;
+    const char* flags;
+  } cases[] = {{fcNone, "01000000"}, {fcHardware, "05200000"}, {fcXonXoff, "01030000"}};
   for (auto c : cases) {
     port.SetFlowControl(c.flow);
     TDCB dcb;
@@ -145,7 +156,11 @@ constexpr bool SystemParsesModes = false;
 
 TEST(CommPortSettings, ModeStrings) {
   const bool own = true;
-  struct Case { const char* text; const char* result; bool own = false; } cases[] = {
+  struct Case {
+    const char* text;
+    const char* result;
+    bool own = false;
+  } cases[] = {
       {"9600,n,8,1", "9600 0 8 0"},
       {" 1200 , o , 7 , 2 ", "1200 1 7 2", own},
       {"96,e", "9600 2 7 0", own},
@@ -155,10 +170,20 @@ TEST(CommPortSettings, ModeStrings) {
       {"BAUD=57600 PARITY=S DATA=6 STOP=1.5 xon=on rts=hs dtr=off to=on", "57600 4 6 1", own},
       {"COM3: BAUD=4800 PARITY=E DATA=7 STOP=2", "4800 2 7 2"},
       {"baud=300", "300 9 9 9", own},
-      {"", "fail", own}, {"hello", "fail"}, {"9600,x,8,1", "fail"}, {"9600,n,9,1", "fail"},
-      {"9600,n,8,3", "fail"}, {"9600,n,8,1,q", "fail"}, {"9600,n,8,1,p,1", "fail"},
-      {"baud=9600 speed=1", "fail"}, {"parity=n data=8", "fail", own}, {"baud=fast", "fail"},
-      {"baud=9600 xon=maybe", "fail"}, {"-9600,n,8,1", "fail"}, {",n,8,1", "fail"}, {",,,", "fail"},
+      {"", "fail", own},
+      {"hello", "fail"},
+      {"9600,x,8,1", "fail"},
+      {"9600,n,9,1", "fail"},
+      {"9600,n,8,3", "fail"},
+      {"9600,n,8,1,q", "fail"},
+      {"9600,n,8,1,p,1", "fail"},
+      {"baud=9600 speed=1", "fail"},
+      {"parity=n data=8", "fail", own},
+      {"baud=fast", "fail"},
+      {"baud=9600 xon=maybe", "fail"},
+      {"-9600,n,8,1", "fail"},
+      {",n,8,1", "fail"},
+      {",,,", "fail"},
       {"COM1:hello", "fail"}};
   for (auto c : cases) {
     if (c.own && SystemParsesModes) continue;
@@ -166,7 +191,9 @@ TEST(CommPortSettings, ModeStrings) {
     dcb.ByteSize = dcb.Parity = dcb.StopBits = 9;
     TDCB before = dcb;
     bool ok = CommModeToDCB(c.text, dcb);
-    EXPECT_EQ(ok ? Join(dcb.BaudRate, int(dcb.Parity), int(dcb.ByteSize), int(dcb.StopBits)) : "fail", c.result)
+    EXPECT_EQ(
+        ok ? Join(dcb.BaudRate, int(dcb.Parity), int(dcb.ByteSize), int(dcb.StopBits)) : "fail",
+        c.result)
         << c.text;
     if (!ok) {
       EXPECT_EQ(std::memcmp(&dcb, &before, sizeof dcb), 0) << c.text;
@@ -175,7 +202,8 @@ TEST(CommPortSettings, ModeStrings) {
   if (SystemParsesModes) return;
   TDCB dcb;
   ASSERT_TRUE(CommModeToDCB("baud=9600 xon=on rts=hs dtr=on octs=on", dcb));
-  EXPECT_EQ(dcb.Flags, DcbFlag::OutX | DcbFlag::InX | DcbFlag::RtsHandshake | DcbFlag::DtrEnable | DcbFlag::OutxCtsFlow);
+  EXPECT_EQ(dcb.Flags, DcbFlag::OutX | DcbFlag::InX | DcbFlag::RtsHandshake | DcbFlag::DtrEnable |
+                           DcbFlag::OutxCtsFlow);
 }
 
 // Values outside an enumeration are refused on every way in, and a refused device block
@@ -184,14 +212,37 @@ TEST(CommPortSettings, OutOfRangeLineSettingsAreRefused) {
   TkxCommPort port;
   port.SetParity(ptOdd);
   const AnsiString before = port.ParamsText();
-  struct Case { const char* what; std::function<void()> set; } cases[] = {
+  struct Case {
+    const char* what;
+    std::function<void()> set;
+  } cases[] = {
       {"parity", [&] { port.SetParity(static_cast<TkxCommPortParity>(200)); }},
       {"stop bits", [&] { port.SetStopBits(static_cast<TkxCommPortStopBits>(3)); }},
       {"flow control", [&] { port.SetFlowControl(static_cast<TkxCommPortFlowControl>(3)); }},
       {"data bits", [&] { port.SetDataBits(9); }},
-      {"block parity", [&] { TDCB d; d.BaudRate = 1200; d.ByteSize = 7; d.Parity = 200; port.AssignDCB(d); }},
-      {"block stop bits", [&] { TDCB d; d.BaudRate = 1200; d.ByteSize = 7; d.StopBits = 3; port.AssignDCB(d); }},
-      {"block data bits", [&] { TDCB d; d.BaudRate = 1200; d.ByteSize = 4; port.AssignDCB(d); }},
+      {"block parity",
+       [&] {
+         TDCB d;
+         d.BaudRate = 1200;
+         d.ByteSize = 7;
+         d.Parity = 200;
+         port.AssignDCB(d);
+       }},
+      {"block stop bits",
+       [&] {
+         TDCB d;
+         d.BaudRate = 1200;
+         d.ByteSize = 7;
+         d.StopBits = 3;
+         port.AssignDCB(d);
+       }},
+      {"block data bits",
+       [&] {
+         TDCB d;
+         d.BaudRate = 1200;
+         d.ByteSize = 4;
+         port.AssignDCB(d);
+       }},
   };
   for (auto& c : cases) {
     EXPECT_THROW(c.set(), EInvalidArgument) << c.what;
@@ -207,7 +258,8 @@ class CommPortStore : public ::testing::Test {
     reg.WriteString("Comm.DCB", value);
   }
   static AnsiString Settings(TkxCommPort& p) {
-    return Join(int(p.PortNumber()), p.BaudRate(), int(p.Parity()), int(p.DataBits()), int(p.StopBits()));
+    return Join(int(p.PortNumber()), p.BaudRate(), int(p.Parity()), int(p.DataBits()),
+                int(p.StopBits()));
   }
   static constexpr const char* Key = "\\Software\\Velmora Soft\\Test\\Scanner";
   testutil::SettingsSandbox sandbox{"\\Software\\Velmora Soft\\Test"};
@@ -230,15 +282,18 @@ TEST_F(CommPortStore, SavedSettingsReadBack) {
 }
 
 TEST_F(CommPortStore, LoadingTheValueForms) {
-  struct Case { const char* value; bool loadPort; const char* result; } cases[] = {
-      {"com3:9600,n,8,1", true, "true 3 9600 0 8 0"},
-      {"com3:9600,n,8,1", false, "true 2 9600 0 8 0"},
-      {"  COM4  BAUD=1200 PARITY=E DATA=7 STOP=2 ", true, "true 4 1200 2 7 2"},
-      {"COM3", true, "true 3 2400 1 6 2"},
-      {"2400,o,6,2", true, "true 2 2400 1 6 2"},
-      {"COM7: garbage", true, "true 7 2400 1 6 2"},  // the line settings stay
-      {"   ", true, "false 2 2400 1 6 2"},
-      {"baud=19200", false, "true 2 19200 0 6 0"}};  // a zeroed block; data bits stay
+  struct Case {
+    const char* value;
+    bool loadPort;
+    const char* result;
+  } cases[] = {{"com3:9600,n,8,1", true, "true 3 9600 0 8 0"},
+               {"com3:9600,n,8,1", false, "true 2 9600 0 8 0"},
+               {"  COM4  BAUD=1200 PARITY=E DATA=7 STOP=2 ", true, "true 4 1200 2 7 2"},
+               {"COM3", true, "true 3 2400 1 6 2"},
+               {"2400,o,6,2", true, "true 2 2400 1 6 2"},
+               {"COM7: garbage", true, "true 7 2400 1 6 2"},  // the line settings stay
+               {"   ", true, "false 2 2400 1 6 2"},
+               {"baud=19200", false, "true 2 19200 0 6 0"}};  // a zeroed block; data bits stay
   for (auto c : cases) {
     Store(c.value);
     TkxCommPort port;
@@ -272,7 +327,10 @@ TEST(CommPortOpen, AFailureNamesThePortOrThePath) {
   fs::create_directories(dir);
   std::ofstream(dir / "plain") << "not a device";
   const AnsiString notSerial = Cp1251(u8"это не последовательный порт и не терминал").Str();
-  struct Case { std::string path; AnsiString reason; } cases[] = {
+  struct Case {
+    std::string path;
+    AnsiString reason;
+  } cases[] = {
       {"/nonexistent/tty", Cp1251(u8"нет такого устройства").Str()},
       {dir.string(), Cp1251(u8"это каталог").Str()},
       {(dir / "plain").string(), notSerial},
@@ -292,7 +350,8 @@ TEST(CommPortOpen, AFailureNamesThePortOrThePath) {
     ASSERT_EQ(::chmod(locked.SlavePath().c_str(), 0), 0);
     TkxCommPort port;
     port.SetDevicePath(locked.SlavePath());
-    EXPECT_EQ(MessageOf([&] { port.Open(); }), Unavailable(locked.SlavePath(), Cp1251(u8"нет прав доступа").Str()));
+    EXPECT_EQ(MessageOf([&] { port.Open(); }),
+              Unavailable(locked.SlavePath(), Cp1251(u8"нет прав доступа").Str()));
   }
 #endif
 #endif
@@ -403,7 +462,8 @@ TEST(CommPortDevice, ReadAndWriteBudgets) {
   PtyPort p;
   char buf[16] = {};
   EXPECT_EQ(p.port.Read(buf, 0, 1000), 0);  // closed, and still no failure: nothing asked
-  EXPECT_EQ(MessageOf<EOSError>([&] { p.port.Read(buf, 1, 0); }).substr(0, 20), "System Error.  Code:");
+  EXPECT_EQ(MessageOf<EOSError>([&] { p.port.Read(buf, 1, 0); }).substr(0, 20),
+            "System Error.  Code:");
   p.port.Open();
   EXPECT_EQ(p.port.WriteStr("hello", -1), 5);
   EXPECT_EQ(p.pty.ReadExactly(5, 1000), "hello");
@@ -556,8 +616,10 @@ TEST(CommPortDevice, HangUpIsReportedIdleAndDuringTransfers) {
     p.pty.CloseMaster();
     EXPECT_TRUE(PumpUntil([&] { return losses > 0; })) << int(sync);
     char c = 'x';
-    EXPECT_EQ(MessageOf<EOSError>([&] { p.port.Write(&c, 1, 100); }), "Write: the device went away (Input/output error)");
-    EXPECT_EQ(MessageOf<EOSError>([&] { p.port.Read(&c, 1, 100); }), "Read: the device went away (Input/output error)");
+    EXPECT_EQ(MessageOf<EOSError>([&] { p.port.Write(&c, 1, 100); }),
+              "Write: the device went away (Input/output error)");
+    EXPECT_EQ(MessageOf<EOSError>([&] { p.port.Read(&c, 1, 100); }),
+              "Read: the device went away (Input/output error)");
     CheckSynchronize(50);
     EXPECT_EQ(losses.load(), 1) << int(sync);
     p.port.Close();
@@ -570,7 +632,8 @@ TEST(CommPortDevice, HangUpIsReportedIdleAndDuringTransfers) {
     p.pty.CloseMaster();
   });
   std::vector<char> block(1 << 20, 'b');
-  EXPECT_EQ(MessageOf<EOSError>([&] { p.port.Write(block.data(), static_cast<Integer>(block.size()), 10000); }),
+  EXPECT_EQ(MessageOf<EOSError>(
+                [&] { p.port.Write(block.data(), static_cast<Integer>(block.size()), 10000); }),
             "Write: the device went away (Input/output error)");
   hangUp.join();
   EXPECT_TRUE(p.port.DeviceLost());

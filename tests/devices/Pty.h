@@ -2,13 +2,13 @@
 // path, the test talks raw bytes through the master.
 #pragma once
 
-#include <cerrno>
 #include <fcntl.h>
 #include <poll.h>
-#include <stdexcept>
 #include <stdlib.h>
-#include <string>
 #include <unistd.h>
+#include <cerrno>
+#include <stdexcept>
+#include <string>
 
 namespace ostrel::testutil {
 

@@ -37,7 +37,11 @@ void FillBase(TkxDateRanges& r) {
 }
 
 TEST(DateRanges, AddRangeMergesLocally) {
-  const struct { const char* what; double lo, hi; std::vector<double> expected; } cases[] = {
+  const struct {
+    const char* what;
+    double lo, hi;
+    std::vector<double> expected;
+  } cases[] = {
       {"wholly before all", 100, 105, {100, 105, 110, 115, 120, 125, 130, 135}},
       {"wholly inside a range", 112, 114, {110, 115, 120, 125, 130, 135}},
       {"in a gap", 116, 119, {110, 115, 116, 119, 120, 125, 130, 135}},

@@ -43,24 +43,32 @@ class Periods : public ::testing::Test {
 
 TEST_F(Periods, GetPeriodGivesWholeDayBounds) {
   const TDateTime aug20 = P("2025-08-20 14:30");  // a Wednesday
-  const struct { int kind; TDateTime anchor; const char* expected; } cases[] = {
-      {pkDay, aug20, "2025-08-20 .. 2025-08-20"},   {pkWeek, aug20, "2025-08-18 .. 2025-08-24"},
-      {pkMonth, aug20, "2025-08-01 .. 2025-08-31"}, {pkQuarter, aug20, "2025-07-01 .. 2025-09-30"},
-      {pkHalfYear, aug20, "2025-07-01 .. 2025-12-31"}, {pkYear, aug20, "2025-01-01 .. 2025-12-31"},
-      {pkFrom, aug20, "2025-08-20 .. Max"}, {pkUntil, aug20, "Min .. 2025-08-20"},
-      {pkAll, aug20, "Min .. Max"},
-      // No bounds to compute: false, and the caller's bounds stay as they were.
-      {pkInterval, aug20, ""},              {10, aug20, ""},
-      // An empty anchor keeps the caller's bound, cut to its date.
-      {pkFrom, 0.0, "2000-01-02 .. Max"},
-      {pkUntil, 0.0, "Min .. 2000-01-03"},
-      {pkWeek, P("2025-01-01"), "2024-12-30 .. 2025-01-05"},
-      {pkWeek, P("2025-03-16"), "2025-03-10 .. 2025-03-16"},  // a Sunday closes its week
-      {pkMonth, P("2024-02-10"), "2024-02-01 .. 2024-02-29"},
-      {pkMonth, P("1899-11-05 18:00"), "1899-11-01 .. 1899-11-30"},
-      {pkWeek, P("9999-12-31"), "9999-12-27 .. Max"},
-      {pkMonth, 1e9, "9999-12-01 .. Max"},
-      {pkDay, std::numeric_limits<double>::quiet_NaN(), "1899-12-30 .. 1899-12-30"}};
+  const struct {
+    int kind;
+    TDateTime anchor;
+    const char* expected;
+  } cases[] = {{pkDay, aug20, "2025-08-20 .. 2025-08-20"},
+               {pkWeek, aug20, "2025-08-18 .. 2025-08-24"},
+               {pkMonth, aug20, "2025-08-01 .. 2025-08-31"},
+               {pkQuarter, aug20, "2025-07-01 .. 2025-09-30"},
+               {pkHalfYear, aug20, "2025-07-01 .. 2025-12-31"},
+               {pkYear, aug20, "2025-01-01 .. 2025-12-31"},
+               {pkFrom, aug20, "2025-08-20 .. Max"},
+               {pkUntil, aug20, "Min .. 2025-08-20"},
+               {pkAll, aug20, "Min .. Max"},
+               // No bounds to compute: false, and the caller's bounds stay as they were.
+               {pkInterval, aug20, ""},
+               {10, aug20, ""},
+               // An empty anchor keeps the caller's bound, cut to its date.
+               {pkFrom, 0.0, "2000-01-02 .. Max"},
+               {pkUntil, 0.0, "Min .. 2000-01-03"},
+               {pkWeek, P("2025-01-01"), "2024-12-30 .. 2025-01-05"},
+               {pkWeek, P("2025-03-16"), "2025-03-10 .. 2025-03-16"},  // a Sunday closes its week
+               {pkMonth, P("2024-02-10"), "2024-02-01 .. 2024-02-29"},
+               {pkMonth, P("1899-11-05 18:00"), "1899-11-01 .. 1899-11-30"},
+               {pkWeek, P("9999-12-31"), "9999-12-27 .. Max"},
+               {pkMonth, 1e9, "9999-12-01 .. Max"},
+               {pkDay, std::numeric_limits<double>::quiet_NaN(), "1899-12-30 .. 1899-12-30"}};
   for (const auto& c : cases) {
     TDateTime lo = P("2000-01-02 12:00"), hi = P("2000-01-03 12:00");
     EXPECT_EQ(Pr::GetPeriod(c.kind, c.anchor, lo, hi), *c.expected != 0) << c.kind;
@@ -70,30 +78,37 @@ TEST_F(Periods, GetPeriodGivesWholeDayBounds) {
 }
 
 TEST_F(Periods, IncDTMovesByTheKindsUnitWithinTheCalendar) {
-  const struct { int kind, step; const char *from, *expected; } cases[] = {
-      {pkDay, 1, "2024-02-28 08:00", "2024-02-29 08:00"},
-      {pkWeek, -2, "2025-03-05", "2025-02-19"},
-      {pkMonth, 1, "2025-03-31", "2025-04-30"},
-      {pkQuarter, 1, "2024-11-30", "2025-02-28"},
-      {pkYear, 1, "2024-02-29", "2025-02-28"},
-      {pkInterval, 3, "2025-03-30", "2025-04-02"},
-      {pkUntil, 1, "2025-12-31", "2026-01-01"},
-      {pkAll, 5, "2025-03-05", "2025-03-05"},
-      {42, 5, "2025-03-05", "2025-03-05"},
-      {pkYear, 1, "9999-06-01", "Max"},
-      {pkDay, -1, "Min", "Min"},
-      {pkWeek, INT_MAX, "2025-03-05", "Max"}};
+  const struct {
+    int kind, step;
+    const char *from, *expected;
+  } cases[] = {{pkDay, 1, "2024-02-28 08:00", "2024-02-29 08:00"},
+               {pkWeek, -2, "2025-03-05", "2025-02-19"},
+               {pkMonth, 1, "2025-03-31", "2025-04-30"},
+               {pkQuarter, 1, "2024-11-30", "2025-02-28"},
+               {pkYear, 1, "2024-02-29", "2025-02-28"},
+               {pkInterval, 3, "2025-03-30", "2025-04-02"},
+               {pkUntil, 1, "2025-12-31", "2026-01-01"},
+               {pkAll, 5, "2025-03-05", "2025-03-05"},
+               {42, 5, "2025-03-05", "2025-03-05"},
+               {pkYear, 1, "9999-06-01", "Max"},
+               {pkDay, -1, "Min", "Min"},
+               {pkWeek, INT_MAX, "2025-03-05", "Max"}};
   for (const auto& c : cases)
     EXPECT_EQ(S(Pr::IncDT(c.kind, c.step, P(c.from))), c.expected)
         << "kind " << c.kind << " step " << c.step << " from " << c.from;
 }
 
 TEST_F(Periods, IncPeriodMovesOrWidensTheBounds) {
-  const struct { int kind, step; const char* expected; } cases[] = {
-      {pkMonth, 1, "2025-04-01 .. 2025-04-30"},    {pkInterval, -1, "2025-02-28 .. 2025-03-31"},
-      {pkInterval, 0, "2025-03-01 .. 2025-03-31"}, {pkInterval, 2, "2025-03-01 .. 2025-04-02"},
-      {pkFrom, 1, "2025-03-02 .. Max"},            {pkUntil, -1, "Min .. 2025-03-30"},
-      {pkAll, 1, "2025-03-01 .. 2025-03-31"}};
+  const struct {
+    int kind, step;
+    const char* expected;
+  } cases[] = {{pkMonth, 1, "2025-04-01 .. 2025-04-30"},
+               {pkInterval, -1, "2025-02-28 .. 2025-03-31"},
+               {pkInterval, 0, "2025-03-01 .. 2025-03-31"},
+               {pkInterval, 2, "2025-03-01 .. 2025-04-02"},
+               {pkFrom, 1, "2025-03-02 .. Max"},
+               {pkUntil, -1, "Min .. 2025-03-30"},
+               {pkAll, 1, "2025-03-01 .. 2025-03-31"}};
   TDateTime newLo = 0, newHi = 0;
   for (const auto& c : cases) {
     Pr::IncPeriod(c.kind, c.step, P("2025-03-01"), P("2025-03-31"), newLo, newHi);
@@ -105,36 +120,41 @@ TEST_F(Periods, IncPeriodMovesOrWidensTheBounds) {
 }
 
 TEST_F(Periods, GetNearDTPrefersTodayThenTheNearerClosedBound) {
-  const struct { const char *lo, *hi; bool keepToday; const char* expected; } cases[] = {
-      {"2025-01-01", "2025-12-31", true, "2025-12-31"},
-      {"2026-04-01", "2026-04-30", true, "2026-04-01"},
-      {"2026-03-01", "2026-03-20", true, "2026-03-18"},
-      {"2026-03-01", "2026-03-20", false, "2026-03-20"},
-      {"2026-03-15", "2026-03-31", false, "2026-03-15"},
-      {"2026-03-08", "2026-03-28", false, "2026-03-18"},  // midway: today
-      {"Min", "2026-12-31", false, "2026-12-31"},         // an open bound is never near
-      {"2026-01-01", "Max", false, "2026-01-01"},
-      {"Min", "Max", false, "2026-03-18"}};
+  const struct {
+    const char *lo, *hi;
+    bool keepToday;
+    const char* expected;
+  } cases[] = {{"2025-01-01", "2025-12-31", true, "2025-12-31"},
+               {"2026-04-01", "2026-04-30", true, "2026-04-01"},
+               {"2026-03-01", "2026-03-20", true, "2026-03-18"},
+               {"2026-03-01", "2026-03-20", false, "2026-03-20"},
+               {"2026-03-15", "2026-03-31", false, "2026-03-15"},
+               {"2026-03-08", "2026-03-28", false, "2026-03-18"},  // midway: today
+               {"Min", "2026-12-31", false, "2026-12-31"},         // an open bound is never near
+               {"2026-01-01", "Max", false, "2026-01-01"},
+               {"Min", "Max", false, "2026-03-18"}};
   for (const auto& c : cases)
     EXPECT_EQ(S(Pr::GetNearDT(P(c.lo), P(c.hi), c.keepToday)), c.expected) << c.lo << " " << c.hi;
 }
 
 TEST_F(Periods, CheckPeriodReshapesForTheNewKind) {
-  const struct { int kind, prevKind; const char *lo, *hi, *expected; } cases[] = {
-      // Year to month: the current month while today lies in that year, else the month at
-      // the end nearer today; month to year: the month's year.
-      {pkMonth, pkYear, "2026-01-01", "2026-12-31", "2026-03-01 .. 2026-03-31"},
-      {pkMonth, pkYear, "2024-01-01", "2024-12-31", "2024-12-01 .. 2024-12-31"},
-      {pkYear, pkMonth, "2025-05-01", "2025-05-31", "2025-01-01 .. 2025-12-31"},
-      // Month to quarter (coarser): the nearer bound, 31 March, not today, decides.
-      {pkQuarter, pkMonth, "2026-03-01", "2026-03-31", "2026-01-01 .. 2026-03-31"},
-      {pkFrom, pkInterval, "2025-12-20", "2026-03-20", "2026-03-20 .. Max"},
-      {pkUntil, pkInterval, "2026-03-17", "2026-06-01", "Min .. 2026-03-17"},
-      {pkMonth, pkAll, "Min", "Max", "2026-03-01 .. 2026-03-31"},
-      {pkFrom, pkAll, "Min", "Max", "2026-03-18 .. Max"},
-      {pkInterval, pkMonth, "2026-03-31", "2026-03-01", "2026-03-01 .. 2026-03-31"},
-      {pkAll, pkMonth, "2026-03-01", "2026-03-31", "Min .. Max"},
-      {12, pkMonth, "2026-03-01", "2026-03-31", "2026-03-01 .. 2026-03-31"}};
+  const struct {
+    int kind, prevKind;
+    const char *lo, *hi, *expected;
+  } cases[] = {// Year to month: the current month while today lies in that year, else the month at
+               // the end nearer today; month to year: the month's year.
+               {pkMonth, pkYear, "2026-01-01", "2026-12-31", "2026-03-01 .. 2026-03-31"},
+               {pkMonth, pkYear, "2024-01-01", "2024-12-31", "2024-12-01 .. 2024-12-31"},
+               {pkYear, pkMonth, "2025-05-01", "2025-05-31", "2025-01-01 .. 2025-12-31"},
+               // Month to quarter (coarser): the nearer bound, 31 March, not today, decides.
+               {pkQuarter, pkMonth, "2026-03-01", "2026-03-31", "2026-01-01 .. 2026-03-31"},
+               {pkFrom, pkInterval, "2025-12-20", "2026-03-20", "2026-03-20 .. Max"},
+               {pkUntil, pkInterval, "2026-03-17", "2026-06-01", "Min .. 2026-03-17"},
+               {pkMonth, pkAll, "Min", "Max", "2026-03-01 .. 2026-03-31"},
+               {pkFrom, pkAll, "Min", "Max", "2026-03-18 .. Max"},
+               {pkInterval, pkMonth, "2026-03-31", "2026-03-01", "2026-03-01 .. 2026-03-31"},
+               {pkAll, pkMonth, "2026-03-01", "2026-03-31", "Min .. Max"},
+               {12, pkMonth, "2026-03-01", "2026-03-31", "2026-03-01 .. 2026-03-31"}};
   for (const auto& c : cases) {
     TDateTime lo = P(c.lo), hi = P(c.hi);
     Pr::CheckPeriod(c.kind, c.prevKind, lo, hi);
@@ -175,23 +195,22 @@ TEST_F(Periods, DatePeriodInfoStrNamesEachKind) {
     const char *d1, *d2;
     bool detailed;
     const char8_t* expected;
-  } cases[] = {
-      {pkDay, "2026-03-18 17:00", "2026-03-18", false, u8"<сегодня>"},
-      {pkDay, "2025-03-01", "2025-03-01", false, u8"01 Март 2025"},
-      {pkWeek, "2025-03-03", "2025-03-09", false, u8"10 неделя 2025"},
-      {pkWeek, "2025-03-03", "2025-03-09", true, u8"03.03-09.03 2025 (нед)"},
-      // 30 December 2024 opens ISO week 1; the year shown is the date's own.
-      {pkWeek, "2024-12-30", "2025-01-05", false, u8"1 неделя 2024"},
-      {pkMonth, "2025-03-01", "2025-03-31", false, u8"Март 2025"},
-      {pkQuarter, "2025-07-01", "2025-09-30", false, u8"3 квартал 2025"},
-      {pkHalfYear, "2025-07-01", "2025-12-31", false, u8"2 полугодие 2025"},
-      {pkYear, "2025-01-01", "2025-12-31", false, u8"2025"},
-      {pkInterval, "2025-03-01", "2025-03-07", false, u8"7 дн"},
-      {pkInterval, "2025-03-01", "2025-03-07", true, u8"7 (01.03-07.03 2025)"},
-      {pkFrom, "2025-03-01", "Max", false, u8"с 01.03.2025"},
-      {pkUntil, "Min", "2025-03-07", false, u8"до 07.03.2025"},
-      {pkAll, "Min", "Max", true, u8"<все>"},
-      {10, "2025-03-01", "2025-03-07", false, u8""}};
+  } cases[] = {{pkDay, "2026-03-18 17:00", "2026-03-18", false, u8"<сегодня>"},
+               {pkDay, "2025-03-01", "2025-03-01", false, u8"01 Март 2025"},
+               {pkWeek, "2025-03-03", "2025-03-09", false, u8"10 неделя 2025"},
+               {pkWeek, "2025-03-03", "2025-03-09", true, u8"03.03-09.03 2025 (нед)"},
+               // 30 December 2024 opens ISO week 1; the year shown is the date's own.
+               {pkWeek, "2024-12-30", "2025-01-05", false, u8"1 неделя 2024"},
+               {pkMonth, "2025-03-01", "2025-03-31", false, u8"Март 2025"},
+               {pkQuarter, "2025-07-01", "2025-09-30", false, u8"3 квартал 2025"},
+               {pkHalfYear, "2025-07-01", "2025-12-31", false, u8"2 полугодие 2025"},
+               {pkYear, "2025-01-01", "2025-12-31", false, u8"2025"},
+               {pkInterval, "2025-03-01", "2025-03-07", false, u8"7 дн"},
+               {pkInterval, "2025-03-01", "2025-03-07", true, u8"7 (01.03-07.03 2025)"},
+               {pkFrom, "2025-03-01", "Max", false, u8"с 01.03.2025"},
+               {pkUntil, "Min", "2025-03-07", false, u8"до 07.03.2025"},
+               {pkAll, "Min", "Max", true, u8"<все>"},
+               {10, "2025-03-01", "2025-03-07", false, u8""}};
   for (const auto& c : cases)
     EXPECT_EQ(AnsiToUtf8(DatePeriodInfoStr(c.kind, P(c.d1), P(c.d2), c.detailed)),
               reinterpret_cast<const char*>(c.expected))
@@ -206,9 +225,9 @@ class EnglishLib : public testutil::TIntfObject<IkxLcLib> {
   AnsiString OSTREL_STDCALL Op2(std::string_view) override { return {}; }
   WideString OSTREL_STDCALL TranslateW(std::u16string_view text, std::string_view) override {
     static const std::map<std::u16string, std::u16string> words = {
-        {u"<сегодня>", u"<today>"}, {u"неделя", u"week"},    {u"нед", u"wk"},
-        {u"квартал", u"quarter"},   {u"полугодие", u"half"}, {u"дн", u"days%"},
-        {u"с", u"from"},            {u"до", u"till"},        {u"<все>", u"<all>"}};
+        {u"<сегодня>", u"<today>"}, {u"неделя", u"week"}, {u"нед", u"wk"}, {u"квартал", u"quarter"},
+        {u"полугодие", u"half"},    {u"дн", u"days%"},    {u"с", u"from"}, {u"до", u"till"},
+        {u"<все>", u"<all>"}};
     const auto it = words.find(std::u16string(text));
     return it != words.end() ? it->second : u"?" + std::u16string(text);
   }
@@ -224,7 +243,8 @@ TEST_F(Periods, EveryWordGoesThroughTheLocalisationHook) {
   for (int kind = pkDay; kind <= pkAll; ++kind)
     for (bool detailed : {false, true})
       texts += AnsiToUtf8(DatePeriodInfoStr(kind, P(kind ? "2025-03-01" : "2026-03-18"),
-                                            P("2025-03-07"), detailed)) + "|";
+                                            P("2025-03-07"), detailed)) +
+               "|";
   RegisterLcLib(nullptr);
   // Month names come from the format settings, not from the hook.
   EXPECT_EQ(texts,

@@ -23,8 +23,7 @@ inline std::string S(TDateTime d) {
   if (d == std::trunc(MinDateTime)) return "Min";
   if (d == std::trunc(MaxDateTime)) return "Max";
   const bool timed = HourOf(d) != 0 || MinuteOf(d) != 0;
-  return FormatDateTime(timed ? "yyyy-mm-dd hh:nn" : "yyyy-mm-dd", d,
-                        TFormatSettings::Invariant());
+  return FormatDateTime(timed ? "yyyy-mm-dd hh:nn" : "yyyy-mm-dd", d, TFormatSettings::Invariant());
 }
 
 inline std::string S(TDateTime lo, TDateTime hi) { return S(lo) + " .. " + S(hi); }

@@ -118,7 +118,10 @@ TEST_F(FileTest, DenyWriteReadersShareButRefuseWriters) {
 TEST_F(FileTest, WindowsShareModesBindEveryOpener) {
   const AnsiString name = Name(u8"доступ.txt");
   TFileStream(name, fmCreate).WriteBuffer("data", 4);
-  const struct { Word holder, opener; bool opens; } cases[] = {
+  const struct {
+    Word holder, opener;
+    bool opens;
+  } cases[] = {
       {fmOpenRead | fmShareExclusive, fmOpenRead | fmShareDenyNone, false},
       {fmOpenRead | fmShareCompat, fmOpenRead | fmShareDenyNone, false},
       {fmOpenRead | fmShareDenyRead, fmOpenWrite | fmShareDenyNone, true},
@@ -214,7 +217,11 @@ TEST(PointerList, ContradictorySortComparisonKeepsItems) {
 }
 
 TEST(StringList, SortedListAppliesDuplicatesPolicy) {
-  struct Case { TDuplicates dup; Integer count; bool raises; };
+  struct Case {
+    TDuplicates dup;
+    Integer count;
+    bool raises;
+  };
   for (Case c : {Case{dupIgnore, 2, false}, Case{dupAccept, 3, false}, Case{dupError, 2, true}}) {
     TStringList l;
     l.SetSorted(true);
@@ -277,9 +284,14 @@ TEST(StringList, NamesAndValues) {
 
 TEST(StringList, DelimitedTextQuotesAndSplits) {
   const std::pair<const char*, const char*> cases[] = {
-      {"a,b", "a|b|"},     {" a b ,c", "a|b|c|"},  // unquoted blanks separate too
+      {"a,b", "a|b|"},
+      {" a b ,c", "a|b|c|"},  // unquoted blanks separate too
       {"\"x, y\",\"say \"\"hi\"\"\"", "x, y|say \"hi\"|"},
-      {"a,,b", "a||b|"},   {"a,", "a||"},   {"\"open", "open|"},   {"\"\"", "|"},   {"", ""}};
+      {"a,,b", "a||b|"},
+      {"a,", "a||"},
+      {"\"open", "open|"},
+      {"\"\"", "|"},
+      {"", ""}};
   for (const auto& [text, lines] : cases) {
     TStringList l;
     l.SetCommaText(text);

@@ -13,8 +13,10 @@ class TNamed : public TCollectionItem {
   using TCollectionItem::TCollectionItem;
   AnsiString Text;
   void Assign(const TPersistent* source) override {
-    if (const auto* n = dynamic_cast<const TNamed*>(source)) Text = n->Text;
-    else TCollectionItem::Assign(source);
+    if (const auto* n = dynamic_cast<const TNamed*>(source))
+      Text = n->Text;
+    else
+      TCollectionItem::Assign(source);
   }
 };
 OSTREL_DEFINE_CLASS(TNamed)
@@ -24,7 +26,8 @@ TCollectionItem* MakeNamed(TCollection* c) { return new TNamed(c); }
 std::string Texts(const TCollection& c) {
   std::string s;
   for (Integer i = 0; i < c.Count(); ++i)
-    s += (i ? " " : "") + static_cast<TNamed*>(c.Items(i))->Text + "#" + std::to_string(c.Items(i)->ID());
+    s += (i ? " " : "") + static_cast<TNamed*>(c.Items(i))->Text + "#" +
+         std::to_string(c.Items(i)->ID());
   return s;
 }
 

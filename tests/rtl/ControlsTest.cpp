@@ -80,12 +80,17 @@ TEST(Controls, FindControlByNameIgnoresCaseAndSearchesDepthFirstWhenRecursive) {
   TComponent owner2(nullptr);  // a second "Edit", under another owner
   auto* other = Make<TControl>(owner2, "EDIT", bottom);
   auto* direct = Make<TControl>(owner, "Label", form);
-  struct Case { const TWinControl* parent; const char* name; bool recursive; TControl* expected; };
+  struct Case {
+    const TWinControl* parent;
+    const char* name;
+    bool recursive;
+    TControl* expected;
+  };
   const Case cases[] = {
-      {form, "label", false, direct},  {form, "LABEL", true, direct},
-      {form, "edit", false, nullptr},  {form, "edit", true, deep},  // Top's comes first
-      {bottom, "Edit", false, other},  {form, "bottom", false, bottom},
-      {form, "", true, nullptr},       {nullptr, "Edit", true, nullptr},
+      {form, "label", false, direct}, {form, "LABEL", true, direct},
+      {form, "edit", false, nullptr}, {form, "edit", true, deep},  // Top's comes first
+      {bottom, "Edit", false, other}, {form, "bottom", false, bottom},
+      {form, "", true, nullptr},      {nullptr, "Edit", true, nullptr},
       {form, "Form", true, nullptr},  // not below itself
   };
   for (const Case& c : cases)
@@ -176,7 +181,9 @@ TEST(ControlMessages, SendWaitsForTheResultOrTheHandlersException) {
 TEST(ControlMessages, UnhandledMessagesGoToOnMessage) {
   TRecorder target(nullptr);
   EXPECT_EQ(target.Perform(1347, 5, 0), 0);
-  target.OnMessage = [](TWinControl&, TMessage& m) { m.Result = static_cast<std::intptr_t>(m.WParam) + 1; };
+  target.OnMessage = [](TWinControl&, TMessage& m) {
+    m.Result = static_cast<std::intptr_t>(m.WParam) + 1;
+  };
   EXPECT_EQ(target.Perform(1347, 5, 0), 6);
   EXPECT_EQ(target.Perform(48429, 0, 4), 8);
 }

@@ -45,10 +45,13 @@ std::string T(TDateTime v) {
 
 TEST(DateEncoding, EncodesToTheValueAndDecodesBack) {
   const std::pair<Fields, TDateTime> rows[] = {
-      {{1899, 12, 30, 0, 0, 0, 0}, 0.0},   {{1900, 1, 1, 0, 0, 0, 0}, 2.0},
-      {{1899, 12, 30, 12, 0, 0, 0}, 0.5},  {{2024, 2, 29, 12, 0, 0, 0}, 45351.5},
+      {{1899, 12, 30, 0, 0, 0, 0}, 0.0},
+      {{1900, 1, 1, 0, 0, 0, 0}, 2.0},
+      {{1899, 12, 30, 12, 0, 0, 0}, 0.5},
+      {{2024, 2, 29, 12, 0, 0, 0}, 45351.5},
       {{1899, 12, 29, 6, 0, 0, 0}, -1.25},  // the time counts away from the day
-      {{1899, 12, 29, 18, 0, 0, 0}, -1.75}, {{1, 1, 1, 0, 0, 0, 0}, MinDateTime},
+      {{1899, 12, 29, 18, 0, 0, 0}, -1.75},
+      {{1, 1, 1, 0, 0, 0, 0}, MinDateTime},
       {{9999, 12, 31, 23, 59, 59, 999}, 2958465.0 + 86399999.0 / 86400000.0}};
   for (const auto& [fields, value] : rows) {
     EXPECT_NEAR(Encode(fields), value, 1e-9);
@@ -62,8 +65,8 @@ TEST(DateDecoding, EveryDayOfTheCalendarEncodesAndDecodesInSequence) {
     Word yy, mm, dd;
     DecodeDate(static_cast<double>(day), yy, mm, dd);
     ASSERT_TRUE(yy == y && mm == m && dd == d && EncodeDate(y, m, d) == day)
-        << "day " << day << " decoded as " << yy << '-' << mm << '-' << dd << ", expected "
-        << y << '-' << m << '-' << d;
+        << "day " << day << " decoded as " << yy << '-' << mm << '-' << dd << ", expected " << y
+        << '-' << m << '-' << d;
     if (++d > DaysInAMonth(y, m)) {
       d = 1;
       if (++m > 12) m = 1, ++y;
@@ -97,27 +100,34 @@ TEST(DateDecoding, ValuesOutsideTheCalendarDoNotCrash) {
 // or bends the value to the last millisecond of 9999.
 TEST(DateDecoding, StrictDecodingRefusesMomentsOutsideTheCalendar) {
   const double lastMs = 2958465.0 + 86399999.0 / 86400000.0;
-  for (double v : {MinDateTime, MinDateTime - 0.5, 0.0, -1.25, kSample, lastMs,
-                   MaxDateTime}) {
+  for (double v : {MinDateTime, MinDateTime - 0.5, 0.0, -1.25, kSample, lastMs, MaxDateTime}) {
     Word f[7];
     DecodeDateTimeStrict(v, f[0], f[1], f[2], f[3], f[4], f[5], f[6]);
     EXPECT_EQ((Fields{f[0], f[1], f[2], f[3], f[4], f[5], f[6]}), Decode(v)) << v;
   }
-  const double outside[] = {MinDateTime - 1,  // 0000-12-31
-                            2958466.0,        // 10000-01-01
+  const double outside[] = {MinDateTime - 1,            // 0000-12-31
+                            2958466.0,                  // 10000-01-01
                             lastMs + 0.6 / 86400000.0,  // rounds to 10000-01-01 00:00:00.000
-                            1e10, -1e300, INFINITY, -INFINITY, NAN};
+                            1e10,
+                            -1e300,
+                            INFINITY,
+                            -INFINITY,
+                            NAN};
   for (double v : outside) {
     Word y, m, d, h, n, s, ms;
-    EXPECT_EQ(testutil::MessageOf<EConvertError>(
-                  [&] { DecodeDateTimeStrict(v, y, m, d, h, n, s, ms); }),
-              Format(SysConst::SInvalidDateTime, FloatToStr(v)))
+    EXPECT_EQ(
+        testutil::MessageOf<EConvertError>([&] { DecodeDateTimeStrict(v, y, m, d, h, n, s, ms); }),
+        Format(SysConst::SInvalidDateTime, FloatToStr(v)))
         << v;
   }
 }
 
 TEST(DateEncoding, LeapYearsAndInvalidParts) {
-  struct Row { Word year; bool leap; Word feb; };
+  struct Row {
+    Word year;
+    bool leap;
+    Word feb;
+  };
   for (const Row& r : {Row{1900, false, 28}, Row{2000, true, 29}, Row{2024, true, 29},
                        Row{2023, false, 28}, Row{2100, false, 28}, Row{1600, true, 29}}) {
     EXPECT_EQ(IsLeapYear(r.year), r.leap) << r.year;
@@ -129,11 +139,11 @@ TEST(DateEncoding, LeapYearsAndInvalidParts) {
   }
   EXPECT_EQ(DaysInAMonth(2024, 0) + DaysInAMonth(2024, 13), 0);
   TDateTime v;
-  for (auto [y, m, d] : {std::array<Word, 3>{0, 1, 1}, {10000, 1, 1}, {2024, 13, 1},
-                         {2024, 4, 31}, {2024, 1, 0}})
+  for (auto [y, m, d] :
+       {std::array<Word, 3>{0, 1, 1}, {10000, 1, 1}, {2024, 13, 1}, {2024, 4, 31}, {2024, 1, 0}})
     EXPECT_FALSE(TryEncodeDate(y, m, d, v)) << y << '-' << m << '-' << d;
-  for (auto [h, m, s, ms] : {std::array<Word, 4>{24, 0, 0, 0}, {0, 60, 0, 0}, {0, 0, 60, 0},
-                             {0, 0, 0, 1000}})
+  for (auto [h, m, s, ms] :
+       {std::array<Word, 4>{24, 0, 0, 0}, {0, 60, 0, 0}, {0, 0, 60, 0}, {0, 0, 0, 1000}})
     EXPECT_FALSE(TryEncodeTime(h, m, s, ms, v)) << h << ':' << m << ':' << s << '.' << ms;
   ExpectConvertError([] { EncodeDate(2023, 2, 29); }, "Invalid argument to date encode");
   ExpectConvertError([] { EncodeDateTime(2023, 2, 28, 24, 0, 0, 0); },
@@ -159,10 +169,11 @@ TEST(DateParts, DayOfWeekTimeOfAndCompose) {
 }
 
 TEST(DateParts, IsoWeekNumberAndYearAroundNewYear) {
-  struct { Word y, m, d, week, weekYear; } const rows[] = {
-      {2020, 12, 31, 53, 2020}, {2021, 1, 3, 53, 2020}, {2021, 1, 4, 1, 2021},
-      {2024, 12, 30, 1, 2025},  {2024, 1, 1, 1, 2024},  {2027, 1, 1, 53, 2026},
-      {2008, 12, 29, 1, 2009},  {2024, 3, 5, 10, 2024}, {1, 1, 1, 1, 1}};
+  struct {
+    Word y, m, d, week, weekYear;
+  } const rows[] = {{2020, 12, 31, 53, 2020}, {2021, 1, 3, 53, 2020}, {2021, 1, 4, 1, 2021},
+                    {2024, 12, 30, 1, 2025},  {2024, 1, 1, 1, 2024},  {2027, 1, 1, 53, 2026},
+                    {2008, 12, 29, 1, 2009},  {2024, 3, 5, 10, 2024}, {1, 1, 1, 1, 1}};
   for (const auto& r : rows) {
     Word year = 0;
     EXPECT_EQ(WeekOfTheYear(EncodeDateTime(r.y, r.m, r.d, 23, 0, 0, 0), year), r.week) << r.y;
@@ -174,13 +185,19 @@ TEST(DateParts, IsoWeekNumberAndYearAroundNewYear) {
 // ---- arithmetic --------------------------------------------------------------------------
 
 TEST(DateArithmetic, IncMonthClampsTheDayAndKeepsTheTime) {
-  struct { Fields from; int months; Word y, m, d; } const rows[] = {
-      {{2024, 1, 31, 10, 30, 0, 0}, 1, 2024, 2, 29},  {{2023, 1, 31, 0, 0, 0, 0}, 1, 2023, 2, 28},
-      {{2024, 1, 29, 8, 0, 0, 0}, 1, 2024, 2, 29},    {{2024, 3, 30, 0, 0, 0, 0}, -1, 2024, 2, 29},
-      {{2024, 5, 31, 23, 59, 59, 999}, 1, 2024, 6, 30},
-      {{2024, 12, 31, 0, 0, 0, 0}, 2, 2025, 2, 28},  {{2024, 1, 15, 0, 0, 0, 0}, -13, 2022, 12, 15},
-      {{1899, 11, 30, 6, 0, 0, 0}, 1, 1899, 12, 30},  // across the epoch
-      {{1900, 1, 31, 6, 0, 0, 0}, -2, 1899, 11, 30}};
+  struct {
+    Fields from;
+    int months;
+    Word y, m, d;
+  } const rows[] = {{{2024, 1, 31, 10, 30, 0, 0}, 1, 2024, 2, 29},
+                    {{2023, 1, 31, 0, 0, 0, 0}, 1, 2023, 2, 28},
+                    {{2024, 1, 29, 8, 0, 0, 0}, 1, 2024, 2, 29},
+                    {{2024, 3, 30, 0, 0, 0, 0}, -1, 2024, 2, 29},
+                    {{2024, 5, 31, 23, 59, 59, 999}, 1, 2024, 6, 30},
+                    {{2024, 12, 31, 0, 0, 0, 0}, 2, 2025, 2, 28},
+                    {{2024, 1, 15, 0, 0, 0, 0}, -13, 2022, 12, 15},
+                    {{1899, 11, 30, 6, 0, 0, 0}, 1, 1899, 12, 30},  // across the epoch
+                    {{1900, 1, 31, 6, 0, 0, 0}, -2, 1899, 11, 30}};
   for (const auto& [f, months, y, m, d] : rows) {
     const Fields want{y, m, d, f[3], f[4], f[5], f[6]};
     EXPECT_EQ(IncMonth(Encode(f), months), Encode(want)) << f[0] << '-' << f[1] << '-' << f[2];
@@ -215,15 +232,17 @@ TEST(DateArithmetic, StartAndEndOfPeriods) {
 }
 
 TEST(DateArithmetic, DaysBetweenCountsWholeDays) {
-  const struct { TDateTime a, b; Integer days; } rows[] = {
-      {EncodeDate(2024, 3, 2), EncodeDate(2024, 3, 1), 1},
-      {EncodeDateTime(2024, 3, 2, 11, 0, 0, 0), EncodeDateTime(2024, 3, 1, 12, 0, 0, 0), 0},
-      {EncodeDate(2025, 1, 1), EncodeDate(2024, 1, 1), 366},
-      // Across a power of two the difference lands a hair below one day.
-      {EncodeDateTime(1989, 9, 17, 0, 0, 2, 0), EncodeDateTime(1989, 9, 16, 0, 0, 2, 0), 1},
-      {0.25, -1.25, 1},  // 1899-12-30 06:00 and 1899-12-29 06:00
-      {0.25, -1.75, 0},  // 1899-12-29 18:00 is only half a day earlier
-      {NAN, 0, 0}};
+  const struct {
+    TDateTime a, b;
+    Integer days;
+  } rows[] = {{EncodeDate(2024, 3, 2), EncodeDate(2024, 3, 1), 1},
+              {EncodeDateTime(2024, 3, 2, 11, 0, 0, 0), EncodeDateTime(2024, 3, 1, 12, 0, 0, 0), 0},
+              {EncodeDate(2025, 1, 1), EncodeDate(2024, 1, 1), 366},
+              // Across a power of two the difference lands a hair below one day.
+              {EncodeDateTime(1989, 9, 17, 0, 0, 2, 0), EncodeDateTime(1989, 9, 16, 0, 0, 2, 0), 1},
+              {0.25, -1.25, 1},  // 1899-12-30 06:00 and 1899-12-29 06:00
+              {0.25, -1.75, 0},  // 1899-12-29 18:00 is only half a day earlier
+              {NAN, 0, 0}};
   for (const auto& r : rows) {
     EXPECT_EQ(DaysBetween(r.a, r.b), r.days) << r.a << " " << r.b;
     EXPECT_EQ(DaysBetween(r.b, r.a), r.days) << r.b << " " << r.a;
@@ -263,21 +282,31 @@ const TDateTime kEvening = EncodeDateTime(2024, 3, 5, 21, 7, 4, 32);
 
 TEST(FormatDateTimeText, EveryLetterInTheRussianLocale) {
   const TDateTime halfPastMidnight = EncodeDateTime(2024, 3, 5, 0, 30, 0, 0);
-  struct { const char* format; TDateTime value; const char8_t* expected; } const rows[] = {
+  struct {
+    const char* format;
+    TDateTime value;
+    const char8_t* expected;
+  } const rows[] = {
       {"d|dd|ddd|dddd|ddddd|dddddd", kSample, u8"5|05|Вт|вторник|05.03.2024|5 Март 2024 г."},
       {"m|mm|mmm|mmmm", kSample, u8"3|03|мар|Март"},
       {"y|yy|yyy|yyyy", EncodeDate(987, 1, 1), u8"87|87|0987|0987"},
       {"h|hh|n|nn|s|ss|z|zz|zzz|t|tt", kSample, u8"9|09|7|07|4|04|32|32|032|9:07|9:07:04"},
-      {"c", kSample, u8"05.03.2024 9:07:04"},       {"", kSample, u8"05.03.2024 9:07:04"},
+      {"c", kSample, u8"05.03.2024 9:07:04"},
+      {"", kSample, u8"05.03.2024 9:07:04"},
       {"c", EncodeDate(2024, 3, 5), u8"05.03.2024"},
       // m after an hour means minutes, until another letter intervenes.
-      {"hh:mm|h:m", kSample, u8"09:07|9:7"},        {"hh 'mm' mm", kSample, u8"09 mm 07"},
-      {"hh:nn mm", kSample, u8"09:07 03"},          {"hh:mm dd.mm", kSample, u8"09:07 05.03"},
+      {"hh:mm|h:m", kSample, u8"09:07|9:7"},
+      {"hh 'mm' mm", kSample, u8"09 mm 07"},
+      {"hh:nn mm", kSample, u8"09:07 03"},
+      {"hh:mm dd.mm", kSample, u8"09:07 05.03"},
       {"DD.MM.YYYY HH:NN:SS", kSample, u8"05.03.2024 09:07:04"},
       {"\"yyyy\" yyyy 'd''d'", kSample, u8"yyyy 2024 dd"},
-      {"'unterminated d", kSample, u8"unterminated d"}, {"[d] #%", kSample, u8"[5] #%"},
-      {"dd/mm hh:nn", kSample, u8"05.03 09:07"},    {"h:nn am/pm a/p", kEvening, u8"9:07 pm p"},
-      {"h:nn AM/PM A/P", kSample, u8"9:07 AM A"},   {"hh ampm", kEvening, u8"09 пп"},
+      {"'unterminated d", kSample, u8"unterminated d"},
+      {"[d] #%", kSample, u8"[5] #%"},
+      {"dd/mm hh:nn", kSample, u8"05.03 09:07"},
+      {"h:nn am/pm a/p", kEvening, u8"9:07 pm p"},
+      {"h:nn AM/PM A/P", kSample, u8"9:07 AM A"},
+      {"hh ampm", kEvening, u8"09 пп"},
       {"h ampm", halfPastMidnight, u8"12 дп"},
       {"h:nn AM/PM", EncodeDateTime(2024, 3, 5, 12, 0, 0, 0), u8"12:00 PM"},
       {"h 'am/pm' h", kEvening, u8"21 am/pm 21"},  // quoted markers do not count
@@ -317,7 +346,8 @@ TEST(ParseValid, ReadsTheValue) {
   TFormatSettingsGuard guard(TestSettings());
   PinnedClock clock(EncodeDate(2030, 6, 15));
   const std::pair<const char*, TDateTime> rows[] = {
-      {"05.03.2024", EncodeDate(2024, 3, 5)}, {" 5 .3. 2024 ", EncodeDate(2024, 3, 5)},
+      {"05.03.2024", EncodeDate(2024, 3, 5)},
+      {" 5 .3. 2024 ", EncodeDate(2024, 3, 5)},
       {"05.03.24", EncodeDate(2024, 3, 5)},
       {"05.03.81", EncodeDate(1981, 3, 5)},  // window of 50 years back from 2030
       {"05.03.79", EncodeDate(2079, 3, 5)},
@@ -326,8 +356,10 @@ TEST(ParseValid, ReadsTheValue) {
       {"05.03.2024 10:30", EncodeDateTime(2024, 3, 5, 10, 30, 0, 0)},
       {"05.03.2024 10:30:15.250", EncodeDateTime(2024, 3, 5, 10, 30, 15, 250)},
       {"05.03.2024 10:30:15,250", EncodeDateTime(2024, 3, 5, 10, 30, 15, 250)},
-      {"29.12.1899 06:00", -1.25},            {"10:30", EncodeTime(10, 30, 0, 0)},
-      {"10:30 PM", EncodeTime(22, 30, 0, 0)}, {"pm 10:30", EncodeTime(22, 30, 0, 0)},
+      {"29.12.1899 06:00", -1.25},
+      {"10:30", EncodeTime(10, 30, 0, 0)},
+      {"10:30 PM", EncodeTime(22, 30, 0, 0)},
+      {"pm 10:30", EncodeTime(22, 30, 0, 0)},
       {"12:00 AM", 0.0},
       {"1:15 \xEF\xEF", EncodeTime(13, 15, 0, 0)}};  // "пп" of the settings
   for (const auto& [text, expected] : rows) {
@@ -340,10 +372,10 @@ TEST(ParseValid, ReadsTheValue) {
 
 TEST(ParseInvalid, TryFailsAndTheRaisingFormsNameTheText) {
   TFormatSettingsGuard guard(TestSettings());
-  for (const char* text : {"31.02.2024", "1.13.2024", "abc", "", "   ", "01.01.2024 25:00",
-                           "01.01.2024 10:00 x", "01.01.2024x", "1..2024", "13:00 PM",
-                           "10:60", "0:00 AM", "05.03.2024 10:30:15.1000", "05.03.20245",
-                           "05.03.2024 10:", "-05.03.2024", "00.00.0000"}) {
+  for (const char* text :
+       {"31.02.2024", "1.13.2024", "abc", "", "   ", "01.01.2024 25:00", "01.01.2024 10:00 x",
+        "01.01.2024x", "1..2024", "13:00 PM", "10:60", "0:00 AM", "05.03.2024 10:30:15.1000",
+        "05.03.20245", "05.03.2024 10:", "-05.03.2024", "00.00.0000"}) {
     TDateTime v = 42;
     EXPECT_FALSE(TryStrToDateTime(text, v)) << text;
     EXPECT_FALSE(TryStrToDate(text, v)) << text;

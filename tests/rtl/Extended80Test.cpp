@@ -49,7 +49,10 @@ std::string Digits(Extended80 x, int precision) {
 // Decimal texts and their correctly rounded 80-bit patterns; texts whose double differs in
 // value from the extended (0.1, 0.015), ties at 64 bits, denormals, the format's limits.
 TEST(Extended80Test, DecimalTextConvertsExactly) {
-  const struct { const char* text; const char* bits; } cases[] = {
+  const struct {
+    const char* text;
+    const char* bits;
+  } cases[] = {
       {"0.1", "3FFB:CCCCCCCCCCCCCCCD"},
       {"0.015", "3FF8:F5C28F5C28F5C28F"},
       {"-2.675", "C000:AB33333333333333"},
@@ -80,13 +83,17 @@ TEST(Extended80Test, DecimalTextConvertsExactly) {
 }
 
 TEST(Extended80Test, DigitsAreCorrectlyRoundedFromTheExactValue) {
-  const struct { const char* bits; int precision; const char* digits; } cases[] = {
+  const struct {
+    const char* bits;
+    int precision;
+    const char* digits;
+  } cases[] = {
       {"0.1", 18, "100000000000000000e-1"},
       {"0.1", 21, "100000000000000000001e-1"},
       {"2.675", 18, "267500000000000000e0"},
       {"0.015", 20, "15000000000000000000e-2"},
-      {"9.5", 1, "1e1"},    // a tie to even: 9.5 -> 10
-      {"8.5", 1, "8e0"},    // 8.5 -> 8
+      {"9.5", 1, "1e1"},  // a tie to even: 9.5 -> 10
+      {"8.5", 1, "8e0"},  // 8.5 -> 8
       {"999999999999999999999", 18, "100000000000000000e21"},
       {"3.6451995318824746025e-4951", 5, "36452e-4951"},
       {"1.18973149535723176502e4932", 21, "118973149535723176502e4932"},
@@ -132,16 +139,21 @@ TEST(Extended80Test, ConvertsToAndFromLongDoubleExactly) {
 }
 
 TEST(Extended80Test, ShortestDigitsReadBack) {
-  const struct { const char* text; const char* digits; } cases[] = {
-      {"0.1", "1e-1"}, {"2.675", "2675e0"}, {"2.665", "2665e0"}, {"1e4000", "1e4000"},
-      {"123456789012345678.9", "1234567890123456789e17"},
-      {"0.33333333333333333333333", "33333333333333333334e-1"}};
+  const struct {
+    const char* text;
+    const char* digits;
+  } cases[] = {{"0.1", "1e-1"},
+               {"2.675", "2675e0"},
+               {"2.665", "2665e0"},
+               {"1e4000", "1e4000"},
+               {"123456789012345678.9", "1234567890123456789e17"},
+               {"0.33333333333333333333333", "33333333333333333334e-1"}};
   for (const auto& c : cases) {
     char buf[24];
     int count = 0;
     const int e = Extended80ShortestDigits(Parse(c.text), buf, count);
-    EXPECT_EQ(std::string(buf, static_cast<std::size_t>(count)) + "e" + std::to_string(e),
-              c.digits) << c.text;
+    EXPECT_EQ(std::string(buf, static_cast<std::size_t>(count)) + "e" + std::to_string(e), c.digits)
+        << c.text;
   }
 }
 
@@ -164,14 +176,16 @@ TEST(Extended80Test, FastPathsAgreeWithTheExactForms) {
         const int e = Extended80Digits(x, precision, fast);
         const int ee = detail80::ExactDigits(x, precision, exact);
         ASSERT_EQ(std::string(fast, precision) + "e" + std::to_string(e),
-                  std::string(exact, precision) + "e" + std::to_string(ee)) << Bits(x);
+                  std::string(exact, precision) + "e" + std::to_string(ee))
+            << Bits(x);
       }
       int count = 0, exactCount = 0;
       const int e = Extended80ShortestDigits(x, fast, count);
       const int ee = detail80::CheckedShortestDigits(x, exact, exactCount);
       const std::string shortest(fast, static_cast<std::size_t>(count));
       ASSERT_EQ(shortest + "e" + std::to_string(e),
-                std::string(exact, exactCount) + "e" + std::to_string(ee)) << Bits(x);
+                std::string(exact, exactCount) + "e" + std::to_string(ee))
+          << Bits(x);
 
       // The shortest text, its last digit one up and down, and the 21-digit text cut to 20
       // digits with a tie digit and a tail that tips it either way.
@@ -181,15 +195,20 @@ TEST(Extended80Test, FastPathsAgreeWithTheExactForms) {
       if (up.back() != '9') ++up.back();
       if (down.back() != '0' && down.size() > 1) --down.back();
       const std::pair<std::string, int> texts[] = {
-          {shortest, e}, {up, e}, {down, e}, {d21, e21}, {d21.substr(0, 20) + "5", e21},
+          {shortest, e},
+          {up, e},
+          {down, e},
+          {d21, e21},
+          {d21.substr(0, 20) + "5", e21},
           {d21.substr(0, 20) + "49999999999999999999999", e21},
           {d21.substr(0, 20) + "50000000000000000000001", e21}};
       for (const auto& [digits, first] : texts) {
         std::string trimmed = digits;
         while (trimmed.size() > 1 && trimmed.back() == '0') trimmed.pop_back();
         const Int64 exp10 = first - static_cast<Int64>(trimmed.size()) + 1;
-        ASSERT_EQ(Bits(DecimalToExtended80(false, digits, first - static_cast<Int64>(digits.size()) + 1)),
-                  Bits(detail80::ExactDecimalToExtended80(false, trimmed, exp10)))
+        ASSERT_EQ(
+            Bits(DecimalToExtended80(false, digits, first - static_cast<Int64>(digits.size()) + 1)),
+            Bits(detail80::ExactDecimalToExtended80(false, trimmed, exp10)))
             << digits << "e" << exp10;
       }
       ++checked;
@@ -203,10 +222,11 @@ TEST(Extended80Test, FastPathsAgreeWithTheExactForms) {
 TEST(Extended80Test, ShortestDigitsAgreeWithToChars) {
   std::mt19937_64 rng(21);
   for (int i = 0; i < 3000; ++i) {
-    const Extended80 x = Extended80::FromBits(
-        static_cast<Word>(0x3FFF - 70 + rng() % 140), rng() | (UInt64{1} << 63));
+    const Extended80 x = Extended80::FromBits(static_cast<Word>(0x3FFF - 70 + rng() % 140),
+                                              rng() | (UInt64{1} << 63));
     char buf[64], mine[24];
-    const auto r = std::to_chars(buf, buf + sizeof buf, x.ToExtended(), std::chars_format::scientific);
+    const auto r =
+        std::to_chars(buf, buf + sizeof buf, x.ToExtended(), std::chars_format::scientific);
     std::string want(buf, r.ptr);
     const std::size_t epos = want.find('e');
     std::string digits = want.substr(0, epos);
@@ -229,9 +249,12 @@ TEST(Extended80Test, AgreesWithTheX87UnitBitForBit) {
     if (pick == 0) mant &= ~UInt64{0} << (rng() % 64);  // few significant bits
     int exp;
     switch (pick) {
-      case 1: exp = static_cast<int>(rng() % 200); break;               // tiny and denormal
-      case 2: exp = 0x7FFE - static_cast<int>(rng() % 200); break;      // huge
-      case 3: exp = 0; mant >>= rng() % 64; break;                       // denormal
+      case 1: exp = static_cast<int>(rng() % 200); break;           // tiny and denormal
+      case 2: exp = 0x7FFE - static_cast<int>(rng() % 200); break;  // huge
+      case 3:
+        exp = 0;
+        mant >>= rng() % 64;
+        break;                                                            // denormal
       default: exp = 0x3FFF - 80 + static_cast<int>(rng() % 160); break;  // ordinary
     }
     const Word sign = (rng() & 1) ? 0x8000 : 0;
@@ -244,7 +267,11 @@ TEST(Extended80Test, AgreesWithTheX87UnitBitForBit) {
     if (i % 4 == 0 && (b.BiasedExp() == 0) == (a.BiasedExp() == 0))  // near ties and equal values
       b = Extended80::FromBits(b.SignExp(), a.Mantissa() ^ (rng() % 4));
     const long double x = a.ToExtended(), y = b.ToExtended();
-    const struct { Extended80 soft; long double hard; char op; } results[] = {
+    const struct {
+      Extended80 soft;
+      long double hard;
+      char op;
+    } results[] = {
         {a + b, x + y, '+'}, {a - b, x - y, '-'}, {a * b, x * y, '*'}, {a / b, x / y, '/'}};
     for (const auto& r : results) {
       if (Bits(r.soft) == Bits(Extended80(r.hard))) continue;
@@ -265,8 +292,9 @@ TEST(Extended80Test, AgreesWithStrtold) {
     const int len = 1 + static_cast<int>(rng() % 30);
     for (int j = 0; j < len; ++j) digits += static_cast<char>('0' + rng() % 10);
     // Mostly everyday magnitudes; some over the whole range.
-    const int exp10 = (i % 8 == 0 ? static_cast<int>(rng() % 9900) - 4950
-                                  : static_cast<int>(rng() % 80) - 40) - len;
+    const int exp10 =
+        (i % 8 == 0 ? static_cast<int>(rng() % 9900) - 4950 : static_cast<int>(rng() % 80) - 40) -
+        len;
     const std::string text = digits + "e" + std::to_string(exp10);
     const long double expected = std::strtold(text.c_str(), nullptr);
     ASSERT_EQ(Bits(DecimalToExtended80(false, digits, exp10)), Bits(Extended80(expected))) << text;

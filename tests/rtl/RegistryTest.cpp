@@ -50,7 +50,8 @@ TEST_F(RegistryTest, ValuesSurviveInAFreshObjectWhateverTheirBytes) {
             "Failed to set data for 'x'");
 #ifndef _WIN32
   // The tree is readable as it lies in the configuration directory.
-  fs::path key = dir / "ostrel/registry/HKEY_CURRENT_USER/Software/Velmora Soft/Ostrel Test" / u8"Касса";
+  fs::path key =
+      dir / "ostrel/registry/HKEY_CURRENT_USER/Software/Velmora Soft/Ostrel Test" / u8"Касса";
   std::ifstream in(key / "values.txt", std::ios::binary);
   std::string first;
   std::getline(in, first);
@@ -98,7 +99,8 @@ TEST_F(RegistryTest, ConcurrentWritersKeepEveryValue) {
   ASSERT_TRUE(reg.OpenKeyReadOnly(base + "\\Shared"));
   int found = 0;
   for (int t = 0; t < 2; ++t)
-    for (int i = 0; i < 40; ++i) found += reg.ValueExists(std::to_string(t) + "." + std::to_string(i));
+    for (int i = 0; i < 40; ++i)
+      found += reg.ValueExists(std::to_string(t) + "." + std::to_string(i));
   EXPECT_EQ(testutil::Join(found, refused.load()), "80 0");
 }
 
@@ -123,7 +125,8 @@ TEST_F(RegistryTest, AnInterruptedWriteLeavesTheOldValues) {
   reg.WriteString("b", "new");
   EXPECT_EQ(reg.ReadString("a") + reg.ReadString("b"), "oldnew");
   int files = 0;
-  for (const auto& e : fs::directory_iterator(key)) files += e.path().filename() != "values.txt.tmp99999";
+  for (const auto& e : fs::directory_iterator(key))
+    files += e.path().filename() != "values.txt.tmp99999";
   EXPECT_EQ(files, 1);  // values.txt alone: this writer's own temporary file was renamed
 }
 
@@ -138,7 +141,8 @@ TEST_F(RegistryTest, WithoutAnAbsoluteXdgDirectoryTheHomeConfigIsUsed) {
     reg.WriteString("x", "1");
   }
   ::setenv("HOME", savedHome.c_str(), 1);
-  EXPECT_TRUE(fs::exists(dir / ".config/ostrel/registry/HKEY_CURRENT_USER/Software/Velmora Soft/values.txt"));
+  EXPECT_TRUE(fs::exists(
+      dir / ".config/ostrel/registry/HKEY_CURRENT_USER/Software/Velmora Soft/values.txt"));
 }
 
 #endif

@@ -16,8 +16,8 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <memory>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -87,8 +87,9 @@ class SafeFile : public ::testing::Test {
  protected:
   void SetUp() override {
     static int count = 0;
-    dirPath = fs::temp_directory_path() / ("ostrel-save-" + std::to_string(testing::UnitTest::GetInstance()->random_seed()) +
-                                           "-" + std::to_string(++count) + "-" + std::to_string(Pid()));
+    dirPath = fs::temp_directory_path() /
+              ("ostrel-save-" + std::to_string(testing::UnitTest::GetInstance()->random_seed()) +
+               "-" + std::to_string(++count) + "-" + std::to_string(Pid()));
     fs::remove_all(dirPath);
     fs::create_directories(dirPath);
     // Open to the unprivileged user that some tests switch to.
@@ -160,7 +161,8 @@ std::string Unprivileged(const std::function<std::string()>& body) {
     ::close(fds[1]);
     std::string out;
     char buffer[256];
-    for (ssize_t n; (n = ::read(fds[0], buffer, sizeof buffer)) > 0;) out.append(buffer, static_cast<std::size_t>(n));
+    for (ssize_t n; (n = ::read(fds[0], buffer, sizeof buffer)) > 0;)
+      out.append(buffer, static_cast<std::size_t>(n));
     ::close(fds[0]);
     ::waitpid(pid, nullptr, 0);
     return out;
@@ -177,7 +179,8 @@ TEST_F(SafeFile, AReadOnlyTargetIsRefusedAsAnInPlaceWriteIs) {
     const std::string name = Path("ro-" + how + ".txt");
     std::string result = Unprivileged([&, save = save] {
       Put(name, "old");
-      fs::permissions(SysPath(name), fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read);
+      fs::permissions(SysPath(name),
+                      fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read);
       std::string inPlace = Outcome([&] { TFileStream(name, fmOpenWrite); });
       std::string saved = Outcome([&] { save(name, "new"); });
       return inPlace + " " + saved + " " + Get(name);
@@ -220,8 +223,10 @@ TEST_P(SafeFileShare, HoldersThatDenyWritersKeepTheFile) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes, SafeFileShare,
-                         ::testing::Values(fmOpenRead | fmShareDenyWrite, fmOpenReadWrite | fmShareExclusive,
-                                           fmOpenWrite | fmShareCompat, fmOpenWrite | fmShareDenyRead,
+                         ::testing::Values(fmOpenRead | fmShareDenyWrite,
+                                           fmOpenReadWrite | fmShareExclusive,
+                                           fmOpenWrite | fmShareCompat,
+                                           fmOpenWrite | fmShareDenyRead,
                                            fmOpenRead | fmShareDenyNone));
 
 TEST_F(SafeFile, ASaveUnderWayRefusesAnotherOfTheSameFile) {
@@ -244,9 +249,10 @@ TEST_F(SafeFile, ASaveUnderWayRefusesAnotherOfTheSameFile) {
 TEST_F(SafeFile, EveryLegalNameSaves) {
   const std::string cyrillic = Cp1251(u8"ж").Str();  // two bytes in a POSIX name
   std::vector<std::string> names;
-  for (std::size_t length : {237u, 238u, 246u, 255u}) names.push_back(std::string(length - 1, 'n') + std::to_string(length % 10));
+  for (std::size_t length : {237u, 238u, 246u, 255u})
+    names.push_back(std::string(length - 1, 'n') + std::to_string(length % 10));
 #ifndef _WIN32
-  names.push_back(std::string(127, cyrillic[0]));       // 254 bytes
+  names.push_back(std::string(127, cyrillic[0]));        // 254 bytes
   names.push_back("a" + std::string(127, cyrillic[0]));  // 255 bytes
 #endif
   for (const auto& name : names) {
@@ -281,7 +287,8 @@ TEST_F(SafeFile, ErrorsNameTheCallersFile) {
     fs::permissions(SysPath(Path("locked")), fs::perms::owner_read | fs::perms::owner_exec);
     return MessageOf<EFCreateError>([&] { SaveWithWriter(locked, "new"); }) + "|" + Get(locked);
   });
-  EXPECT_EQ(result, "Cannot create file \"" + ExpandFileName(locked) + "\". " + SysErrorMessage(EACCES) + "|old");
+  EXPECT_EQ(result, "Cannot create file \"" + ExpandFileName(locked) + "\". " +
+                        SysErrorMessage(EACCES) + "|old");
 #endif
 }
 
@@ -350,9 +357,12 @@ TEST_F(SafeFile, ANewFileIsMadeAsAPlainCreateMakesIt) {
   TSafeFileWriter privateFile(Path("private"), 0600);
   privateFile.Commit();
   ::umask(mask);
-  EXPECT_EQ(testutil::Join(fs::status(SysPath(Path("plain"))).permissions() == (fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read),
-                           fs::status(SysPath(Path("private"))).permissions() == (fs::perms::owner_read | fs::perms::owner_write)),
-            "1 1");
+  EXPECT_EQ(
+      testutil::Join(fs::status(SysPath(Path("plain"))).permissions() ==
+                         (fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read),
+                     fs::status(SysPath(Path("private"))).permissions() ==
+                         (fs::perms::owner_read | fs::perms::owner_write)),
+      "1 1");
 }
 
 // ---------------------------------------------------------------------------------------
@@ -444,7 +454,8 @@ BOOL WINAPI RecordFlush(HANDLE h) {
   gSyncLog += "flush;";
   return Original<0, decltype(&FlushFileBuffers)>()(h);
 }
-BOOL WINAPI RecordReplace(LPCWSTR replaced, LPCWSTR replacement, LPCWSTR backup, DWORD flags, LPVOID a, LPVOID b) {
+BOOL WINAPI RecordReplace(LPCWSTR replaced, LPCWSTR replacement, LPCWSTR backup, DWORD flags,
+                          LPVOID a, LPVOID b) {
   gSyncLog += "replace;";
   return Original<1, decltype(&ReplaceFileW)>()(replaced, replacement, backup, flags, a, b);
 }
@@ -455,9 +466,12 @@ BOOL WINAPI RecordMove(LPCWSTR from, LPCWSTR to, DWORD flags) {
 
 TEST_F(SafeFile, FlushedBeforeTheReplaceWhichIsWrittenThrough) {
   HMODULE library = testutil::LibraryModule(reinterpret_cast<const void*>(&ExpandFileName));
-  testutil::TImportPatch flush(library, "kernel32.dll", "FlushFileBuffers", reinterpret_cast<void*>(&RecordFlush));
-  testutil::TImportPatch replace(library, "kernel32.dll", "ReplaceFileW", reinterpret_cast<void*>(&RecordReplace));
-  testutil::TImportPatch move(library, "kernel32.dll", "MoveFileExW", reinterpret_cast<void*>(&RecordMove));
+  testutil::TImportPatch flush(library, "kernel32.dll", "FlushFileBuffers",
+                               reinterpret_cast<void*>(&RecordFlush));
+  testutil::TImportPatch replace(library, "kernel32.dll", "ReplaceFileW",
+                                 reinterpret_cast<void*>(&RecordReplace));
+  testutil::TImportPatch move(library, "kernel32.dll", "MoveFileExW",
+                              reinterpret_cast<void*>(&RecordMove));
   ASSERT_TRUE(flush.Patched() && replace.Patched() && move.Patched());
   gPatches[0] = &flush;
   gPatches[1] = &replace;

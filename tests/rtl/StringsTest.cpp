@@ -22,17 +22,21 @@ TEST(Cp1251Conversion, EveryByteSurvivesUtf8AndUtf16RoundTrips) {
 
 TEST(Cp1251Conversion, KnownLettersAndWhatHasNoFormBecomesQuestionMarks) {
   const std::pair<const char*, const char*> rows[] = {
-      {"Ёё", "\xA8\xB8"},        {"АЯая", "\xC0\xDF\xE0\xFF"}, {"№ €", "\xB9 \x88"},
-      {"a\u4E2Db", "a?b"},       // CJK
-      {"\U0001F600", "?"},       // outside the BMP
-      {"a\xFF" "b", "a?b"},      // malformed UTF-8 is replaced bytewise
+      {"Ёё", "\xA8\xB8"},
+      {"АЯая", "\xC0\xDF\xE0\xFF"},
+      {"№ €", "\xB9 \x88"},
+      {"a\u4E2Db", "a?b"},  // CJK
+      {"\U0001F600", "?"},  // outside the BMP
+      {"a\xFF"
+       "b",
+       "a?b"},                   // malformed UTF-8 is replaced bytewise
       {"\xD0", "?"},             // truncated sequence at the end
       {"\xC0\xAF", "??"},        // overlong encoding of '/'
       {"\xED\xA0\x80", "???"}};  // encoded surrogate
   for (const auto& [utf8, ansi] : rows) EXPECT_EQ(Utf8ToAnsi(utf8), ansi) << utf8;
   EXPECT_EQ(AnsiToUtf8("\xA0"), "\xC2\xA0");  // no-break space
   EXPECT_EQ(AnsiToWide("\xC0"), u"\u0410");
-  EXPECT_EQ(WideToAnsi(u"x\u00E9y"), "x?y");  // é has no CP1251 form
+  EXPECT_EQ(WideToAnsi(u"x\u00E9y"), "x?y");                        // é has no CP1251 form
   EXPECT_EQ(WideToAnsi(std::u16string(1, char16_t(0xD800))), "?");  // lone surrogate
 }
 

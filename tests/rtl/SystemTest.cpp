@@ -16,10 +16,10 @@ TEST(GuidText, RoundTripsInUpperCase) {
 
 TEST(GuidText, MalformedTextRaisesConvertErrorQuotingIt) {
   for (const char* text : {"", "F346B0A8-C5A8-473A-A9C6-C9784A57FF2C",  // no braces
-                           "{F346B0A8-C5A8-473A-A9C6-C9784A57FF2C",      // no closing brace
-                           "{F346B0A8C-5A8-473A-A9C6-C9784A57FF2C}",     // dash misplaced
-                           "{G346B0A8-C5A8-473A-A9C6-C9784A57FF2C}",     // not hexadecimal
-                           "{F346B0A8-C5A8-473A-A9C6-C9784A57FF2C}0",    // trailing text
+                           "{F346B0A8-C5A8-473A-A9C6-C9784A57FF2C",     // no closing brace
+                           "{F346B0A8C-5A8-473A-A9C6-C9784A57FF2C}",    // dash misplaced
+                           "{G346B0A8-C5A8-473A-A9C6-C9784A57FF2C}",    // not hexadecimal
+                           "{F346B0A8-C5A8-473A-A9C6-C9784A57FF2C}0",   // trailing text
                            "{F346B0A8-C5A8-473A-A9C6-C9784A57FF2 }"})
     EXPECT_EQ(testutil::MessageOf<EConvertError>([&] { StringToGUID(text); }),
               "'" + std::string(text) + "' is not a valid GUID value");

@@ -66,8 +66,9 @@ TEST(MainThreadQueue, OnTheMainThreadWorkRunsAtOnce) {
   EXPECT_EQ(ran, 2);
   EXPECT_TRUE(CheckSynchronize());
   EXPECT_EQ(ran, 3);
-  EXPECT_EQ(testutil::MessageOf<EThread>([] { TThread::Synchronize([] { throw EThread("inner"); }); }),
-            "inner");
+  EXPECT_EQ(
+      testutil::MessageOf<EThread>([] { TThread::Synchronize([] { throw EThread("inner"); }); }),
+      "inner");
 }
 
 TEST(MainThreadQueue, OnlyTheMainThreadRunsTheQueue) {
@@ -181,9 +182,9 @@ TEST(Thread, RunsExecuteAndGivesItsResultAndItsFailure) {
   TCountingThread failing(false, [](TCountingThread&) { throw EConvertError("bad"); });
   failing.WaitFor();
   ASSERT_TRUE(failing.FatalException());
-  EXPECT_EQ(testutil::MessageOf<EConvertError>(
-                [&] { std::rethrow_exception(failing.FatalException()); }),
-            "bad");
+  EXPECT_EQ(
+      testutil::MessageOf<EConvertError>([&] { std::rethrow_exception(failing.FatalException()); }),
+      "bad");
 }
 
 TEST(Thread, WaitingOnTheMainThreadServesSynchronizeButKeepsQueuedWork) {

@@ -41,23 +41,39 @@ Currency Curr(Int64 raw) { return Currency::FromRaw(raw); }
 
 TEST_F(VariantTest, EveryConstructorGivesItsTypeCode) {
   IPtr<IInterface> intf(new Probe);
-  const struct { Variant value; TVarType code; const char* text; } cases[] = {
-      {Variant(), 0, "Empty"},                {Variant::Null(), 1, "Null"},
-      {Variant(SmallInt(-2)), 2, "Smallint"}, {Variant(7), 3, "Integer"},
-      {Variant(1.5f), 4, "Single"},           {Variant(1.5), 5, "Double"},
-      {Variant(1.5L), 5, "Double"},           {Variant(Curr(15000)), 6, "Currency"},
-      {Variant::FromDate(45000.5), 7, "Date"}, {Variant(u"wide"), 8, "OleStr"},
-      {Variant::FromDispatch(intf), 9, "Dispatch"}, {Variant::FromError(0), 10, "Error"},
-      {Variant(true), 11, "Boolean"},         {Variant(intf), 13, "Unknown"},
-      {Variant(IPtr<IInterface>()), 13, "Unknown"}, {Variant(ShortInt(-1)), 16, "ShortInt"},
-      {Variant(Byte(1)), 17, "Byte"},         {Variant(Word(1)), 18, "Word"},
-      {Variant(LongWord(1)), 19, "LongWord"}, {Variant(Int64(1)), 20, "Int64"},
-      {Variant(1LL), 20, "Int64"},            {Variant(UInt64(1)), 21, "UInt64"},
-      {Variant(1ULL), 21, "UInt64"},          {Variant("text"), 0x100, "String"},
-      {Variant(Cp1251(u8"Текст")), 0x100, "String"}, {Variant('c'), 0x100, "String"},
-      {Variant::FromUString(u"u"), 0x102, "UnicodeString"},
-      {VarArrayCreate(0, 1), 0x200C, "Array Variant"},
-      {VarArrayCreate(0, 1, varInteger), 0x2003, "Array Integer"}};
+  const struct {
+    Variant value;
+    TVarType code;
+    const char* text;
+  } cases[] = {{Variant(), 0, "Empty"},
+               {Variant::Null(), 1, "Null"},
+               {Variant(SmallInt(-2)), 2, "Smallint"},
+               {Variant(7), 3, "Integer"},
+               {Variant(1.5f), 4, "Single"},
+               {Variant(1.5), 5, "Double"},
+               {Variant(1.5L), 5, "Double"},
+               {Variant(Curr(15000)), 6, "Currency"},
+               {Variant::FromDate(45000.5), 7, "Date"},
+               {Variant(u"wide"), 8, "OleStr"},
+               {Variant::FromDispatch(intf), 9, "Dispatch"},
+               {Variant::FromError(0), 10, "Error"},
+               {Variant(true), 11, "Boolean"},
+               {Variant(intf), 13, "Unknown"},
+               {Variant(IPtr<IInterface>()), 13, "Unknown"},
+               {Variant(ShortInt(-1)), 16, "ShortInt"},
+               {Variant(Byte(1)), 17, "Byte"},
+               {Variant(Word(1)), 18, "Word"},
+               {Variant(LongWord(1)), 19, "LongWord"},
+               {Variant(Int64(1)), 20, "Int64"},
+               {Variant(1LL), 20, "Int64"},
+               {Variant(UInt64(1)), 21, "UInt64"},
+               {Variant(1ULL), 21, "UInt64"},
+               {Variant("text"), 0x100, "String"},
+               {Variant(Cp1251(u8"Текст")), 0x100, "String"},
+               {Variant('c'), 0x100, "String"},
+               {Variant::FromUString(u"u"), 0x102, "UnicodeString"},
+               {VarArrayCreate(0, 1), 0x200C, "Array Variant"},
+               {VarArrayCreate(0, 1, varInteger), 0x2003, "Array Integer"}};
   for (const auto& c : cases) {
     EXPECT_EQ(VarType(c.value), c.code) << c.text;
     EXPECT_EQ(VarTypeAsText(VarType(c.value)), c.text);
@@ -92,51 +108,76 @@ TEST_F(VariantTest, VarAsTypeAcrossTypesInTheRussianLocale) {
     TVarType target;
     AnsiString expected;  // VarToStr of the result
     Outcome outcome = Ok;
-  } cases[] = {
-      // Strings to numbers use the current decimal separator; to integers half to even.
-      {Variant("1,5"), varDouble, "1,5"},        {Variant("1.5"), varDouble, "", Cast},
-      {Variant("2,5"), varInteger, "2"},         {Variant("3,5"), varInteger, "4"},
-      {Variant(" 12 "), varInteger, "12"},       {Variant("$FF"), varSmallint, "255"},
-      {Variant(u"-7"), varShortInt, "-7"},       {Variant("abc"), varInteger, "", Cast},
-      {Variant(""), varDouble, "", Cast},        {Variant("1,23456"), varCurrency, "1,2346"},
-      {Variant("18446744073709551615"), varUInt64, "18446744073709551615"},
-      {Variant("05.03.2024"), varDate, "05.03.2024"}, {Variant("32.13.2024"), varDate, "", Cast},
-      // Booleans.
-      {Variant(true), varInteger, "-1"},         {Variant(true), varByte, "255"},
-      {Variant(true), varString, "True"},        {Variant(false), varOleStr, "False"},
-      {Variant("TRUE"), varBoolean, "True"},     {Variant(u"false"), varBoolean, "False"},
-      {Variant(0.25), varBoolean, "True"},       {Variant("yes"), varBoolean, "", Cast},
-      // Floats and currency to integers round half to even.
-      {Variant(2.5), varInteger, "2"},           {Variant(-2.5), varInteger, "-2"},
-      {Variant(2.5000001), varInteger, "3"},     {Variant(0.5f), varByte, "0"},
-      {Variant(Curr(25000)), varInteger, "2"},   {Variant(Curr(-35000)), varSmallint, "-4"},
-      // Ranges.
-      {Variant(300), varByte, "", Overflow},     {Variant(-1), varWord, "", Overflow},
-      {Variant(70000), varSmallint, "", Overflow},
-      {Variant(Int64(1) << 40), varInteger, "", Overflow},
-      {Variant(~UInt64(0)), varInt64, "", Overflow}, {Variant(1e20), varInt64, "", Overflow},
-      {Variant(1e300), varSingle, "", Overflow}, {Variant(nan), varInteger, "", Overflow},
-      {Variant(1e20), varCurrency, "", Overflow},
-      // Numbers to text; the binary tail of 0.1 + 0.2 and of a single does not show.
-      {Variant(1.5), varString, "1,5"},          {Variant(0.1 + 0.2), varString, "0,3"},
-      {Variant(1.1f), varString, "1,1"},         {Variant(Curr(15000)), varString, "1,5"},
-      {Variant(~UInt64(0)), varString, "18446744073709551615"},
-      {Variant(5), varDate, "04.01.1900"},       {Variant::FromDate(0.5), varString, "12:00:00"},
-      {Variant(u"\u041F\u0440\u0438"), varString, Cp1251(u8"При").Str()},
-      {Variant(Cp1251(u8"Ёж")), varUString, Cp1251(u8"Ёж").Str()},
-      // Null and empty.
-      {Variant::Null(), varInteger, "", Cast},   {Variant::Null(), varString, "", Cast},
-      {Variant::Null(), varBoolean, "", Cast},   {Variant::Null(), varNull, ""},
-      {Variant(5), varEmpty, ""},                {Variant(), varInteger, "0"},
-      {Variant(), varBoolean, "False"},          {Variant(), varOleStr, ""},
-      // Things that convert to nothing.
-      {Variant(IPtr<IInterface>()), varInteger, "", Cast}, {Variant("x"), varUnknown, "", Cast},
-      {VarArrayOf({1}), varInteger, "", Cast},   {Variant::FromError(5), varInteger, "", Cast},
-      {Variant(1), varArray | varInteger, "", Cast}, {Variant(1), varVariant, "", Cast}};
+  } cases[] = {// Strings to numbers use the current decimal separator; to integers half to even.
+               {Variant("1,5"), varDouble, "1,5"},
+               {Variant("1.5"), varDouble, "", Cast},
+               {Variant("2,5"), varInteger, "2"},
+               {Variant("3,5"), varInteger, "4"},
+               {Variant(" 12 "), varInteger, "12"},
+               {Variant("$FF"), varSmallint, "255"},
+               {Variant(u"-7"), varShortInt, "-7"},
+               {Variant("abc"), varInteger, "", Cast},
+               {Variant(""), varDouble, "", Cast},
+               {Variant("1,23456"), varCurrency, "1,2346"},
+               {Variant("18446744073709551615"), varUInt64, "18446744073709551615"},
+               {Variant("05.03.2024"), varDate, "05.03.2024"},
+               {Variant("32.13.2024"), varDate, "", Cast},
+               // Booleans.
+               {Variant(true), varInteger, "-1"},
+               {Variant(true), varByte, "255"},
+               {Variant(true), varString, "True"},
+               {Variant(false), varOleStr, "False"},
+               {Variant("TRUE"), varBoolean, "True"},
+               {Variant(u"false"), varBoolean, "False"},
+               {Variant(0.25), varBoolean, "True"},
+               {Variant("yes"), varBoolean, "", Cast},
+               // Floats and currency to integers round half to even.
+               {Variant(2.5), varInteger, "2"},
+               {Variant(-2.5), varInteger, "-2"},
+               {Variant(2.5000001), varInteger, "3"},
+               {Variant(0.5f), varByte, "0"},
+               {Variant(Curr(25000)), varInteger, "2"},
+               {Variant(Curr(-35000)), varSmallint, "-4"},
+               // Ranges.
+               {Variant(300), varByte, "", Overflow},
+               {Variant(-1), varWord, "", Overflow},
+               {Variant(70000), varSmallint, "", Overflow},
+               {Variant(Int64(1) << 40), varInteger, "", Overflow},
+               {Variant(~UInt64(0)), varInt64, "", Overflow},
+               {Variant(1e20), varInt64, "", Overflow},
+               {Variant(1e300), varSingle, "", Overflow},
+               {Variant(nan), varInteger, "", Overflow},
+               {Variant(1e20), varCurrency, "", Overflow},
+               // Numbers to text; the binary tail of 0.1 + 0.2 and of a single does not show.
+               {Variant(1.5), varString, "1,5"},
+               {Variant(0.1 + 0.2), varString, "0,3"},
+               {Variant(1.1f), varString, "1,1"},
+               {Variant(Curr(15000)), varString, "1,5"},
+               {Variant(~UInt64(0)), varString, "18446744073709551615"},
+               {Variant(5), varDate, "04.01.1900"},
+               {Variant::FromDate(0.5), varString, "12:00:00"},
+               {Variant(u"\u041F\u0440\u0438"), varString, Cp1251(u8"При").Str()},
+               {Variant(Cp1251(u8"Ёж")), varUString, Cp1251(u8"Ёж").Str()},
+               // Null and empty.
+               {Variant::Null(), varInteger, "", Cast},
+               {Variant::Null(), varString, "", Cast},
+               {Variant::Null(), varBoolean, "", Cast},
+               {Variant::Null(), varNull, ""},
+               {Variant(5), varEmpty, ""},
+               {Variant(), varInteger, "0"},
+               {Variant(), varBoolean, "False"},
+               {Variant(), varOleStr, ""},
+               // Things that convert to nothing.
+               {Variant(IPtr<IInterface>()), varInteger, "", Cast},
+               {Variant("x"), varUnknown, "", Cast},
+               {VarArrayOf({1}), varInteger, "", Cast},
+               {Variant::FromError(5), varInteger, "", Cast},
+               {Variant(1), varArray | varInteger, "", Cast},
+               {Variant(1), varVariant, "", Cast}};
   for (std::size_t i = 0; i < std::size(cases); ++i) {
     const auto& c = cases[i];
-    SCOPED_TRACE("case #" + std::to_string(i) + ": " + VarTypeAsText(VarType(c.source)) +
-                 " to " + VarTypeAsText(c.target));
+    SCOPED_TRACE("case #" + std::to_string(i) + ": " + VarTypeAsText(VarType(c.source)) + " to " +
+                 VarTypeAsText(c.target));
     if (c.outcome == Ok) {
       Variant r = VarAsType(c.source, c.target);
       EXPECT_EQ(VarType(r), c.target);
@@ -306,29 +347,40 @@ TEST_F(VariantTest, CopiesOfArraysAreIndependent) {
 // Comparison
 
 TEST_F(VariantTest, CompareValueAcrossTypes) {
-  const struct { Variant a, b; TVariantRelationship expected; } cases[] = {
+  const struct {
+    Variant a, b;
+    TVariantRelationship expected;
+  } cases[] = {
       // Numbers of any kind compare as numbers; true is -1.
-      {Variant(1), Variant(1.0), vrEqual},       {Variant(1), Variant(Int64(2)), vrLessThan},
+      {Variant(1), Variant(1.0), vrEqual},
+      {Variant(1), Variant(Int64(2)), vrLessThan},
       {Variant(Byte(200)), Variant(ShortInt(-1)), vrGreaterThan},
       {Variant(~UInt64(0)), Variant(std::numeric_limits<Int64>::max()), vrGreaterThan},
-      {Variant(true), Variant(-1), vrEqual},     {Variant(true), Variant(false), vrGreaterThan},
+      {Variant(true), Variant(-1), vrEqual},
+      {Variant(true), Variant(false), vrGreaterThan},
       {Variant(Curr(15000)), Variant(1.5), vrEqual},
       {Variant(Curr(15000)), Variant(1e30), vrLessThan},
       {Variant(Curr(-1)), Variant(Int64(1) << 62), vrLessThan},
       {Variant::FromDate(45000.25), Variant(45000.25), vrEqual},
       // Text against a number, boolean or date is read as one.
-      {Variant("10"), Variant(9), vrGreaterThan}, {Variant("1,5"), Variant(1), vrGreaterThan},
+      {Variant("10"), Variant(9), vrGreaterThan},
+      {Variant("1,5"), Variant(1), vrGreaterThan},
       {Variant("true"), Variant(true), vrEqual},
       {Variant("05.03.2024"), Variant::FromDate(EncodeDate(2024, 3, 5)), vrEqual},
       // Text against text: case-sensitive, letters first, lower case before upper, Ё after Е.
-      {Variant("abc"), Variant(u"abc"), vrEqual}, {Variant("abc"), Variant("ABC"), vrLessThan},
-      {Variant("a"), Variant("A"), vrLessThan},  {Variant("a"), Variant("B"), vrLessThan},
+      {Variant("abc"), Variant(u"abc"), vrEqual},
+      {Variant("abc"), Variant("ABC"), vrLessThan},
+      {Variant("a"), Variant("A"), vrLessThan},
+      {Variant("a"), Variant("B"), vrLessThan},
       {Variant(Cp1251(u8"Ёж")), Variant(Cp1251(u8"Жук")), vrLessThan},
       {Variant(u"\u044F"), Variant(Cp1251(u8"Ю")), vrGreaterThan},
       // Null and empty equal only themselves.
-      {Variant::Null(), Variant::Null(), vrEqual}, {Unassigned, Variant(), vrEqual},
-      {Variant::Null(), Variant(0), vrNotEqual}, {Variant(0), Variant::Null(), vrNotEqual},
-      {Unassigned, Variant(""), vrNotEqual},     {Unassigned, Variant::Null(), vrNotEqual}};
+      {Variant::Null(), Variant::Null(), vrEqual},
+      {Unassigned, Variant(), vrEqual},
+      {Variant::Null(), Variant(0), vrNotEqual},
+      {Variant(0), Variant::Null(), vrNotEqual},
+      {Unassigned, Variant(""), vrNotEqual},
+      {Unassigned, Variant::Null(), vrNotEqual}};
   for (std::size_t i = 0; i < std::size(cases); ++i) {
     const auto& c = cases[i];
     EXPECT_EQ(VarCompareValue(c.a, c.b), c.expected) << "case #" << i;

@@ -23,17 +23,26 @@ using namespace testdates;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 TEST(IncDateByStepID, LandsOnTheClampedCalendarDay) {
-  const struct { const char* from; int id, count; const char* expected; } cases[] = {
-      {"2025-01-31", psMonth, 1, "2025-02-28"},   {"2024-01-31", psMonth, 1, "2024-02-29"},
-      {"2024-01-30", psMonth, 1, "2024-02-29"},   {"2023-01-29", psMonth, 1, "2023-02-28"},
-      {"2024-11-30", psQuarter, 1, "2025-02-28"}, {"2024-08-31", psHalfYear, 1, "2025-02-28"},
-      {"2024-02-29", psYear, 1, "2025-02-28"},    {"2024-02-29", psYear, 4, "2028-02-29"},
-      {"2025-01-31 10:15", psMonth, 1, "2025-02-28 10:15"},
-      {"2024-02-28", psDay, 1, "2024-02-29"},     {"2024-02-22", psWeek, 2, "2024-03-07"},
-      {"1899-12-29 06:00", psDay, 2, "1899-12-31 06:00"},
-      // No count, no step: the date itself; a step id that is not one: the zero date.
-      {"2025-05-15", psMonth, 0, "2025-05-15"},   {"2025-05-15", 7, 0, "2025-05-15"},
-      {"2025-05-15", 7, 1, "1899-12-30"}};
+  const struct {
+    const char* from;
+    int id, count;
+    const char* expected;
+  } cases[] = {{"2025-01-31", psMonth, 1, "2025-02-28"},
+               {"2024-01-31", psMonth, 1, "2024-02-29"},
+               {"2024-01-30", psMonth, 1, "2024-02-29"},
+               {"2023-01-29", psMonth, 1, "2023-02-28"},
+               {"2024-11-30", psQuarter, 1, "2025-02-28"},
+               {"2024-08-31", psHalfYear, 1, "2025-02-28"},
+               {"2024-02-29", psYear, 1, "2025-02-28"},
+               {"2024-02-29", psYear, 4, "2028-02-29"},
+               {"2025-01-31 10:15", psMonth, 1, "2025-02-28 10:15"},
+               {"2024-02-28", psDay, 1, "2024-02-29"},
+               {"2024-02-22", psWeek, 2, "2024-03-07"},
+               {"1899-12-29 06:00", psDay, 2, "1899-12-31 06:00"},
+               // No count, no step: the date itself; a step id that is not one: the zero date.
+               {"2025-05-15", psMonth, 0, "2025-05-15"},
+               {"2025-05-15", 7, 0, "2025-05-15"},
+               {"2025-05-15", 7, 1, "1899-12-30"}};
   for (const auto& c : cases)
     EXPECT_EQ(S(IncDateByStepID(P(c.from), c.id, c.count)), c.expected)
         << c.from << " id " << c.id << " x" << c.count;
@@ -52,16 +61,25 @@ TEST(IncDate, AddsYearsAndMonthsTogetherThenDays) {
 
 // March 2025: Wednesday 5, Thursday 6, Friday 7, Saturday 8, Sunday 9, Monday 10.
 TEST(IncBankDay, SkipsWeekendsInBothDirections) {
-  const struct { const char* from; int n; const char* expected; } cases[] = {
-      {"2025-03-05", 0, "2025-03-05"},   {"2025-03-08", 0, "2025-03-10"},
-      {"2025-03-09", 0, "2025-03-10"},   {"2025-03-07", 1, "2025-03-10"},
-      {"2025-03-10", -1, "2025-03-07"},  {"2025-03-08", 1, "2025-03-11"},
-      {"2025-03-08", -1, "2025-03-06"},  {"2025-03-09", -1, "2025-03-06"},
-      {"2025-03-07", 5, "2025-03-14"},   {"2025-03-10", -5, "2025-03-03"},
-      {"2025-03-05", 250, "2026-02-18"}, {"2025-03-10", -250, "2024-03-25"},
-      {"2025-03-07 15:30", 1, "2025-03-10 15:30"},
-      // Friday 29 December 1899 06:00 lies before the epoch (-1.25).
-      {"1899-12-29 06:00", 1, "1900-01-01 06:00"}};
+  const struct {
+    const char* from;
+    int n;
+    const char* expected;
+  } cases[] = {{"2025-03-05", 0, "2025-03-05"},
+               {"2025-03-08", 0, "2025-03-10"},
+               {"2025-03-09", 0, "2025-03-10"},
+               {"2025-03-07", 1, "2025-03-10"},
+               {"2025-03-10", -1, "2025-03-07"},
+               {"2025-03-08", 1, "2025-03-11"},
+               {"2025-03-08", -1, "2025-03-06"},
+               {"2025-03-09", -1, "2025-03-06"},
+               {"2025-03-07", 5, "2025-03-14"},
+               {"2025-03-10", -5, "2025-03-03"},
+               {"2025-03-05", 250, "2026-02-18"},
+               {"2025-03-10", -250, "2024-03-25"},
+               {"2025-03-07 15:30", 1, "2025-03-10 15:30"},
+               // Friday 29 December 1899 06:00 lies before the epoch (-1.25).
+               {"1899-12-29 06:00", 1, "1900-01-01 06:00"}};
   for (const auto& c : cases)
     EXPECT_EQ(S(IncBankDay(P(c.from), c.n)), c.expected) << c.from << " " << c.n;
 }
@@ -90,9 +108,14 @@ TEST(IncBankDay, AgreesWithTheDayByDayWalkAndSurvivesExtremes) {
 
 TEST(GetDLoCorrect, StartsTheWeekOnEachFirstDayAndOtherStepsAtMidnight) {
   // Wednesday 5 March 2025: the last day on or before it with each day-of-week number.
-  const char* weeks[8] = {"",           "2025-03-02 14:00", "2025-03-03 14:00",
-                          "2025-03-04 14:00", "2025-03-05 14:00", "2025-02-27 14:00",
-                          "2025-02-28 14:00", "2025-03-01 14:00"};
+  const char* weeks[8] = {"",
+                          "2025-03-02 14:00",
+                          "2025-03-03 14:00",
+                          "2025-03-04 14:00",
+                          "2025-03-05 14:00",
+                          "2025-02-27 14:00",
+                          "2025-02-28 14:00",
+                          "2025-03-01 14:00"};
   for (int w = 1; w <= 7; ++w)
     EXPECT_EQ(S(GetDLoCorrect(P("2025-03-05 14:00"), psWeek, w)), weeks[w]) << w;
   const TDateTime d = P("2025-08-20 09:30"), june30 = P("2025-06-30 09:30");
@@ -131,11 +154,14 @@ TEST(NextDay, StopsAtTheEndOfTheCalendar) {
 }
 
 TEST(CalcNumOfSteps, IsTheSmallestCoveringCount) {
-  const struct { const char *first, *last; int id, expected; } cases[] = {
-      {"2025-01-01", "2025-03-31", psMonth, 3},   {"2025-01-01", "2025-04-01", psMonth, 4},
-      {"2024-01-31", "2024-03-30", psMonth, 2},   {"2025-05-05", "2025-01-01", psYear, 1},
-      {"2024-01-01", "2024-12-31", psDay, 366},   {"2025-03-03", "2025-03-10", psWeek, 2},
-      {"2025-01-01", "2025-12-31", psQuarter, 4}, {"0001-01-01", "9999-12-31", psDay, 3652059},
+  const struct {
+    const char *first, *last;
+    int id, expected;
+  } cases[] = {
+      {"2025-01-01", "2025-03-31", psMonth, 3},     {"2025-01-01", "2025-04-01", psMonth, 4},
+      {"2024-01-31", "2024-03-30", psMonth, 2},     {"2025-05-05", "2025-01-01", psYear, 1},
+      {"2024-01-01", "2024-12-31", psDay, 366},     {"2025-03-03", "2025-03-10", psWeek, 2},
+      {"2025-01-01", "2025-12-31", psQuarter, 4},   {"0001-01-01", "9999-12-31", psDay, 3652059},
       {"0001-01-01", "9999-11-30", psMonth, 119987}};
   for (const auto& c : cases)
     EXPECT_EQ(CalcNumOfSteps(P(c.first), P(c.last), c.id), c.expected)

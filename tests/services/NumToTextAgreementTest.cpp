@@ -28,8 +28,8 @@ TEST(CrcToText, AgreesWithTheShortestDecimalTextOfTheDouble) {
   ASSERT_TRUE(TkxNumToTextPr::GetNumRec("EN", en, true));
   ASSERT_TRUE(TkxNumToTextPr::GetNumRec("RU", ru, true));
   for (int k = 0; k < 3000; ++k) {
-    double whole = std::floor(std::ldexp(static_cast<double>(gen() >> 11), -53) *
-                              std::pow(10.0, digits(gen)));
+    double whole =
+        std::floor(std::ldexp(static_cast<double>(gen() >> 11), -53) * std::pow(10.0, digits(gen)));
     const int fraction = k % 5 < 2 ? cents(gen) % 22 : cents(gen);  // often 1 and the teens
     double value = whole + fraction / std::pow(10.0, k % 4);
     if (k % 3 == 0) value = -value;
@@ -46,8 +46,7 @@ TEST(CrcToText, AgreesWithTheShortestDecimalTextOfTheDouble) {
       ASSERT_EQ(spoken, AmountToText(rec->Code, crc.Code, amount, dec)) << amount << " " << dec;
       ASSERT_EQ(spoken, TkxNumToTextPr::CrcToText(*rec, crc.IntName, crc.FracName, value, dec))
           << amount << " " << dec;
-      ASSERT_EQ(spoken,
-                TkxNumToTextPr::AmountToText(*rec, crc.IntName, crc.FracName, amount, dec))
+      ASSERT_EQ(spoken, TkxNumToTextPr::AmountToText(*rec, crc.IntName, crc.FracName, amount, dec))
           << amount << " " << dec;
     }
     // The whole number alone: the same words with the unit's gender, first letter aside.

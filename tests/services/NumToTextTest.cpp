@@ -36,17 +36,24 @@ TEST(CrcToText, WorkedExamplesComeOutByteForByte) {
 
 TEST(CrcToText, RussianAmountsUseTheRightWordForms) {
   const std::pair<double, const char8_t*> cases[] = {
-      {1, u8"Один рубль 00 копеек"},             {2.01, u8"Два рубля 01 копейка"},
-      {3.02, u8"Три рубля 02 копейки"},          {4.04, u8"Четыре рубля 04 копейки"},
-      {5.05, u8"Пять рублей 05 копеек"},         {10.1, u8"Десять рублей 10 копеек"},
-      {11.11, u8"Одиннадцать рублей 11 копеек"}, {12.12, u8"Двенадцать рублей 12 копеек"},
-      {14.14, u8"Четырнадцать рублей 14 копеек"}, {20, u8"Двадцать рублей 00 копеек"},
+      {1, u8"Один рубль 00 копеек"},
+      {2.01, u8"Два рубля 01 копейка"},
+      {3.02, u8"Три рубля 02 копейки"},
+      {4.04, u8"Четыре рубля 04 копейки"},
+      {5.05, u8"Пять рублей 05 копеек"},
+      {10.1, u8"Десять рублей 10 копеек"},
+      {11.11, u8"Одиннадцать рублей 11 копеек"},
+      {12.12, u8"Двенадцать рублей 12 копеек"},
+      {14.14, u8"Четырнадцать рублей 14 копеек"},
+      {20, u8"Двадцать рублей 00 копеек"},
       {21.21, u8"Двадцать один рубль 21 копейка"},
       {22.22, u8"Двадцать два рубля 22 копейки"},
-      {111, u8"Сто одиннадцать рублей 00 копеек"}, {101, u8"Сто один рубль 00 копеек"},
+      {111, u8"Сто одиннадцать рублей 00 копеек"},
+      {101, u8"Сто один рубль 00 копеек"},
       {999, u8"Девятьсот девяносто девять рублей 00 копеек"},
       {1001, u8"Одна тысяча один рубль 00 копеек"},
-      {3000, u8"Три тысячи  рублей 00 копеек"},  {5000, u8"Пять тысяч  рублей 00 копеек"},
+      {3000, u8"Три тысячи  рублей 00 копеек"},
+      {5000, u8"Пять тысяч  рублей 00 копеек"},
       {11000, u8"Одиннадцать тысяч  рублей 00 копеек"},
       {21000, u8"Двадцать одна тысяча  рублей 00 копеек"},
       {22000, u8"Двадцать две тысячи  рублей 00 копеек"},
@@ -60,11 +67,15 @@ TEST(CrcToText, RussianAmountsUseTheRightWordForms) {
       {12345678901234.56,
        u8"Двенадцать триллионов триста сорок пять миллиардов шестьсот семьдесят восемь "
        u8"миллионов девятьсот одна тысяча двести тридцать четыре рубля 56 копеек"},
-      {0, u8"Ноль рублей 00 копеек"},            {0.01, u8"Ноль рублей 01 копейка"},
-      {-5, u8"Минус пять рублей 00 копеек"},     {-0.001, u8"Ноль рублей 00 копеек"},
+      {0, u8"Ноль рублей 00 копеек"},
+      {0.01, u8"Ноль рублей 01 копейка"},
+      {-5, u8"Минус пять рублей 00 копеек"},
+      {-0.001, u8"Ноль рублей 00 копеек"},
       // Amounts round half away from zero, forgiving the binary representation error.
-      {2.675, u8"Два рубля 68 копеек"},          {0.125, u8"Ноль рублей 13 копеек"},
-      {1.005, u8"Один рубль 01 копейка"},        {19.999, u8"Двадцать рублей 00 копеек"}};
+      {2.675, u8"Два рубля 68 копеек"},
+      {0.125, u8"Ноль рублей 13 копеек"},
+      {1.005, u8"Один рубль 01 копейка"},
+      {19.999, u8"Двадцать рублей 00 копеек"}};
   for (const auto& [value, text] : cases)
     EXPECT_EQ(Utf(CrcToText("ru", "rur", value, 2)), U8(text));
 }
@@ -98,31 +109,47 @@ TEST(AmountToText, KeepsEveryDigitOfADecimalText) {
   const std::string forty = Utf(AmountToText("EN", "USD", std::string(39, '9') + "1"));
   EXPECT_EQ(forty.substr(0, 11), "Nine ... ni");
   EXPECT_NE(forty.find("nine hundred and ninty-one dollars 00 cents"), std::string::npos);
-  for (const char* bad : {"", " ", "-", "+", ".", "1e5", "12a", "1.2.3", "1,2,3", "--1", "nan",
-                          "1 .5 5"})
+  for (const char* bad :
+       {"", " ", "-", "+", ".", "1e5", "12a", "1.2.3", "1,2,3", "--1", "nan", "1 .5 5"})
     EXPECT_THROW(AmountToText("RU", "RUR", bad), EConvertError) << bad;
 }
 
 TEST(NumToText, RussianGendersAndSigns) {
-  const struct { const char* digits; TSex sex; const char8_t* words; } cases[] = {
-      {"1", Male, u8"один"},    {"1", Female, u8"одна"},       {"1", Unmale, u8"одно"},
-      {"2", Male, u8"два"},     {"2", Female, u8"две"},        {"-5", Male, u8"минус пять"},
-      {"0", Male, u8"ноль"},    {"+12", Male, u8"плюс двенадцать"}, {"000", Male, u8"ноль"},
-      {"-0", Male, u8"ноль"},   {"10", Male, u8"десять"},      {"11", Male, u8"одиннадцать"},
-      // Thousands are feminine whatever the gender asked for; millions masculine.
-      {"2002001", Unmale, u8"два миллиона две тысячи одно"},
-      {"7.99", Male, u8"семь"}};  // only the part before the point is read
+  const struct {
+    const char* digits;
+    TSex sex;
+    const char8_t* words;
+  } cases[] = {{"1", Male, u8"один"},
+               {"1", Female, u8"одна"},
+               {"1", Unmale, u8"одно"},
+               {"2", Male, u8"два"},
+               {"2", Female, u8"две"},
+               {"-5", Male, u8"минус пять"},
+               {"0", Male, u8"ноль"},
+               {"+12", Male, u8"плюс двенадцать"},
+               {"000", Male, u8"ноль"},
+               {"-0", Male, u8"ноль"},
+               {"10", Male, u8"десять"},
+               {"11", Male, u8"одиннадцать"},
+               // Thousands are feminine whatever the gender asked for; millions masculine.
+               {"2002001", Unmale, u8"два миллиона две тысячи одно"},
+               {"7.99", Male, u8"семь"}};  // only the part before the point is read
   for (const auto& c : cases) EXPECT_EQ(Words("RU", c.digits, c.sex), U8(c.words)) << c.digits;
   EXPECT_EQ(Utf(FloatToText(41, Female)), U8(u8"сорок одна"));
   EXPECT_EQ(Utf(NumToText("ru", 2.5)), U8(u8"три"));
 }
 
 TEST(NumToText, EnglishJoinersAndSpelling) {
-  const std::pair<const char*, const char*> cases[] = {
-      {"21", "twenty-one"},     {"21000", "twenty one thousand "}, {"110", "one hundred and ten"},
-      {"121", "one hundred and twenty-one"}, {"100", "one hundred"}, {"40", "fourty"},
-      {"90", "ninty"},          {"-3", "minus three"},   {"2000000", "two million "},
-      {"1000001", "one million one"}};
+  const std::pair<const char*, const char*> cases[] = {{"21", "twenty-one"},
+                                                       {"21000", "twenty one thousand "},
+                                                       {"110", "one hundred and ten"},
+                                                       {"121", "one hundred and twenty-one"},
+                                                       {"100", "one hundred"},
+                                                       {"40", "fourty"},
+                                                       {"90", "ninty"},
+                                                       {"-3", "minus three"},
+                                                       {"2000000", "two million "},
+                                                       {"1000001", "one million one"}};
   for (const auto& [digits, words] : cases) EXPECT_EQ(Words("EN", digits), words);
 }
 
@@ -161,9 +188,9 @@ TEST(NumToTextPr, WordFormsSelection) {
     int russian;
     int english;
   } cases[] = {
-      {"1", 1, 1},   {"2", 2, 2},   {"4", 2, 2},   {"5", 3, 2},    {"0", 3, 2},
-      {"11", 3, 2},  {"14", 3, 2},  {"21", 1, 2},  {"01", 1, 2},   {"111", 3, 2},
-      {"1001", 1, 2}, {"22", 2, 2}, {"", 3, 2},    {"-1", 1, 2},
+      {"1", 1, 1},    {"2", 2, 2},  {"4", 2, 2},  {"5", 3, 2},  {"0", 3, 2},
+      {"11", 3, 2},   {"14", 3, 2}, {"21", 1, 2}, {"01", 1, 2}, {"111", 3, 2},
+      {"1001", 1, 2}, {"22", 2, 2}, {"", 3, 2},   {"-1", 1, 2},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(TkxNumToTextPr::GetNPadej(c.digits, true), c.russian) << c.digits;

@@ -16,7 +16,7 @@
 #include <vector>
 
 #if defined(_WIN32)
-#  include <windows.h>
+#include <windows.h>
 #endif
 
 namespace ostrel {
@@ -25,8 +25,13 @@ namespace {
 std::string U8(std::u8string_view s) { return std::string(s.begin(), s.end()); }
 
 IPtr<IDump> SampleDump() {
-  return testutil::DumpOf({{"name", 5}, {"long name", "LN"}, {"x", "X"}, {"1", "one"},
-                           {"pct", "50%"}, {"nullv", Variant::Null()}, {"emptyv", Variant()}});
+  return testutil::DumpOf({{"name", 5},
+                           {"long name", "LN"},
+                           {"x", "X"},
+                           {"1", "one"},
+                           {"pct", "50%"},
+                           {"nullv", Variant::Null()},
+                           {"emptyv", Variant()}});
 }
 
 using Args = std::vector<AnsiString>;
@@ -39,21 +44,34 @@ std::string Stored(const IPtr<IDump>& d) {
 }
 
 TEST(ParseParams, SubstitutesReferences) {
-  const struct { std::string text; char marker; std::u8string_view expected; } cases[] = {
-      {"a%%b", '%', u8"a%b"},             {"'%x'", '%', u8"'%x'"},
-      {"\"%x\"", '%', u8"\"%x\""},         {"\"it's %x\" %x", '%', u8"\"it's %x\" X"},
-      {"'unterminated %x", '%', u8"'unterminated %x"},
-      {"%name, more", '%', u8"5, more"},  {"%NAME", '%', u8"5"},
-      {"%\"long name\"!", '%', u8"LN!"},  {"%x%x", '%', u8"XX"},
-      {"%x\"y\"", '%', u8"X\"y\""},       {"%1st", '%', u8"%1st"},
-      {"%1 st", '%', u8"one st"},         {"x%", '%', u8"x"},
-      {"%", '%', u8""},                   {"[%nullv]", '%', u8"[]"},
-      {"[%emptyv]", '%', u8"[%emptyv]"},  {"%abc", '%', u8"%abc"},
-      {"%,x", '%', u8"%,x"},              {"%\"unterminated", '%', u8"%\"unterminated"},
-      {"%\"\"", '%', u8"%\"\""},           {"#x #name ##", '#', u8"X 5 #"},
-      {"%pct of %x", '%', u8"50% of X"},  // values are not scanned again
-      {"%x\xDF", '%', u8"XЯ"},            // no letter beyond ASCII belongs to a name
-      {std::string("%x\0%name", 8), '%', u8"X"}};
+  const struct {
+    std::string text;
+    char marker;
+    std::u8string_view expected;
+  } cases[] = {{"a%%b", '%', u8"a%b"},
+               {"'%x'", '%', u8"'%x'"},
+               {"\"%x\"", '%', u8"\"%x\""},
+               {"\"it's %x\" %x", '%', u8"\"it's %x\" X"},
+               {"'unterminated %x", '%', u8"'unterminated %x"},
+               {"%name, more", '%', u8"5, more"},
+               {"%NAME", '%', u8"5"},
+               {"%\"long name\"!", '%', u8"LN!"},
+               {"%x%x", '%', u8"XX"},
+               {"%x\"y\"", '%', u8"X\"y\""},
+               {"%1st", '%', u8"%1st"},
+               {"%1 st", '%', u8"one st"},
+               {"x%", '%', u8"x"},
+               {"%", '%', u8""},
+               {"[%nullv]", '%', u8"[]"},
+               {"[%emptyv]", '%', u8"[%emptyv]"},
+               {"%abc", '%', u8"%abc"},
+               {"%,x", '%', u8"%,x"},
+               {"%\"unterminated", '%', u8"%\"unterminated"},
+               {"%\"\"", '%', u8"%\"\""},
+               {"#x #name ##", '#', u8"X 5 #"},
+               {"%pct of %x", '%', u8"50% of X"},  // values are not scanned again
+               {"%x\xDF", '%', u8"XЯ"},            // no letter beyond ASCII belongs to a name
+               {std::string("%x\0%name", 8), '%', u8"X"}};
   for (const auto& c : cases)
     EXPECT_EQ(AnsiToUtf8(ParseParams(c.text, SampleDump(), c.marker, false)), U8(c.expected))
         << c.text;
@@ -75,10 +93,13 @@ TEST(ParseParams, NonStrictListsWhatWasMissing) {
 TEST(ParseParams, StrictRaisesAndLeavesTheDumpAlone) {
   IPtr<IDump> d = SampleDump();
   const Integer before = d->get_Count();
-  struct Case { const char* text; const char* message; } cases[] = {
-      {"ok %x, then %abc", "Parameter \"abc\" not found"}, {"%,", "Parameter \"\" not found"},
-      {"%\"no such\"", "Parameter \"no such\" not found"},
-      {"%emptyv", "Value of parameter \"emptyv\" is empty"}};
+  struct Case {
+    const char* text;
+    const char* message;
+  } cases[] = {{"ok %x, then %abc", "Parameter \"abc\" not found"},
+               {"%,", "Parameter \"\" not found"},
+               {"%\"no such\"", "Parameter \"no such\" not found"},
+               {"%emptyv", "Value of parameter \"emptyv\" is empty"}};
   for (const Case& c : cases) {
     EXPECT_EQ(testutil::MessageOf([&] { ParseParams(c.text, d, '%', true); }), c.message);
     EXPECT_EQ(testutil::MessageOf([&] { ReplaceParams(c.text, d, '%', true); }), c.message);
@@ -88,19 +109,27 @@ TEST(ParseParams, StrictRaisesAndLeavesTheDumpAlone) {
 }
 
 TEST(GetCmdParams, SwitchesAndValues) {
-  struct Case { Args args; bool strip; const char* stored; } cases[] = {
-      {{"a.exe", "-q", "/v=1", "-n", ":7", "-m", "="}, false, "-q=;-v=1;-n=7;-m=;"},
-      {{"a.exe", "-user=ivan"}, false, "-user=ivan;"},
-      {{"a.exe", "-user", "=ivan"}, false, "-user=ivan;"},
-      {{"a.exe", "-user", ":ivan"}, false, "-user=ivan;"},
-      {{"a.exe", "-user=", " ivan"}, false, "-user=ivan;"},
-      {{"a.exe", "/user", "=", "ivan"}, false, "-user=ivan;"},
-      {{"a.exe", "/user", "=", "ivan"}, true, "user=ivan;"},
-      {{"a.exe", "-x", "/x"}, true, "x=;"},       {{"a.exe", "-a=1", "-A=2"}, false, "-a=2;"},
-      {{"a.exe", "-a", "", "-b"}, false, "-a=;"}, {{"a.exe", "-a=", ""}, false, "-a=;"},
-      {{"a.exe", "-conn=a=b", "-t", "=", "-u"}, false, "-conn=a=b;-t=-u;"},
-      {{"a.exe", "file.txt"}, false, "-file.txt=;"}, {{"a.exe", "file.txt"}, true, "file.txt=;"},
-      {{"a.exe", "-", ":"}, true, "=;"},         {{"a.exe"}, false, ""}, {{}, false, ""}};
+  struct Case {
+    Args args;
+    bool strip;
+    const char* stored;
+  } cases[] = {{{"a.exe", "-q", "/v=1", "-n", ":7", "-m", "="}, false, "-q=;-v=1;-n=7;-m=;"},
+               {{"a.exe", "-user=ivan"}, false, "-user=ivan;"},
+               {{"a.exe", "-user", "=ivan"}, false, "-user=ivan;"},
+               {{"a.exe", "-user", ":ivan"}, false, "-user=ivan;"},
+               {{"a.exe", "-user=", " ivan"}, false, "-user=ivan;"},
+               {{"a.exe", "/user", "=", "ivan"}, false, "-user=ivan;"},
+               {{"a.exe", "/user", "=", "ivan"}, true, "user=ivan;"},
+               {{"a.exe", "-x", "/x"}, true, "x=;"},
+               {{"a.exe", "-a=1", "-A=2"}, false, "-a=2;"},
+               {{"a.exe", "-a", "", "-b"}, false, "-a=;"},
+               {{"a.exe", "-a=", ""}, false, "-a=;"},
+               {{"a.exe", "-conn=a=b", "-t", "=", "-u"}, false, "-conn=a=b;-t=-u;"},
+               {{"a.exe", "file.txt"}, false, "-file.txt=;"},
+               {{"a.exe", "file.txt"}, true, "file.txt=;"},
+               {{"a.exe", "-", ":"}, true, "=;"},
+               {{"a.exe"}, false, ""},
+               {{}, false, ""}};
   for (const Case& c : cases) {
     IPtr<IDump> d = GetDumpIntf();
     GetCmdParams(d, c.strip, c.args);
@@ -132,14 +161,16 @@ TEST(GetCmdParams, ReadsTheRealCommandLineOfTheProcess) {
 }
 
 TEST(Str2Bool, TruthWords) {
-  struct Case { std::u8string_view text; bool value; } cases[] = {
-      {u8"1", true},     {u8"T", true},    {u8"t", true},     {u8"TRUE", true},
-      {u8"true", true},  {u8"True", true}, {u8"Y", true},     {u8"y", true},
-      {u8"YES", true},   {u8"yes", true},  {u8"Д", true},     {u8"д", true},
-      {u8"ДА", true},    {u8"да", true},   {u8"Да", true},    {u8"OK", true},
-      {u8"ok", true},    {u8"ON", true},   {u8"on", true},    {u8"", false},
-      {u8"2", false},    {u8"0", false},   {u8" YES", false}, {u8"YES ", false},
-      {u8"yess", false}, {u8"F", false},   {u8"нет", false},  {u8"-1", false},
+  struct Case {
+    std::u8string_view text;
+    bool value;
+  } cases[] = {
+      {u8"1", true},    {u8"T", true},    {u8"t", true},     {u8"TRUE", true},  {u8"true", true},
+      {u8"True", true}, {u8"Y", true},    {u8"y", true},     {u8"YES", true},   {u8"yes", true},
+      {u8"Д", true},    {u8"д", true},    {u8"ДА", true},    {u8"да", true},    {u8"Да", true},
+      {u8"OK", true},   {u8"ok", true},   {u8"ON", true},    {u8"on", true},    {u8"", false},
+      {u8"2", false},   {u8"0", false},   {u8" YES", false}, {u8"YES ", false}, {u8"yess", false},
+      {u8"F", false},   {u8"нет", false}, {u8"-1", false},
   };
   for (const Case& c : cases) EXPECT_EQ(Str2Bool(Ansi(c.text)), c.value) << U8(c.text);
 }
@@ -223,7 +254,7 @@ TEST(Environment, LoginInfoReachesTheApplicationVariables) {
   LoadAppVars(d);
   EXPECT_FALSE(GetComputerNameStr().empty());
   EXPECT_EQ(Stored(d), Ansi(u8"UID=петров;USER_NAME=петров;PROFILE_NAME=main;DATABASE_NAME=;") +
-                          "COMPUTER_NAME=" + GetComputerNameStr() + ";PID=main;DBN=;");
+                           "COMPUTER_NAME=" + GetComputerNameStr() + ";PID=main;DBN=;");
   EXPECT_EQ(VarType(d->get_ByName("DBN")), varString);
   EXPECT_LT(d->IndexOf("APP$PWD"), 0);
 }

@@ -48,9 +48,17 @@ std::vector<Extended80> TableValues() {
     }
   }
   // Huge, tiny and denormal values, zeros and infinities.
-  for (const auto& [digits, e] : std::vector<std::pair<const char*, Int64>>{
-           {"1", 4900}, {"118973149535723176502", 4912}, {"1", 4000}, {"5", 30}, {"1", 18},
-           {"1", -4940}, {"336210314311209350626", -4952}, {"1", -300}, {"5", -20}, {"0", 0}}) {
+  for (const auto& [digits, e] :
+       std::vector<std::pair<const char*, Int64>>{{"1", 4900},
+                                                  {"118973149535723176502", 4912},
+                                                  {"1", 4000},
+                                                  {"5", 30},
+                                                  {"1", 18},
+                                                  {"1", -4940},
+                                                  {"336210314311209350626", -4952},
+                                                  {"1", -300},
+                                                  {"5", -20},
+                                                  {"0", 0}}) {
     v.push_back(Dec(digits, e));
     v.push_back(Dec(digits, e, true));
   }
@@ -61,8 +69,8 @@ std::vector<Extended80> TableValues() {
   // Random finite values over the whole range and around one.
   std::mt19937_64 rng(14);
   for (int i = 0; i < 120; ++i) {
-    const int exp = i % 3 == 0 ? static_cast<int>(rng() % 0x7FFF)
-                               : 0x3FFF - 40 + static_cast<int>(rng() % 100);
+    const int exp =
+        i % 3 == 0 ? static_cast<int>(rng() % 0x7FFF) : 0x3FFF - 40 + static_cast<int>(rng() % 100);
     const UInt64 mant = exp == 0 ? rng() >> 1 : rng() | (UInt64{1} << 63);
     v.push_back(Extended80::FromBits(static_cast<Word>(((rng() & 1) << 15) | exp), mant));
   }
@@ -134,10 +142,15 @@ TEST(RoundExtPortable, NaNIsLeftAlone) {
 // double is wider must still produce exactly these.
 TEST(ExtendedText, TextConvertsToTheSameExtendedEverywhere) {
   TFormatSettingsGuard guard(TFormatSettings::Russian());
-  const struct { const char* text; Word signExp; UInt64 mant; } cases[] = {
-      {"0,1", 0x3FFB, 0xCCCCCCCCCCCCCCCDull},   {"1,5e-2", 0x3FF8, 0xF5C28F5C28F5C28Full},
-      {"-2,675", 0xC000, 0xAB33333333333333ull}, {"123456789012345678,9", 0x4037, 0xDB4DA5D31879A773ull},
-      {"1E-4950", 0x0000, 0x0000000000000003ull}};
+  const struct {
+    const char* text;
+    Word signExp;
+    UInt64 mant;
+  } cases[] = {{"0,1", 0x3FFB, 0xCCCCCCCCCCCCCCCDull},
+               {"1,5e-2", 0x3FF8, 0xF5C28F5C28F5C28Full},
+               {"-2,675", 0xC000, 0xAB33333333333333ull},
+               {"123456789012345678,9", 0x4037, 0xDB4DA5D31879A773ull},
+               {"1E-4950", 0x0000, 0x0000000000000003ull}};
   for (const auto& c : cases) {
     const Extended v = StrToFloat(c.text);
     EXPECT_EQ(Bits(Extended80(v)), Bits(Extended80::FromBits(c.signExp, c.mant))) << c.text;

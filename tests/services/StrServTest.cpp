@@ -1,5 +1,5 @@
-#include <ostrel/services/Sysserv.h>
 #include <ostrel/rtl/DateTime.h>
+#include <ostrel/services/Sysserv.h>
 
 #include <TestUtil.h>
 #if defined(_WIN32)
@@ -15,7 +15,7 @@
 #include <vector>
 
 #if defined(_WIN32)
-#  include <windows.h>
+#include <windows.h>
 #endif
 
 namespace ostrel {
@@ -27,10 +27,19 @@ const TCharSet kSemi{';'};
 // Tokenising
 
 TEST(StrServTokens, ExtractStrYieldsNonEmptyTokensThenFalseWithEmptyToken) {
-  const struct { const char* s; int startPos; std::vector<std::string> tokens; } cases[] = {
-      {";a;;b;", 1, {"a", "b"}}, {"a;b", 0, {"a", "b"}}, {"ab;c", -7, {"ab", "c"}}, {"", 1, {}},
-      {";;;", 1, {}},            {"abc", 4, {}},         {"abc", 1000, {}},
-      {"xy;z", 2, {"y", "z"}},   {"one", 1, {"one"}}};
+  const struct {
+    const char* s;
+    int startPos;
+    std::vector<std::string> tokens;
+  } cases[] = {{";a;;b;", 1, {"a", "b"}},
+               {"a;b", 0, {"a", "b"}},
+               {"ab;c", -7, {"ab", "c"}},
+               {"", 1, {}},
+               {";;;", 1, {}},
+               {"abc", 4, {}},
+               {"abc", 1000, {}},
+               {"xy;z", 2, {"y", "z"}},
+               {"one", 1, {"one"}}};
   for (const auto& c : cases) {
     int pos = c.startPos;
     std::vector<std::string> got;
@@ -68,20 +77,31 @@ TEST(StrServTokens, DelimiterEndingATokenIsLeftForTheNextCall) {
 }
 
 TEST(StrServTokens, ExtractWordTakesTheNthRunOfNonDelimiters) {
-  const struct { int n; const char* s; const char* word; } cases[] = {
-      {1, "  one two ", "one"}, {2, "  one two ", "two"}, {3, "  one two ", ""}, {0, "one", ""},
-      {-1, "one", ""},          {1, "", ""},              {1, " ;; ", ""},
-      {2, ";;a; ;b;", "b"},     {1, "whole", "whole"}};
+  const struct {
+    int n;
+    const char* s;
+    const char* word;
+  } cases[] = {{1, "  one two ", "one"}, {2, "  one two ", "two"}, {3, "  one two ", ""},
+               {0, "one", ""},           {-1, "one", ""},          {1, "", ""},
+               {1, " ;; ", ""},          {2, ";;a; ;b;", "b"},     {1, "whole", "whole"}};
   for (const auto& c : cases) EXPECT_EQ(ExtractWord(c.n, c.s, TCharSet{' ', ';'}), c.word) << c.n;
 }
 
 TEST(StrServTokens, StrDivSplitsAtTheFirstCharAndTrimsBothParts) {
-  const struct { const char *s, *head, *tail; } cases[] = {
-      {"  key : value ", "key", "value"}, {"abc", "abc", ""},  {"  abc\t", "abc", ""},
-      {"\t\x01" "a\r:\x1F" "b\r\n", "a", "b"}, {":x", "", "x"},  {"a:", "a", ""},
-      {"a:b:c", "a", "b:c"},
-      // A no-break space (0xA0) is above code 32, so it stays.
-      {"\xA0k\xA0 : v", "\xA0k\xA0", "v"}};
+  const struct {
+    const char *s, *head, *tail;
+  } cases[] = {{"  key : value ", "key", "value"},
+               {"abc", "abc", ""},
+               {"  abc\t", "abc", ""},
+               {"\t\x01"
+                "a\r:\x1F"
+                "b\r\n",
+                "a", "b"},
+               {":x", "", "x"},
+               {"a:", "a", ""},
+               {"a:b:c", "a", "b:c"},
+               // A no-break space (0xA0) is above code 32, so it stays.
+               {"\xA0k\xA0 : v", "\xA0k\xA0", "v"}};
   for (const auto& c : cases) {
     AnsiString tail = "stale";
     EXPECT_EQ(StrDiv(c.s, tail, ':'), c.head);
@@ -107,14 +127,15 @@ TEST(StrServJoin, EmptyPiecesNeverDoubleOrLeadSeparators) {
 }
 
 TEST(StrServJoin, TrimAndDeleteRemoveOnlyCharactersOfTheSet) {
-  const struct { std::u8string s, set, left, right, both, deleted; } cases[] = {
-      {u8"ааБвагаа", u8"а", u8"Бвагаа", u8"ааБваг", u8"Бваг", u8"Бвг"},
-      {u8"Аа", u8"а", u8"Аа", u8"А", u8"А", u8"А"},  // case matters: 'А' is not in {'а'}
-      // Codes above 0x7F (я is 0xFF, ё 0xB8) must not be taken as negative.
-      {u8"яёxяё", u8"ёя", u8"xяё", u8"яёx", u8"x", u8"x"},
-      {u8"--", u8"-", u8"", u8"", u8"", u8""},
-      {u8"", u8"-", u8"", u8"", u8"", u8""},
-      {u8" a b ", u8"", u8" a b ", u8" a b ", u8" a b ", u8" a b "}};
+  const struct {
+    std::u8string s, set, left, right, both, deleted;
+  } cases[] = {{u8"ааБвагаа", u8"а", u8"Бвагаа", u8"ааБваг", u8"Бваг", u8"Бвг"},
+               {u8"Аа", u8"а", u8"Аа", u8"А", u8"А", u8"А"},  // case matters: 'А' is not in {'а'}
+               // Codes above 0x7F (я is 0xFF, ё 0xB8) must not be taken as negative.
+               {u8"яёxяё", u8"ёя", u8"xяё", u8"яёx", u8"x", u8"x"},
+               {u8"--", u8"-", u8"", u8"", u8"", u8""},
+               {u8"", u8"-", u8"", u8"", u8"", u8""},
+               {u8" a b ", u8"", u8" a b ", u8" a b ", u8" a b ", u8" a b "}};
   for (const auto& c : cases) {
     const AnsiString s = Ansi(c.s);
     const TCharSet set = TCharSet::Of(Ansi(c.set));
@@ -134,18 +155,27 @@ TEST(StrServJoin, TrimAndDeleteRemoveOnlyCharactersOfTheSet) {
 TEST(StrServCompare, CompareVarGivesSignAndIsAntisymmetric) {
   EXPECT_EQ(CompareInt(7, 7), 0);
   EXPECT_EQ(testutil::Join(CompareInt(INT64_MIN, INT64_MAX), CompareInt(INT64_MAX, -1)), "-1 1");
-  const struct { Variant a, b; bool ignoreCase; int expected; } cases[] = {
-      {"abc", "ABC", true, 0}, {"abc", "abd", true, -1}, {Ansi(u8"ёЛка"), Ansi(u8"ЁлКА"), true, 0},
-      {"abc", "ABC", false, -1}, {VarArrayOf({"b"}), VarArrayOf({"B"}), false, -1},  // case counts
-      {Variant(u"Abc"), "aBC", true, 0},
-      // Not both strings: the case flag does not turn numbers into text.
-      {10, "9", true, 1},      {10, 9.5, false, 1},      {1, 2.5, false, -1},
-      {Variant::Null(), 1, false, 0},                    {Variant(), Variant::Null(), true, 0},
-      {VarArrayOf({1, 5, 0}), VarArrayOf({1, 2, 9}), false, 1},
-      {VarArrayOf({1, "b", 3}), VarArrayOf({1, "B", 0}), true, 1},
-      {VarArrayOf({1, 2, 3}), VarArrayOf({0}), false, 1},
-      {VarArrayOf({1, 2}), VarArrayOf({1, 2, 3}), false, 0},
-      {VarArrayCreate(0, -1), VarArrayOf({1}), false, 0}};
+  const struct {
+    Variant a, b;
+    bool ignoreCase;
+    int expected;
+  } cases[] = {{"abc", "ABC", true, 0},
+               {"abc", "abd", true, -1},
+               {Ansi(u8"ёЛка"), Ansi(u8"ЁлКА"), true, 0},
+               {"abc", "ABC", false, -1},
+               {VarArrayOf({"b"}), VarArrayOf({"B"}), false, -1},  // case counts
+               {Variant(u"Abc"), "aBC", true, 0},
+               // Not both strings: the case flag does not turn numbers into text.
+               {10, "9", true, 1},
+               {10, 9.5, false, 1},
+               {1, 2.5, false, -1},
+               {Variant::Null(), 1, false, 0},
+               {Variant(), Variant::Null(), true, 0},
+               {VarArrayOf({1, 5, 0}), VarArrayOf({1, 2, 9}), false, 1},
+               {VarArrayOf({1, "b", 3}), VarArrayOf({1, "B", 0}), true, 1},
+               {VarArrayOf({1, 2, 3}), VarArrayOf({0}), false, 1},
+               {VarArrayOf({1, 2}), VarArrayOf({1, 2, 3}), false, 0},
+               {VarArrayCreate(0, -1), VarArrayOf({1}), false, 0}};
   for (std::size_t i = 0; i < std::size(cases); ++i) {
     const auto& c = cases[i];
     EXPECT_EQ(CompareVar(c.a, c.b, c.ignoreCase), c.expected) << "case #" << i;
@@ -267,7 +297,8 @@ TEST(StrServErrors, DieAndBugRaiseTheGeneralExceptionWithTheirMessages) {
   const AnsiString apology =
       Ansi(u8"Невозможная ошибка (BUG). Пожалуйста, обратитесь к разработчикам.");
   const std::pair<std::pair<AnsiString, std::string>, AnsiString> rows[] = {
-      {Caught([] { DIE("plain"); }), "plain"}, {Caught([] { DIE("%s = %d", "x", 5); }), "x = 5"},
+      {Caught([] { DIE("plain"); }), "plain"},
+      {Caught([] { DIE("%s = %d", "x", 5); }), "x = 5"},
       {Caught([] { DIE(Cp1251(u8"Нет файла %s"), "a.txt"); }), Ansi(u8"Нет файла a.txt")},
       {Caught([] { BUG(""); }), apology},  // no trailing line breaks
       {Caught([] { BUG(); }), apology},
@@ -280,10 +311,8 @@ TEST(StrServErrors, DieAndBugRaiseTheGeneralExceptionWithTheirMessages) {
 
 TEST(StrServErrors, AlertGoesToHandlerWithExecutableNameAsCaption) {
   std::vector<std::pair<AnsiString, AnsiString>> seen;
-  TAlertHandler previous =
-      SetAlertHandler([&](const AnsiString& caption, const AnsiString& text) {
-        seen.emplace_back(caption, text);
-      });
+  TAlertHandler previous = SetAlertHandler(
+      [&](const AnsiString& caption, const AnsiString& text) { seen.emplace_back(caption, text); });
   Alert("hello");
   Alert("%d items in %s", 3, Ansi(u8"корзине"));
   SetAlertHandler(previous);

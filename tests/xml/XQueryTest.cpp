@@ -122,9 +122,8 @@ TEST(XPath, ReportsThePathAndTheMissingTag) {
         << c.path;
   }
   // Every raising form says the same, and FindXVal with raise goes through the path.
-  EXPECT_EQ(MessageOf([&] { FindXItem(root, "a/b", true); }), MessageOf([&] {
-              FindXVal(root, "a/b", true);
-            }));
+  EXPECT_EQ(MessageOf([&] { FindXItem(root, "a/b", true); }),
+            MessageOf([&] { FindXVal(root, "a/b", true); }));
   IPtr<IXItem> found;
   EXPECT_EQ(MessageOf([&] { FindXPatt(root, "a/b", true, found); }),
             "FindXPath fail \"a/b\"\r\rTag <b> not found");
@@ -245,8 +244,7 @@ TEST(XAttrs, ReadTypedOrRaise) {
   EXPECT_FALSE(GetXAttr(item, "none", varInteger, v));
   EXPECT_EQ(VarToStr(XAttr(item, "none", "def")), "def");
   EXPECT_EQ(VarToStr(XAttr(item, "t")), "a&b");
-  EXPECT_EQ(Utf8Message([&] { XAttr(item, "none"); }),
-            "Tag <r>: аttribute \"none\" not found");
+  EXPECT_EQ(Utf8Message([&] { XAttr(item, "none"); }), "Tag <r>: аttribute \"none\" not found");
 }
 
 TEST(XSame, MatchesNameAndKeys) {
@@ -303,13 +301,11 @@ TEST(XCopy, MergesMatchedChildrenAndAppendsTheRest) {
   const IPtr<IXItem> source = Load(
       R"(<s><row id="2"><y/></row><row id="3"  t="&#122;">text</row><row id="3" t="z"/><other/></s>)");
   XCopyItems(dest, source);
-  EXPECT_EQ(Text(dest),
-            R"(<d><row id="1"><x v="1"/></row><row id="2"><y/></row>)"
-            R"(<row id="3"  t="&#122;">text</row><other/></d>)");
+  EXPECT_EQ(Text(dest), R"(<d><row id="1"><x v="1"/></row><row id="2"><y/></row>)"
+                        R"(<row id="3"  t="&#122;">text</row><other/></d>)");
   XCopyItems(dest, source);  // a second copy changes nothing
-  EXPECT_EQ(Text(dest),
-            R"(<d><row id="1"><x v="1"/></row><row id="2"><y/></row>)"
-            R"(<row id="3"  t="&#122;">text</row><other/></d>)");
+  EXPECT_EQ(Text(dest), R"(<d><row id="1"><x v="1"/></row><row id="2"><y/></row>)"
+                        R"(<row id="3"  t="&#122;">text</row><other/></d>)");
 }
 
 TEST(XCopy, MergeAndAssign) {
@@ -362,8 +358,15 @@ TEST(XIndex, SortsByKeyAndFindsTheFirstOfEqualKeys) {
   struct Case {
     Variant key;
     std::string n;
-  } cases[] = {{"2", "c"}, {2, "c"}, {"1", "b"}, {"3", "a"}, {"", "e"},
-               {Utf8ToAnsi("б"), "f"}, {Utf8ToAnsi("А"), "g"}, {"0", "-"}, {"4", "-"}};
+  } cases[] = {{"2", "c"},
+               {2, "c"},
+               {"1", "b"},
+               {"3", "a"},
+               {"", "e"},
+               {Utf8ToAnsi("б"), "f"},
+               {Utf8ToAnsi("А"), "g"},
+               {"0", "-"},
+               {"4", "-"}};
   for (const Case& c : cases) {
     IPtr<IXItem> found;
     EXPECT_EQ(index->FindItem(c.key, found), c.n != "-");
@@ -456,9 +459,7 @@ class TTestItem final : public testutil::TIntfObject<IXItem> {
   AnsiString OSTREL_STDCALL get_XML() override { throw Exception("TTestItem: no XML"); }
   void OSTREL_STDCALL set_XML(std::string_view) override { throw Exception("TTestItem: no XML"); }
   void OSTREL_STDCALL Clear() override { fItems.clear(); }
-  void OSTREL_STDCALL Delete(Integer index) override {
-    fItems.erase(fItems.begin() + index);
-  }
+  void OSTREL_STDCALL Delete(Integer index) override { fItems.erase(fItems.begin() + index); }
   IPtr<IXItem> OSTREL_STDCALL Insert(Integer index, std::string_view name) override {
     IPtr<TTestItem> child(new TTestItem);
     child->fName = name;
@@ -568,9 +569,10 @@ TEST(XForeignItems, QueriesAnswerAsForTheLibrarysOwnTree) {
       },
       [&](auto r) {
         IPtr<IXItem> found;
-        return testutil::Join(SameXItem(r->get_Items(3), "row", keys, true),
-                              SameXItem(r->get_Items(3), "row", "kind;id", VarArrayOf({"c", "2"}), true),
-                              LocateXItem(r, "row", keys, true, found)) +
+        return testutil::Join(
+                   SameXItem(r->get_Items(3), "row", keys, true),
+                   SameXItem(r->get_Items(3), "row", "kind;id", VarArrayOf({"c", "2"}), true),
+                   LocateXItem(r, "row", keys, true, found)) +
                Shape(found);
       },
       [](auto r) {
@@ -581,7 +583,10 @@ TEST(XForeignItems, QueriesAnswerAsForTheLibrarysOwnTree) {
   for (const auto& query : queries) EXPECT_EQ(query(foreign), query(own));
 
   // Copying: each kind into each, compared with the library's tree copied into itself.
-  const auto source = [] { return Load(R"(<s><row id="2" kind="b"><new/></row><row id="3">three</row><c><![CDATA[x]]></c></s>)"); };
+  const auto source = [] {
+    return Load(
+        R"(<s><row id="2" kind="b"><new/></row><row id="3">three</row><c><![CDATA[x]]></c></s>)");
+  };
   IPtr<IXItem> expected = Load(kDoc);
   XCopyItems(expected, source());
   for (int kinds = 1; kinds < 4; ++kinds) {

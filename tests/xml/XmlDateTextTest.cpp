@@ -25,8 +25,8 @@ TEST(XmlDates, WhatIsWrittenReadsBackAndTheRestIsRefused) {
     EXPECT_EQ(DT2XML(value), text);
     EXPECT_NEAR(XML2DT(Variant(DT2XML(value))), value, OneMillisecond / 2) << text;
   }
-  for (double value : {MinDateTime - 1, 2958466.0, 1e10, -1e10, double(INFINITY),
-                       double(-INFINITY), double(NAN)}) {
+  for (double value : {MinDateTime - 1, 2958466.0, 1e10, -1e10, double(INFINITY), double(-INFINITY),
+                       double(NAN)}) {
     EXPECT_EQ(testutil::MessageOf<EConvertError>([&] { DT2XML(value); }),
               Format(SysConst::SInvalidDateTime, FloatToStr(value)))
         << value;

@@ -35,7 +35,10 @@ std::string Outcome(std::string_view text) {
 const std::string kFormat = Cp1251(u8"Ошибка в формате XML.").Str();
 
 // Input text and the tree it reads as (or "!" and the error's message).
-struct DialectCase { std::string_view text; std::string shape; };
+struct DialectCase {
+  std::string_view text;
+  std::string shape;
+};
 const DialectCase kDialect[] = {
     {"<a>text</a>", "a='text'"},
     {"<a>x<b/>y</a>", "a('x' b 'y')"},
@@ -78,7 +81,10 @@ TEST(XmlReader, DialectAsTrees) {
 }
 
 TEST(XmlReader, ErrorsWithTheirMessages) {
-  struct Case { std::string_view text; std::string detail; };
+  struct Case {
+    std::string_view text;
+    std::string detail;
+  };
   const Case cases[] = {
       {"text<a/>", "< expected"},
       {"<a b=\"1\"<c/>", ""},
@@ -91,8 +97,9 @@ TEST(XmlReader, ErrorsWithTheirMessages) {
   };
   for (const auto& c : cases) {
     const std::string expected =
-        c.text == "<a>&nbsp;</a>" ? "!XEncode: error encode character (&n)"
-                                  : "!" + kFormat + (c.detail.empty() ? "" : "\r\r" + std::string(c.detail));
+        c.text == "<a>&nbsp;</a>"
+            ? "!XEncode: error encode character (&n)"
+            : "!" + kFormat + (c.detail.empty() ? "" : "\r\r" + std::string(c.detail));
     EXPECT_EQ(Outcome(c.text), expected) << c.text;
   }
   EXPECT_EQ(MessageOf<EConvertError>([] { Parse("<a>x&</a>"); }),
@@ -103,12 +110,13 @@ TEST(XmlReader, ErrorsWithTheirMessages) {
             "XEncode: error encode character (&L)");
 }
 
-struct PlaceCase { std::string_view text; Int64 line, column; };
+struct PlaceCase {
+  std::string_view text;
+  Int64 line, column;
+};
 const PlaceCase kErrorPlaces[] = {
-    {"x", 1, 1},
-    {"<a>\r\n  <b>\r\n  </c>", 3, 3},
-    {"<a>\n\n<b <", 3, 4},
-    {"<a>\r\r\n</b>", 3, 1},
+    {"x", 1, 1},           {"<a>\r\n  <b>\r\n  </c>", 3, 3},
+    {"<a>\n\n<b <", 3, 4}, {"<a>\r\r\n</b>", 3, 1},
     {"  \t</top>", 1, 4},
 };
 
@@ -152,8 +160,8 @@ TEST(XmlReader, StreamOfFewerBytesThanItsSizeEnds) {
     Integer Write(const void*, Integer) override { return 0; }
     Int64 Seek(Int64 offset, TSeekOrigin origin) override {
       const Int64 from = origin == soBeginning ? 0 : origin == soCurrent ? Int64(pos) : GetSize();
-      return static_cast<Int64>(pos = static_cast<std::size_t>(
-                                    std::clamp<Int64>(from + offset, 0, Int64(data.size()))));
+      return static_cast<Int64>(
+          pos = static_cast<std::size_t>(std::clamp<Int64>(from + offset, 0, Int64(data.size()))));
     }
     Int64 GetSize() override { return static_cast<Int64>(data.size()) + 100; }
     std::string data = "<a><b>x";
@@ -215,13 +223,15 @@ TEST(XmlReader, StreamErrorReachesTheCaller) {
   const Int64 size = static_cast<Int64>(text.size());
   for (Int64 at : {Int64(0), Int64(1), Int64(4095), Int64(4096), size / 2, size - 1})
     for (Integer chunk : {Integer(1), Integer(7), kWhole}) {
-      ChunkedStream stream(text, [=] { return chunk; }, at);
+      ChunkedStream stream(
+          text, [=] { return chunk; }, at);
       TXItem root;
       EXPECT_EQ(MessageOf<EReadError>([&] { LoadXData(&root, stream); }), "chunked read failed")
           << "at " << at << ", " << chunk << " bytes a read";
     }
   // A document is made only from a whole stream; an item's load raises the same error.
-  ChunkedStream stream(text, [] { return kWhole; }, size / 2);
+  ChunkedStream stream(
+      text, [] { return kWhole; }, size / 2);
   IPtr<IXDoc> doc;
   EXPECT_THROW(GetXDocIntf(stream, doc), EReadError);
   EXPECT_FALSE(doc);
@@ -231,7 +241,8 @@ TEST(XmlReader, StreamErrorReachesTheCaller) {
   EXPECT_THROW(empty->get_Root()->LoadFromStream(stream), EReadError);
   // An error past what the reader needs is never met: it reads one element and stops.
   const std::string longer = text + std::string(10000, ' ') + "<next/>";
-  ChunkedStream tail(longer, [] { return kWhole; }, size + 9000);
+  ChunkedStream tail(
+      longer, [] { return kWhole; }, size + 9000);
   EXPECT_EQ(OutcomeFrom(tail), [&] {
     ChunkedStream whole(text, [] { return kWhole; });
     return OutcomeFrom(whole);
@@ -295,7 +306,10 @@ TEST(XmlValues, ConversionsBothWays) {
   EXPECT_EQ(testutil::Join(BOOL2XML(true), BOOL2XML(false), XML2BOOL(Variant("TRUE")),
                            XML2BOOL(Variant("1")), XML2BOOL(Variant::Null())),
             "true false 1 0 0");
-  struct Case { Variant value; std::string text; };
+  struct Case {
+    Variant value;
+    std::string text;
+  };
   const Case cases[] = {
       {Variant(std::int16_t(-5)), "-5"},
       {Variant(Integer(2147483647)), "2147483647"},

@@ -21,7 +21,8 @@ using xmltest::Parse;
 using xmltest::Shape;
 
 const std::string kDeleted = Cp1251(u8"Обращение к удаленному элементу").Str();
-const std::string kBug = Cp1251(u8"Невозможная ошибка (BUG). Пожалуйста, обратитесь к разработчикам.").Str();
+const std::string kBug =
+    Cp1251(u8"Невозможная ошибка (BUG). Пожалуйста, обратитесь к разработчикам.").Str();
 
 IPtr<IXDoc> DocOf(std::string_view text) {
   TMemoryStream stream;
@@ -82,14 +83,16 @@ TEST(XmlTree, InterfaceOperations) {
   EXPECT_EQ(found->get_Index(), 1);
   EXPECT_FALSE(root->FindItem("z", found));
   EXPECT_FALSE(found);
-  EXPECT_EQ(root->get_XML(), "<r>\r\n  <a k=\"" + Cp1251(u8"ключ").Str() + "\"/>\r\n  <b>2</b>\r\n</r>\r\n");
+  EXPECT_EQ(root->get_XML(),
+            "<r>\r\n  <a k=\"" + Cp1251(u8"ключ").Str() + "\"/>\r\n  <b>2</b>\r\n</r>\r\n");
   EXPECT_EQ(doc->get_XML().rfind(std::string(XML_HEADER_WIN1251) + "\r\n<r>\r\n", 0), 0u);
   IPtr<IDump> attrs;
   EXPECT_TRUE(root->get_Items(0)->GetAttrList(attrs));
   EXPECT_EQ(VarToStr(attrs->get_ByName("K")), Cp1251(u8"ключ").Str());
   EXPECT_FALSE(root->GetAttrList(attrs));
   root->get_Items(1)->set_XML("<n x=\"1\">t</n>");
-  EXPECT_EQ(Shape(static_cast<TXDocIntf*>(doc.Get())->Root()), "r(a{ k=\"" + Cp1251(u8"ключ").Str() + "\"} n='t'{x=\"1\"})");
+  EXPECT_EQ(Shape(static_cast<TXDocIntf*>(doc.Get())->Root()),
+            "r(a{ k=\"" + Cp1251(u8"ключ").Str() + "\"} n='t'{x=\"1\"})");
   EXPECT_THROW(root->get_Items(2), EListError);
   EXPECT_THROW(root->Delete(-1), EListError);
   EXPECT_THROW(root->Insert(3, "x"), EListError);
@@ -101,7 +104,8 @@ TEST(XmlTree, TreeWithoutDocumentHasNoInterfaces) {
   TXItem* child = plain.Add();
   EXPECT_EQ(MessageOf([&] { child->get_Intf(); }), kBug + "\r\rTXItem.Intf: Controller = nil");
   TXItem stranger;
-  EXPECT_EQ(MessageOf([&] { plain.RemoveItem(&stranger); }), kBug + "\r\rTXItem.RemoveItem: invalid item");
+  EXPECT_EQ(MessageOf([&] { plain.RemoveItem(&stranger); }),
+            kBug + "\r\rTXItem.RemoveItem: invalid item");
   EXPECT_THROW(child->AddItem(&plain), Exception);  // no item goes below itself
 }
 
@@ -130,7 +134,8 @@ TEST(XmlTree, TreesOnSeveralThreads) {
       auto a = Parse(text);
       TXItem b;
       while (a->get_Count() > 1000) b.AddItem(a->get_Items(a->get_Count() - 1));
-      *result = std::to_string(a->get_Count() + b.get_Count()) + VarToStr(a->get_Items(999)->get_Attr("n"));
+      *result = std::to_string(a->get_Count() + b.get_Count()) +
+                VarToStr(a->get_Items(999)->get_Attr("n"));
     }
   };
   std::string r1, r2;
@@ -219,21 +224,31 @@ TEST(XmlTree, BuildIdxAndAssign) {
 }
 
 TEST(XmlFix, EveryMode) {
-  struct Case { std::string_view fixes, result; };
+  struct Case {
+    std::string_view fixes, result;
+  };
   const std::string target =
       "<t><row id=\"1\">a</row><row id=\"2\" v=\"x\"><cell n=\"1\">old</cell></row><row/></t>";
   const Case cases[] = {
       {"<f><t><row id=\"2\" fix=\"d\"/></t></f>", "t(row='a'{id=\"1\"} row)"},
       {"<f><t><row id=\"7\" fix=\"d\"/></t></f>", ""},
-      {"<f><t><row id=\"9\">n</row></t></f>", "t(row='a'{id=\"1\"} row{id=\"2\" v=\"x\"}(cell='old'{n=\"1\"}) row row='n'{id=\"9\"})"},
-      {"<f><t><row id=\"1\" fix=\"A\">n</row></t></f>", "t(row='a'{id=\"1\"} row{id=\"2\" v=\"x\"}(cell='old'{n=\"1\"}) row row='n'{id=\"1\" fix=\"A\"})"},
-      {"<f><t><row ID=\"1\">n</row></t></f>", "t(row='n'{ID=\"1\"} row{id=\"2\" v=\"x\"}(cell='old'{n=\"1\"}) row)"},
+      {"<f><t><row id=\"9\">n</row></t></f>",
+       "t(row='a'{id=\"1\"} row{id=\"2\" v=\"x\"}(cell='old'{n=\"1\"}) row row='n'{id=\"9\"})"},
+      {"<f><t><row id=\"1\" fix=\"A\">n</row></t></f>",
+       "t(row='a'{id=\"1\"} row{id=\"2\" v=\"x\"}(cell='old'{n=\"1\"}) row row='n'{id=\"1\" "
+       "fix=\"A\"})"},
+      {"<f><t><row ID=\"1\">n</row></t></f>",
+       "t(row='n'{ID=\"1\"} row{id=\"2\" v=\"x\"}(cell='old'{n=\"1\"}) row)"},
       {"<f><t><row id=\"1\" w=\"y\" fix=\"u\">n</row></t></f>", ""},
-      {"<f><t><row id=\"2\"><cell n=\"1\">new</cell><cell n=\"2\">add</cell></row></t></f>", "t(row='a'{id=\"1\"} row{id=\"2\" v=\"x\"}(cell='new'{n=\"1\"} cell='add'{n=\"2\"}) row)"},
-      {"<f><t><row id=\"2\" fix=\"u\"><cell/></row></t></f>", "t(row='a'{id=\"1\"} row{id=\"2\" fix=\"u\"}(cell) row)"},
+      {"<f><t><row id=\"2\"><cell n=\"1\">new</cell><cell n=\"2\">add</cell></row></t></f>",
+       "t(row='a'{id=\"1\"} row{id=\"2\" v=\"x\"}(cell='new'{n=\"1\"} cell='add'{n=\"2\"}) row)"},
+      {"<f><t><row id=\"2\" fix=\"u\"><cell/></row></t></f>",
+       "t(row='a'{id=\"1\"} row{id=\"2\" fix=\"u\"}(cell) row)"},
       {"<f><t><row id=\"5\" fix=\"u\"/><row id=\"5\" fix=\"x\"><c/></row></t></f>", ""},
-      {"<f><other/><t><row fix=\"d\"/></t><t><row fix=\"d\"/><row fix=\"d\"/></t></f>", "t(row{id=\"2\" v=\"x\"}(cell='old'{n=\"1\"}) row)"},
-      {"<f><T><row id=\"2\" fix=\"x\">ignored</row></T></f>", "t(row='a'{id=\"1\"} row{id=\"2\" v=\"x\"}(cell='old'{n=\"1\"}) row)"},
+      {"<f><other/><t><row fix=\"d\"/></t><t><row fix=\"d\"/><row fix=\"d\"/></t></f>",
+       "t(row{id=\"2\" v=\"x\"}(cell='old'{n=\"1\"}) row)"},
+      {"<f><T><row id=\"2\" fix=\"x\">ignored</row></T></f>",
+       "t(row='a'{id=\"1\"} row{id=\"2\" v=\"x\"}(cell='old'{n=\"1\"}) row)"},
       {"<f><t x=\"1\"><row fix=\"d\"/></t></f>", ""},
   };
   const std::string unchanged = Shape(Parse(target).get());

@@ -75,8 +75,7 @@ inline std::string Shape(const TXItem* item) {
   if (!item->get_AttrText().empty()) s += "{" + item->get_AttrText() + "}";
   if (item->get_Count() > 0) {
     s += "(";
-    for (Integer i = 0; i < item->get_Count(); ++i)
-      s += (i ? " " : "") + Shape(item->get_Items(i));
+    for (Integer i = 0; i < item->get_Count(); ++i) s += (i ? " " : "") + Shape(item->get_Items(i));
     s += ")";
   }
   return s;

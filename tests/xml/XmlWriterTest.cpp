@@ -28,34 +28,38 @@ TEST(XmlWriter, ExactBytes) {
       "<m>one<br/>two</m><w>  </w></doc>");
   root->Add()->set_Name("#text");
   root->get_Items(0)->set_Value(Variant("x\ty\r\n<\"&'>"));
-  EXPECT_EQ(Write(root.get(), true),
-            std::string(XML_HEADER_WIN1251) +
-                "\r\n<doc a=\"1\"   b=\"&#9;\">\r\n"
-                "  <t>x&#9;y\r\n&lt;&quot;&amp;'&gt;</t>\r\n"
-                "  <e/>\r\n"
-                "  <e2/>\r\n"
-                "  <c><![CDATA[<&>]]></c>\r\n"
-                "  <m>\r\n"
-                "    one\r\n"
-                "    <br/>\r\n"
-                "    two\r\n"
-                "  </m>\r\n"
-                "  <w/>\r\n"
-                "  />\r\n"
-                "</doc>\r\n");
+  EXPECT_EQ(Write(root.get(), true), std::string(XML_HEADER_WIN1251) +
+                                         "\r\n<doc a=\"1\"   b=\"&#9;\">\r\n"
+                                         "  <t>x&#9;y\r\n&lt;&quot;&amp;'&gt;</t>\r\n"
+                                         "  <e/>\r\n"
+                                         "  <e2/>\r\n"
+                                         "  <c><![CDATA[<&>]]></c>\r\n"
+                                         "  <m>\r\n"
+                                         "    one\r\n"
+                                         "    <br/>\r\n"
+                                         "    two\r\n"
+                                         "  </m>\r\n"
+                                         "  <w/>\r\n"
+                                         "  />\r\n"
+                                         "</doc>\r\n");
   // Typed values, and the value of an item with children, which is not written.
   TXItem item;
   item.set_Name("v");
-  const Variant values[] = {Variant(12), Variant(2.5), Variant(true),
+  const Variant values[] = {Variant(12),
+                            Variant(2.5),
+                            Variant(true),
                             Variant::FromDate(EncodeDate(2024, 3, 1) + EncodeTime(12, 30, 5, 250)),
-                            Variant(Cp1251(u8"Сумма")), Variant(" "), Variant()};
+                            Variant(Cp1251(u8"Сумма")),
+                            Variant(" "),
+                            Variant()};
   std::string lines;
   for (const Variant& v : values) {
     item.set_Value(v);
     lines += Write(&item);
   }
-  EXPECT_EQ(lines, "<v>12</v>\r\n<v>2.5</v>\r\n<v>true</v>\r\n<v>2024-03-01T12:30:05.250</v>\r\n<v>" +
-                       Cp1251(u8"Сумма").Str() + "</v>\r\n<v/>\r\n<v/>\r\n");
+  EXPECT_EQ(lines,
+            "<v>12</v>\r\n<v>2.5</v>\r\n<v>true</v>\r\n<v>2024-03-01T12:30:05.250</v>\r\n<v>" +
+                Cp1251(u8"Сумма").Str() + "</v>\r\n<v/>\r\n<v/>\r\n");
   item.Add()->set_Name("k");
   EXPECT_EQ(Write(&item), "<v>\r\n  <k/>\r\n</v>\r\n");
 }
@@ -92,10 +96,10 @@ TEST(XmlWriter, RoundTrips) {
   EXPECT_EQ(VarToStr(back->get_Attr("all")), every);
   EXPECT_EQ(VarToStr(back->get_Attr("lines")), "one\r\ntwo\n");
   // A realistic tree reads back into the same shape and writes the same bytes.
-  const std::string text =
-      "<order n=\"" + Cp1251(u8"№ 5").Str() + "\">\r\n  <line sum=\"10.5\">" +
-      Cp1251(u8"Товар &amp; услуга").Str() +
-      "</line>\r\n  <note><![CDATA[a<b]]></note>\r\n  <mix>\r\n    x\r\n    <b/>\r\n  </mix>\r\n</order>\r\n";
+  const std::string text = "<order n=\"" + Cp1251(u8"№ 5").Str() + "\">\r\n  <line sum=\"10.5\">" +
+                           Cp1251(u8"Товар &amp; услуга").Str() +
+                           "</line>\r\n  <note><![CDATA[a<b]]></note>\r\n  <mix>\r\n    x\r\n    "
+                           "<b/>\r\n  </mix>\r\n</order>\r\n";
   auto tree = Parse(text);
   EXPECT_EQ(Write(tree.get()), text);
   EXPECT_EQ(Shape(Parse(Write(tree.get())).get()), Shape(tree.get()));
@@ -112,7 +116,9 @@ class XmlFiles : public ::testing::Test {
   }
   void TearDown() override { std::filesystem::remove_all(dir); }
   // The full name as the loader reports it (with the system's own separators).
-  std::string Path(std::string_view name) const { return ExpandFileName(dir + "/" + std::string(name)); }
+  std::string Path(std::string_view name) const {
+    return ExpandFileName(dir + "/" + std::string(name));
+  }
   static void Put(const std::string& path, std::string_view bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
   }
@@ -149,7 +155,9 @@ TEST_F(XmlFiles, LoadTracesWrapsErrorsAndCallsFix) {
   IPtr<Monitor> monitor(new Monitor);
   TkxSysMonitor::RegIntf(IPtr<IkxSysMonitor>(monitor.Get()));
   static std::string fixed;
-  XFixProc = [](TXItem* item, std::string_view name) { fixed = item->get_Name() + "@" + std::string(name); };
+  XFixProc = [](TXItem* item, std::string_view name) {
+    fixed = item->get_Name() + "@" + std::string(name);
+  };
   const std::string good = Path("good.xml"), bad = Path("bad.xml");
   Put(good, "<r/>");
   Put(bad, "<r>\r\n</x>");
@@ -164,12 +172,15 @@ TEST_F(XmlFiles, LoadTracesWrapsErrorsAndCallsFix) {
     LoadXData(&item, bad, true);
     ADD_FAILURE();
   } catch (const EXMLError& e) {
-    EXPECT_EQ(e.Message(), Cp1251(u8"Загрузка XML файла:").Str() + "\r" + bad + "\r\r" +
-                               Cp1251(u8"Ошибка в формате XML.\r\rОтсутствует завершающий таг \"</r>\"").Str());
+    EXPECT_EQ(e.Message(),
+              Cp1251(u8"Загрузка XML файла:").Str() + "\r" + bad + "\r\r" +
+                  Cp1251(u8"Ошибка в формате XML.\r\rОтсутствует завершающий таг \"</r>\"").Str());
     EXPECT_EQ(testutil::Join(e.Line(), e.Column()), "2 1");
   }
   EXPECT_EQ(MessageOf<EFOpenError>([&] { LoadXData(&item, Path("none.xml"), true); })
-                .rfind(Cp1251(u8"Загрузка XML файла:").Str() + "\r" + Path("none.xml") + "\r\rCannot open file", 0),
+                .rfind(Cp1251(u8"Загрузка XML файла:").Str() + "\r" + Path("none.xml") +
+                           "\r\rCannot open file",
+                       0),
             0u);
   XFixProc = nullptr;
   TkxSysMonitor::RegIntf(nullptr);

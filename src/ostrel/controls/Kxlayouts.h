@@ -83,7 +83,9 @@ class OSTREL_API TkxLayoutMergeItems : public TCollection {
 
   TkxLayoutMergeItem* Items(Integer index) const;
   TkxLayoutMergeItem* operator[](Integer index) const { return Items(index); }
-  void SetItems(Integer index, const TkxLayoutMergeItem* value) { TCollection::SetItems(index, value); }
+  void SetItems(Integer index, const TkxLayoutMergeItem* value) {
+    TCollection::SetItems(index, value);
+  }
   TkxLayoutMergeItem* Add();
 };
 

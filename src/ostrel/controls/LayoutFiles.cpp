@@ -148,8 +148,9 @@ IPtr<IDump> CheckElement(const Source& source, const TXItem* x,
                   allowed.size() ? List(allowed) : AnsiString("none")));
   }
   if (!VarIsNull(x->get_Value()) && !Trim(VarToStr(x->get_Value())).empty())
-    Fail(source, x, Format("<%s> holds text \"%s\"; it takes attributes and elements only",
-                           x->get_Name(), Trim(VarToStr(x->get_Value()))));
+    Fail(source, x,
+         Format("<%s> holds text \"%s\"; it takes attributes and elements only", x->get_Name(),
+                Trim(VarToStr(x->get_Value()))));
   return attrs;
 }
 
@@ -167,13 +168,15 @@ std::vector<const TXItem*> Children(const Source& source, const TXItem* x,
   for (Integer i = 0; i < x->get_Count(); ++i) {
     const TXItem* c = x->get_Items(i);
     if (c->get_IsText())
-      Fail(source, x, Format("<%s> holds text \"%s\"; it takes attributes and elements only",
-                             x->get_Name(), Trim(VarToStr(c->get_Value()))));
+      Fail(source, x,
+           Format("<%s> holds text \"%s\"; it takes attributes and elements only", x->get_Name(),
+                  Trim(VarToStr(c->get_Value()))));
     bool known = false;
     for (std::string_view a : allowed) known = known || AnsiSameText(c->get_Name(), a);
     if (!known)
-      Fail(source, c, Format("unknown element <%s> in <%s>; allowed: %s", c->get_Name(),
-                             x->get_Name(), allowed.size() ? List(allowed) : AnsiString("none")));
+      Fail(source, c,
+           Format("unknown element <%s> in <%s>; allowed: %s", c->get_Name(), x->get_Name(),
+                  allowed.size() ? List(allowed) : AnsiString("none")));
     children.push_back(c);
   }
   return children;
@@ -216,7 +219,8 @@ class LayoutReader {
     // The grid's own controls by name, looked up once: a file of many controls reads in
     // linear time.
     for (Integer i = 0; i < grid.ControlCount(); ++i)
-      if (!grid.Controls(i)->Name().empty()) fOnGrid[AnsiUpperCase(grid.Controls(i)->Name())] = grid.Controls(i);
+      if (!grid.Controls(i)->Name().empty())
+        fOnGrid[AnsiUpperCase(grid.Controls(i)->Name())] = grid.Controls(i);
   }
 
   void Read() {
@@ -259,8 +263,9 @@ class LayoutReader {
         if (!inner.empty()) {
           auto* holder = dynamic_cast<TWinControl*>(control);
           if (!holder)
-            Fail(fSource, f.x, Format("control \"%s\" of kind %s cannot hold controls", control->Name(),
-                                      LayoutControlKind(*control)));
+            Fail(fSource, f.x,
+                 Format("control \"%s\" of kind %s cannot hold controls", control->Name(),
+                        LayoutControlKind(*control)));
           push({f.x, nullptr, holder}, inner);
         }
       }
@@ -355,7 +360,9 @@ TControl* FindPath(TWinControl* from, std::string_view path) {
 
 AnsiString GridNames(const std::vector<TkxLayoutGrid*>& grids) {
   AnsiString names;
-  for (const TkxLayoutGrid* g : grids) names += (names.empty() ? "" : ", ") + (g->Name().empty() ? AnsiString("(unnamed)") : g->Name());
+  for (const TkxLayoutGrid* g : grids)
+    names +=
+        (names.empty() ? "" : ", ") + (g->Name().empty() ? AnsiString("(unnamed)") : g->Name());
   return names.empty() ? AnsiString("none") : names;
 }
 
@@ -366,11 +373,13 @@ TControl* FindSchemaControl(const Source& source, const TXItem* x,
     for (TkxLayoutGrid* g : grids)
       if (!g->Name().empty() && AnsiSameText(g->Name(), std::string_view(path).substr(0, dot))) {
         if (TControl* c = FindPath(g, std::string_view(path).substr(dot + 1))) return c;
-        Fail(source, x, Format("%s=\"%s\": layout \"%s\" has no such control", attr, path, g->Name()));
+        Fail(source, x,
+             Format("%s=\"%s\": layout \"%s\" has no such control", attr, path, g->Name()));
       }
   for (TkxLayoutGrid* g : grids)
     if (TControl* c = FindPath(g, path)) return c;
-  Fail(source, x, Format("%s=\"%s\": no such control on the layouts (%s)", attr, path, GridNames(grids)));
+  Fail(source, x,
+       Format("%s=\"%s\": no such control on the layouts (%s)", attr, path, GridNames(grids)));
 }
 
 void ReadSchema(TkxLayoutMergeSchema& schema, const Source& source,
@@ -385,7 +394,8 @@ void ReadSchema(TkxLayoutMergeSchema& schema, const Source& source,
       if (!target && !targetName.empty() && AnsiSameText(g->Name(), targetName)) target = g;
     if (!target && !targetName.empty())
       Fail(source, source.root,
-           Format("targetlayout=\"%s\": no such layout (%s; \"\" for none)", targetName, GridNames(grids)));
+           Format("targetlayout=\"%s\": no such layout (%s; \"\" for none)", targetName,
+                  GridNames(grids)));
   }
   // Read into a copy first, so that a bad file leaves the schema as it was.
   TkxLayoutMergeItems items;
@@ -476,8 +486,8 @@ void Layout_LoadFromFile(TkxLayoutGrid& grid, std::string_view fileName) {
 bool MergeMode_FromText(std::string_view text, TkxLayoutMergeMode& mode) {
   const AnsiString t = Trim(text);
   for (const ModeName& m : kModes)
-    if (AnsiSameText(t, m.full) || AnsiSameText(t, m.full.substr(2)) || AnsiSameText(t, m.shortName) ||
-        t == m.number) {
+    if (AnsiSameText(t, m.full) || AnsiSameText(t, m.full.substr(2)) ||
+        AnsiSameText(t, m.shortName) || t == m.number) {
       mode = m.mode;
       return true;
     }
@@ -495,7 +505,8 @@ void MergeSchema_SaveToXItem(const TkxLayoutMergeSchema& schema, TXItem* item) {
   item->set_AttrText("");
   item->set_Name("mergeschema");
   // Without a target layout the attribute says so: left out, it would mean the first grid.
-  item->set_Attr("targetlayout", schema.TargetLayout() ? schema.TargetLayout()->Name() : AnsiString());
+  item->set_Attr("targetlayout",
+                 schema.TargetLayout() ? schema.TargetLayout()->Name() : AnsiString());
   for (Integer i = 0; i < schema.Items()->Count(); ++i) {
     const TkxLayoutMergeItem* m = schema.Items()->Items(i);
     TXItem* x = item->Add();
@@ -578,7 +589,8 @@ AnsiString Layout_Draw(const TkxLayoutGrid& grid) {
       out += Layout_ControlText(*panel->Controls(i));
     }
     out += '\n';
-    for (Integer i = panel->PanelCount() - 1; i >= 0; --i) stack.emplace_back(panel->Panels(i), depth + 1);
+    for (Integer i = panel->PanelCount() - 1; i >= 0; --i)
+      stack.emplace_back(panel->Panels(i), depth + 1);
   }
   bool any = false;
   for (Integer i = 0; i < grid.ControlCount(); ++i) {

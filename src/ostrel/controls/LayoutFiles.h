@@ -62,7 +62,8 @@ OSTREL_API void MergeSchema_SaveToXItem(const TkxLayoutMergeSchema& schema, TXIt
 // "" none; without it the schema merges into the first grid.
 OSTREL_API void MergeSchema_LoadFromXItem(TkxLayoutMergeSchema& schema, const TXItem* item,
                                           const std::vector<TkxLayoutGrid*>& grids);
-OSTREL_API void MergeSchema_SaveToFile(const TkxLayoutMergeSchema& schema, std::string_view fileName);
+OSTREL_API void MergeSchema_SaveToFile(const TkxLayoutMergeSchema& schema,
+                                       std::string_view fileName);
 OSTREL_API void MergeSchema_LoadFromFile(TkxLayoutMergeSchema& schema, std::string_view fileName,
                                          const std::vector<TkxLayoutGrid*>& grids);
 // A merge mode from its name ("mmAddChild", "AddChild"), its short name ("after", "before",

@@ -31,7 +31,8 @@ TkxLayoutPanel::~TkxLayoutPanel() {
 }
 
 TkxLayoutPanel* TkxLayoutPanel::Panels(Integer index) const {
-  if (index < 0 || index >= PanelCount()) throw EListError(Format(SysConst::SListIndexError, index));
+  if (index < 0 || index >= PanelCount())
+    throw EListError(Format(SysConst::SListIndexError, index));
   return fPanels[static_cast<std::size_t>(index)].get();
 }
 
@@ -43,9 +44,9 @@ TkxLayoutPanel* TkxLayoutPanel::AddPanel(std::string_view name) {
 Integer TkxLayoutPanel::Index() const noexcept {
   if (!fParent) return 0;
   const auto& siblings = fParent->fPanels;
-  return static_cast<Integer>(
-      std::find_if(siblings.begin(), siblings.end(), [&](const auto& p) { return p.get() == this; }) -
-      siblings.begin());
+  return static_cast<Integer>(std::find_if(siblings.begin(), siblings.end(),
+                                           [&](const auto& p) { return p.get() == this; }) -
+                              siblings.begin());
 }
 
 void TkxLayoutPanel::SetIndex(Integer index) {
@@ -75,7 +76,8 @@ void TkxLayoutPanel::SetParent(TkxLayoutPanel* parent) {
   for (const TkxLayoutPanel* p = parent; p; p = p->fParent)
     if (p == this)
       throw EInvalidOperation(Format(
-          "TkxLayoutPanel.SetParent: panel \"%s\" cannot be moved into itself or below itself", fName));
+          "TkxLayoutPanel.SetParent: panel \"%s\" cannot be moved into itself or below itself",
+          fName));
   std::unique_ptr<TkxLayoutPanel> self = Extract();
   fParent = parent;
   parent->fPanels.push_back(std::move(self));
@@ -92,7 +94,8 @@ void TkxLayoutPanel::MoveToGrid(TkxLayoutGrid* grid) {
 }
 
 TControl* TkxLayoutPanel::Controls(Integer index) const {
-  if (index < 0 || index >= ControlCount()) throw EListError(Format(SysConst::SListIndexError, index));
+  if (index < 0 || index >= ControlCount())
+    throw EListError(Format(SysConst::SListIndexError, index));
   return fControls[static_cast<std::size_t>(index)];
 }
 
@@ -136,7 +139,8 @@ void TkxLayoutPanel::ShowControls(bool show) {
   });
 }
 
-void TkxLayoutPanel::ForEach(const std::function<void(TkxLayoutPanel&, Integer)>& fn, Integer depth) {
+void TkxLayoutPanel::ForEach(const std::function<void(TkxLayoutPanel&, Integer)>& fn,
+                             Integer depth) {
   // An explicit stack: the file decides how deep a tree is.
   std::vector<std::pair<TkxLayoutPanel*, Integer>> stack{{this, depth}};
   while (!stack.empty()) {
@@ -155,9 +159,7 @@ TkxLayoutGrid::TkxLayoutGrid(TComponent* owner) : TWinControl(owner) { Clear(); 
 
 TkxLayoutGrid::~TkxLayoutGrid() = default;
 
-void TkxLayoutGrid::Clear() {
-  fLayout.reset(new TkxLayoutPanel(this, nullptr, {}));
-}
+void TkxLayoutGrid::Clear() { fLayout.reset(new TkxLayoutPanel(this, nullptr, {})); }
 
 void TkxLayoutGrid::RemovingControl(TControl* control) noexcept {
   TkxLayoutPanel* holder = nullptr;

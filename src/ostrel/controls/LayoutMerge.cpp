@@ -70,14 +70,18 @@ void TkxLayoutMergeItem::Assign(const TPersistent* source) {
 
 AnsiString TkxLayoutMergeItem::GetDisplayName() const {
   const AnsiString source = fSourcePoint ? fSourcePoint->Name() : AnsiString(SNoName);
-  const AnsiString target = fTargetPoint               ? fTargetPoint->Name()
+  const AnsiString target = fTargetPoint                ? fTargetPoint->Name()
                             : !fTargetPointName.empty() ? fTargetPointName
                                                         : AnsiString(SNoName);
   return source + ' ' + fSourceShift + " > " + target + ' ' + fTargetShift;
 }
 
-bool TkxLayoutMergeItem::IsSourceShiftStored() const { return !AnsiSameText(fSourceShift, SDefaultShift); }
-bool TkxLayoutMergeItem::IsTargetShiftStored() const { return !AnsiSameText(fTargetShift, SDefaultShift); }
+bool TkxLayoutMergeItem::IsSourceShiftStored() const {
+  return !AnsiSameText(fSourceShift, SDefaultShift);
+}
+bool TkxLayoutMergeItem::IsTargetShiftStored() const {
+  return !AnsiSameText(fTargetShift, SDefaultShift);
+}
 
 bool TkxLayoutMergeItem::ResolvePoint(TkxLayoutPanel* root, const TControl* control,
                                       std::string_view shift, TkxLayoutPanel*& panel) {
@@ -88,7 +92,8 @@ bool TkxLayoutMergeItem::ResolvePoint(TkxLayoutPanel* root, const TControl* cont
   std::size_t from = 0;
   for (;;) {
     const std::size_t dot = shift.find('.', from);
-    const std::string_view step = shift.substr(from, dot == std::string_view::npos ? dot : dot - from);
+    const std::string_view step =
+        shift.substr(from, dot == std::string_view::npos ? dot : dot - from);
     if (AnsiSameText(step, "parent")) {
       if (panel) panel = panel->Parent();
     } else if (AnsiSameText(step, "root")) {
@@ -140,13 +145,16 @@ void TkxLayoutMergeItem::DoMerge(TkxLayoutGrid* targetLayout, bool merge) {
 // TkxLayoutMergeItems
 
 TkxLayoutMergeItems::TkxLayoutMergeItems(TObject* owner)
-    : TCollection([](TCollection* c) -> TCollectionItem* { return new TkxLayoutMergeItem(c); }, owner) {}
+    : TCollection([](TCollection* c) -> TCollectionItem* { return new TkxLayoutMergeItem(c); },
+                  owner) {}
 
 TkxLayoutMergeItem* TkxLayoutMergeItems::Items(Integer index) const {
   return static_cast<TkxLayoutMergeItem*>(TCollection::Items(index));
 }
 
-TkxLayoutMergeItem* TkxLayoutMergeItems::Add() { return static_cast<TkxLayoutMergeItem*>(TCollection::Add()); }
+TkxLayoutMergeItem* TkxLayoutMergeItems::Add() {
+  return static_cast<TkxLayoutMergeItem*>(TCollection::Add());
+}
 
 // ---------------------------------------------------------------------------------------
 // TkxLayoutMergeSchema

@@ -85,13 +85,17 @@ void ReportLostWrite(std::string_view message) noexcept {
 }  // namespace
 
 TkxBufStream::TkxBufStream(TStream* stream, bool ownsStream, Integer bufSize)
-    : fStream(stream), fOwnsStream(ownsStream), fBuffer(nullptr, BufferDelete{true}),
+    : fStream(stream),
+      fOwnsStream(ownsStream),
+      fBuffer(nullptr, BufferDelete{true}),
       fBufSize(bufSize) {
   Init(stream, ownsStream, nullptr, bufSize);
 }
 
 TkxBufStream::TkxBufStream(TStream* stream, bool ownsStream, char* buffer, Integer bufSize)
-    : fStream(stream), fOwnsStream(ownsStream), fBuffer(nullptr, BufferDelete{false}),
+    : fStream(stream),
+      fOwnsStream(ownsStream),
+      fBuffer(nullptr, BufferDelete{false}),
       fBufSize(bufSize) {
   Init(stream, ownsStream, buffer, bufSize);
 }
@@ -99,7 +103,8 @@ TkxBufStream::TkxBufStream(TStream* stream, bool ownsStream, char* buffer, Integ
 void TkxBufStream::Init(TStream* stream, bool ownsStream, char* buffer, Integer bufSize) {
   if (!stream) throw Exception("TkxBufStream.Create: Stream is nil");
   try {
-    if (bufSize < 1) throw Exception(Format("TkxBufStream.Create: invalid buffer size (%d)", bufSize));
+    if (bufSize < 1)
+      throw Exception(Format("TkxBufStream.Create: invalid buffer size (%d)", bufSize));
     if (buffer) {
       fBuffer.reset(buffer);
     } else {

@@ -248,7 +248,8 @@ bool Dump_Assign(const IPtr<IDump>& dest, const IPtr<IDump>& source, std::string
   if (!source) return false;
   if (names.empty()) return AssignAll(d, *source);
   bool copied = false;
-  ForEachName(names, [&](const AnsiString& name) { copied = AssignOne(d, *source, name) || copied; });
+  ForEachName(names,
+              [&](const AnsiString& name) { copied = AssignOne(d, *source, name) || copied; });
   return copied;
 }
 
@@ -291,7 +292,8 @@ void Dump_ByValues(std::string_view names, const Variant& values, IPtr<IDump>& d
     return;
   }
   Integer i = 0;
-  ForEachName(namesCopy, [&](const AnsiString& name) { d.set_ByName(name, VarArrayGet(valuesCopy, i++)); });
+  ForEachName(namesCopy,
+              [&](const AnsiString& name) { d.set_ByName(name, VarArrayGet(valuesCopy, i++)); });
 }
 
 }  // namespace ostrel

@@ -50,10 +50,14 @@ AnsiString TypedItem(std::string_view name, const Variant& value) {
 // The texts the float conversion writes for the values that are no numbers; the variant
 // conversion does not read them, so the typed form's reader does.
 bool SpecialFloat(const AnsiString& text, double& value) {
-  if (text == "INF") value = std::numeric_limits<double>::infinity();
-  else if (text == "-INF") value = -std::numeric_limits<double>::infinity();
-  else if (text == "NAN") value = std::numeric_limits<double>::quiet_NaN();
-  else return false;
+  if (text == "INF")
+    value = std::numeric_limits<double>::infinity();
+  else if (text == "-INF")
+    value = -std::numeric_limits<double>::infinity();
+  else if (text == "NAN")
+    value = std::numeric_limits<double>::quiet_NaN();
+  else
+    return false;
   return true;
 }
 
@@ -87,10 +91,8 @@ class TypedDateSettings {
 
 Variant TypedValue(Integer type, const AnsiString& text) {
   switch (type) {
-    case varEmpty:
-      return Variant();
-    case varNull:
-      return Variant::Null();
+    case varEmpty: return Variant();
+    case varNull: return Variant::Null();
     case varDate: {
       if (text.empty()) return Variant();
       TDateTime value = 0;

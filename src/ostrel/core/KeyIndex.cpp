@@ -30,11 +30,8 @@ bool AsOrdinal(const Variant& v, Int64& out) {
     case varByte:
     case varWord:
     case varLongWord:
-    case varInt64:
-      out = VarToInt64(v);
-      return true;
-    default:
-      return false;
+    case varInt64: out = VarToInt64(v); return true;
+    default: return false;
   }
 }
 
@@ -283,8 +280,10 @@ void TkxKeyVarIndex::FreeKeyRec(TkxKeyRec* rec) noexcept {
 
 void TkxKeyVarIndex::SetKeyData(TkxKeyRec* rec, void* data) {
   Variant& cell = *static_cast<Variant*>(rec->Data);
-  if (data) cell = *static_cast<const Variant*>(data);
-  else cell.Clear();
+  if (data)
+    cell = *static_cast<const Variant*>(data);
+  else
+    cell.Clear();
 }
 
 // The variant forms hand the value's address through the untyped data pointer; the cell
@@ -339,8 +338,10 @@ Variant OSTREL_STDCALL TkxKeyData::get_KeyData(const Variant& key) {
 
 void OSTREL_STDCALL TkxKeyData::set_KeyData(const Variant& key, const Variant& value) {
   Integer index;
-  if (fIndex.FindKey(key, index)) fIndex.set_KeyData(index, value);
-  else fIndex.AddKey(key, value);
+  if (fIndex.FindKey(key, index))
+    fIndex.set_KeyData(index, value);
+  else
+    fIndex.AddKey(key, value);
 }
 
 Integer OSTREL_STDCALL TkxKeyData::Add(const Variant& key, const Variant& value) {

@@ -333,7 +333,8 @@ Variant OSTREL_STDCALL TkxDump::CallMethod(TObject* instance, TClass, std::strin
     if (t == varUnknown || t == varDispatch) {
       if (IPtr<IDump> source = VarToIntf(v).As<IDump>()) {
         Integer n = source->get_Count();
-        for (Integer i = 0; i < n; ++i) target->set_ByName(source->get_Name(i), source->get_Value(i));
+        for (Integer i = 0; i < n; ++i)
+          target->set_ByName(source->get_Name(i), source->get_Value(i));
       }
     }
   } else if (name == "REMOVE") {

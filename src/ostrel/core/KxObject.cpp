@@ -118,8 +118,7 @@ void TkxObject::FreeLinks() {
       continue;
     }
     Free(obj);  // its destructor removes its own record
-    if (fLinks && !fLinks->empty() && fLinks->front().Obj == obj)
-      fLinks->erase(fLinks->begin());
+    if (fLinks && !fLinks->empty() && fLinks->front().Obj == obj) fLinks->erase(fLinks->begin());
   }
   fLinks.reset();
   dropped.clear();

@@ -91,8 +91,7 @@ IPtr<IkxSysMonitor> TkxSysMonitor::Intf() { return gMonitor; }
 bool TkxSysMonitor::Active() { return static_cast<bool>(gMonitor); }
 
 void TkxSysMonitor::TraceStart(std::string_view text1, std::string_view text2,
-                               std::string_view text3, std::string_view text4,
-                               Integer& traceId) {
+                               std::string_view text3, std::string_view text4, Integer& traceId) {
   // Held for the call, so that a monitor unregistering itself meanwhile stays alive.
   if (IPtr<IkxSysMonitor> m = gMonitor) m->TraceStart(text1, text2, text3, text4, traceId);
 }

@@ -121,8 +121,7 @@ OSTREL_API void GetModuleIntf(std::string_view moduleName, std::string_view intf
                               const TGUID& iid, IPtr<IInterface>& ref);
 // The module's own interface, under the interface name "get_intf".
 OSTREL_API void GetModuleIntf(std::string_view moduleName, IPtr<IInterface>& result);
-OSTREL_API void GetModuleIntf(std::string_view moduleName, const TGUID& iid,
-                              IPtr<IInterface>& ref);
+OSTREL_API void GetModuleIntf(std::string_view moduleName, const TGUID& iid, IPtr<IInterface>& ref);
 
 // Typed forms of the identity forms: `IPtr<IDump> d; GetModuleIntf("mod", "params", d);`
 template <class T>

@@ -17,7 +17,8 @@ struct IInterfaceList;
 
 // Resource strings of the core.
 inline constexpr auto _SErrPropIsReadOnly = Cp1251(u8"%s: свойство \"%s\" только для чтения");
-inline constexpr auto _SErrDumpNameNotFount = Cp1251(u8"Элемент/параметр с именем \"%s\" не найден");
+inline constexpr auto _SErrDumpNameNotFount =
+    Cp1251(u8"Элемент/параметр с именем \"%s\" не найден");
 
 class TkxObject;
 
@@ -100,17 +101,13 @@ class OSTREL_API TkxObject : public TInterfacedObject,
 
 // Descendants that add interfaces route the IInterface slots of those interfaces to
 // TkxObject with this macro (each added interface brings its own copy of the three slots).
-#define OSTREL_KXOBJECT_IINTERFACE                                                      \
-  ::ostrel::HRESULT OSTREL_STDCALL QueryInterface(const ::ostrel::TGUID& iid, void** obj) \
-      override {                                                                        \
-    return ::ostrel::TkxObject::QueryInterface(iid, obj);                               \
-  }                                                                                     \
-  ::ostrel::Integer OSTREL_STDCALL _AddRef() override {                                 \
-    return ::ostrel::TkxObject::_AddRef();                                              \
-  }                                                                                     \
-  ::ostrel::Integer OSTREL_STDCALL _Release() override {                                \
-    return ::ostrel::TkxObject::_Release();                                             \
-  }
+#define OSTREL_KXOBJECT_IINTERFACE                                                               \
+  ::ostrel::HRESULT OSTREL_STDCALL QueryInterface(const ::ostrel::TGUID& iid, void** obj)        \
+      override {                                                                                 \
+    return ::ostrel::TkxObject::QueryInterface(iid, obj);                                        \
+  }                                                                                              \
+  ::ostrel::Integer OSTREL_STDCALL _AddRef() override { return ::ostrel::TkxObject::_AddRef(); } \
+  ::ostrel::Integer OSTREL_STDCALL _Release() override { return ::ostrel::TkxObject::_Release(); }
 
 // A TkxObject that is always self-owned.
 class OSTREL_API TkxInterfacedObject : public TkxObject {

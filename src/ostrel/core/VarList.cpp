@@ -85,7 +85,9 @@ Integer OSTREL_STDCALL TkxVarList::Remove(const IPtr<IkxVarItem>& item) {
   return fList->Remove(IPtr<IInterface>(static_cast<IInterface*>(item.Get())));
 }
 
-AnsiString OSTREL_STDCALL TkxVarList::get_Name(Integer index) { return get_Item(index)->get_Name(); }
+AnsiString OSTREL_STDCALL TkxVarList::get_Name(Integer index) {
+  return get_Item(index)->get_Name();
+}
 
 Integer OSTREL_STDCALL TkxVarList::get_Count() { return fList->GetCount(); }
 
@@ -204,21 +206,21 @@ void OSTREL_STDCALL TkxIDList::Clear() { fIDs.clear(); }
 void OSTREL_STDCALL TkxIDList::Sort() {
   ListQuickSort(
       0, static_cast<int>(fIDs.size()) - 1,
-      [this](int i, int j) { std::swap(fIDs[static_cast<std::size_t>(i)], fIDs[static_cast<std::size_t>(j)]); },
+      [this](int i, int j) {
+        std::swap(fIDs[static_cast<std::size_t>(i)], fIDs[static_cast<std::size_t>(j)]);
+      },
       [this](int i, int j) {
         return CompareInt(fIDs[static_cast<std::size_t>(i)], fIDs[static_cast<std::size_t>(j)]);
       });
 }
 
-bool OSTREL_STDCALL TkxIDList::IsSorted() {
-  return std::is_sorted(fIDs.begin(), fIDs.end());
-}
+bool OSTREL_STDCALL TkxIDList::IsSorted() { return std::is_sorted(fIDs.begin(), fIDs.end()); }
 
 bool OSTREL_STDCALL TkxIDList::IsEqual(const IPtr<IkxIDList>& other, bool ordered) {
   if (!other || other->get_Count() != get_Count()) return false;
   for (std::size_t i = 0; i < fIDs.size(); ++i) {
-    const bool same = ordered ? other->get_ID(static_cast<Integer>(i)) == fIDs[i]
-                              : other->IndexOf(fIDs[i]) >= 0;
+    const bool same =
+        ordered ? other->get_ID(static_cast<Integer>(i)) == fIDs[i] : other->IndexOf(fIDs[i]) >= 0;
     if (!same) return false;
   }
   return true;

@@ -80,7 +80,8 @@ void TBCServer::Open() {
   if (!devices->GetDeviceList(BCReaderKind, {}, names)) return;
   for (Integer i = 0; i < names.Count(); ++i) {
     IPtr<IInterface> intf;
-    if (!devices->GetDeviceIntf(BCReaderKind, {}, names[i], true, IBCReader::IID, intf) || !intf) continue;
+    if (!devices->GetDeviceIntf(BCReaderKind, {}, names[i], true, IBCReader::IID, intf) || !intf)
+      continue;
     IPtr<IBCReader> reader = intf.As<IBCReader>();
     if (!reader) continue;
     fDevices->Add(intf);
@@ -120,13 +121,15 @@ void TBCServer::RemoveReader(TBCReader* reader) {
 void TBCServer::GetDevList(std::vector<IPtr<IBCReader>>& list) const {
   list.clear();
   if (!fDevices) return;
-  for (Integer i = 0; i < fDevices->Count(); ++i) list.push_back(fDevices->Items(i).As<IBCReader>());
+  for (Integer i = 0; i < fDevices->Count(); ++i)
+    list.push_back(fDevices->Items(i).As<IBCReader>());
 }
 
 Integer TBCServer::GetDevCount() const { return fDevices ? fDevices->Count() : 0; }
 
 TBCReader* TBCServer::GetReader(Integer index) const {
-  if (index < 0 || index >= GetReaderCount()) throw EListError(Format(SysConst::SListIndexError, index));
+  if (index < 0 || index >= GetReaderCount())
+    throw EListError(Format(SysConst::SListIndexError, index));
   return fReaders[static_cast<std::size_t>(index)];
 }
 

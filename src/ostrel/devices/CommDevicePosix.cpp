@@ -58,7 +58,8 @@ using Clock = std::chrono::steady_clock;
 // Milliseconds left until the deadline, for poll: -1 without a deadline, never negative.
 int MsLeft(bool limited, Clock::time_point deadline) {
   if (!limited) return -1;
-  auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+  auto left =
+      std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
   if (left <= 0) return 0;
   return static_cast<int>(std::min<long long>(left, INT_MAX));
 }
@@ -124,10 +125,12 @@ class TPosixDevice final : public TCommDevice {
     termios2 t{};
     Check(Ioctl(fFd, TCGETS2, &t));
     // Raw bytes both ways: no line editing, echo, signals or character translation.
-    t.c_iflag &= ~(IGNBRK | BRKINT | PARMRK | ISTRIP | INLCR | IGNCR | ICRNL | IXON | IXOFF | IXANY | INPCK);
+    t.c_iflag &=
+        ~(IGNBRK | BRKINT | PARMRK | ISTRIP | INLCR | IGNCR | ICRNL | IXON | IXOFF | IXANY | INPCK);
     t.c_oflag &= ~OPOST;
     t.c_lflag &= ~(ECHO | ECHONL | ICANON | ISIG | IEXTEN);
-    t.c_cflag &= ~(CSIZE | PARENB | PARODD | CMSPAR | CSTOPB | CRTSCTS | CBAUD | (CBAUD << IBSHIFT));
+    t.c_cflag &=
+        ~(CSIZE | PARENB | PARODD | CMSPAR | CSTOPB | CRTSCTS | CBAUD | (CBAUD << IBSHIFT));
     static constexpr tcflag_t sizes[] = {CS5, CS6, CS7, CS8};
     t.c_cflag |= CREAD | CLOCAL | BOTHER | (BOTHER << IBSHIFT) | sizes[dcb.ByteSize - 5];
     t.c_ispeed = t.c_ospeed = dcb.BaudRate;
@@ -207,14 +210,16 @@ class TPosixDevice final : public TCommDevice {
     if (t.ReadInterval == Largest && t.ReadTotalMultiplier == Largest && t.ReadTotalConstant != 0 &&
         t.ReadTotalConstant != Largest) {
       // What is queued, or else the first bytes to arrive within the constant.
-      if (got > 0 || !Ready(POLLIN, static_cast<int>(std::min<Cardinal>(t.ReadTotalConstant, INT_MAX))))
+      if (got > 0 ||
+          !Ready(POLLIN, static_cast<int>(std::min<Cardinal>(t.ReadTotalConstant, INT_MAX))))
         return got;
       return Move(false, p, count);
     }
     bool limited = t.ReadTotalMultiplier != 0 || t.ReadTotalConstant != 0;
     Clock::time_point deadline =
-        Clock::now() + std::chrono::milliseconds(static_cast<long long>(t.ReadTotalMultiplier) * count +
-                                                 t.ReadTotalConstant);
+        Clock::now() +
+        std::chrono::milliseconds(static_cast<long long>(t.ReadTotalMultiplier) * count +
+                                  t.ReadTotalConstant);
     bool interval = t.ReadInterval != 0 && t.ReadInterval != Largest;
     while (got < count) {
       int wait = MsLeft(limited, deadline);
@@ -239,8 +244,9 @@ class TPosixDevice final : public TCommDevice {
     auto* p = static_cast<char*>(buffer);
     bool limited = t.WriteTotalMultiplier != 0 || t.WriteTotalConstant != 0;
     Clock::time_point deadline =
-        Clock::now() + std::chrono::milliseconds(static_cast<long long>(t.WriteTotalMultiplier) * count +
-                                                 t.WriteTotalConstant);
+        Clock::now() +
+        std::chrono::milliseconds(static_cast<long long>(t.WriteTotalMultiplier) * count +
+                                  t.WriteTotalConstant);
     Integer done = 0;
     for (;;) {
       done += Move(true, p + done, count - done);
@@ -314,7 +320,8 @@ class TPosixDevice final : public TCommDevice {
     int e = errno;
     fLost.store(true, std::memory_order_release);
     if (!operation) return;
-    throw EOSError(Format("%s: the device went away (%s)", operation, SysErrorMessage(static_cast<Cardinal>(e))),
+    throw EOSError(Format("%s: the device went away (%s)", operation,
+                          SysErrorMessage(static_cast<Cardinal>(e))),
                    static_cast<Cardinal>(e));
   }
 
@@ -375,8 +382,7 @@ class TPosixWaiter final : public TCommWaiter {
       Cardinal got = 0;
       for (int i = 0; i < n; ++i) {
         switch (ev[i].data.u32) {
-          case 0:
-            return false;
+          case 0: return false;
           case 1:
             if (ev[i].events & EPOLLIN) {
               got |= CommMask::RxChar;
@@ -467,11 +473,16 @@ namespace {
 
 AnsiString OpenFailure(int e) {
   switch (e) {
-    case ENOENT: case ENXIO: case ENODEV: return CommConst::SReasonNoDevice.Str();
+    case ENOENT:
+    case ENXIO:
+    case ENODEV: return CommConst::SReasonNoDevice.Str();
     case ENOTTY: return CommConst::SReasonNotSerial.Str();
     case EISDIR: return CommConst::SReasonDirectory.Str();
-    case EACCES: case EPERM: case EROFS: return CommConst::SReasonAccess.Str();
-    case EBUSY: case EWOULDBLOCK: return CommConst::SReasonBusy.Str();
+    case EACCES:
+    case EPERM:
+    case EROFS: return CommConst::SReasonAccess.Str();
+    case EBUSY:
+    case EWOULDBLOCK: return CommConst::SReasonBusy.Str();
     default: return SysErrorMessage(static_cast<Cardinal>(e));
   }
 }
@@ -525,7 +536,9 @@ std::shared_ptr<TCommDevice> TCommDevice::Open(const AnsiString& path, AnsiStrin
   return std::make_shared<TPosixDevice>(fd, original);
 }
 
-AnsiString TCommDevice::DefaultPath(Integer portNumber) { return Format("/dev/ttyS%d", portNumber - 1); }
+AnsiString TCommDevice::DefaultPath(Integer portNumber) {
+  return Format("/dev/ttyS%d", portNumber - 1);
+}
 
 void TCommDevice::RaiseNotOpen() { RaiseLastOSError(EBADF); }
 

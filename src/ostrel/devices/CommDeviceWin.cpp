@@ -34,7 +34,8 @@ bool IsGoneError(DWORD e) {
 // A manual-reset event, closed with its owner.
 class TEvent {
  public:
-  explicit TEvent(bool signalled) : fHandle(::CreateEventA(nullptr, TRUE, signalled ? TRUE : FALSE, nullptr)) {
+  explicit TEvent(bool signalled)
+      : fHandle(::CreateEventA(nullptr, TRUE, signalled ? TRUE : FALSE, nullptr)) {
     if (!fHandle) RaiseLastOSError();
   }
   ~TEvent() { ::CloseHandle(fHandle); }
@@ -70,8 +71,8 @@ class TWinDevice final : public TCommDevice {
   }
 
   void SetTimeouts(const TCommTimeoutValues& t) override {
-    COMMTIMEOUTS c{t.ReadInterval, t.ReadTotalMultiplier, t.ReadTotalConstant, t.WriteTotalMultiplier,
-                   t.WriteTotalConstant};
+    COMMTIMEOUTS c{t.ReadInterval, t.ReadTotalMultiplier, t.ReadTotalConstant,
+                   t.WriteTotalMultiplier, t.WriteTotalConstant};
     Check(::SetCommTimeouts(fHandle, &c));
   }
 
@@ -117,7 +118,8 @@ class TWinDevice final : public TCommDevice {
     DWORD e = ::GetLastError();
     if (!IsGoneError(e)) RaiseLastOSError(e);
     MarkLost();
-    throw EOSError(Format("%s: the device went away (%s)", write ? "Write" : "Read", SysErrorMessage(e)), e);
+    throw EOSError(
+        Format("%s: the device went away (%s)", write ? "Write" : "Read", SysErrorMessage(e)), e);
   }
 
   HANDLE fHandle;
@@ -206,8 +208,9 @@ class TWinCommWindow final : public TCommWindow {
       wc.lpszClassName = "TkxCommPortWindow";
       return ::RegisterClassA(&wc);
     }();
-    fHandle = ::CreateWindowExA(0, reinterpret_cast<LPCSTR>(static_cast<ULONG_PTR>(windowClass)), "", 0,
-                                0, 0, 0, 0, HWND_MESSAGE, nullptr, ::GetModuleHandleA(nullptr), nullptr);
+    fHandle =
+        ::CreateWindowExA(0, reinterpret_cast<LPCSTR>(static_cast<ULONG_PTR>(windowClass)), "", 0,
+                          0, 0, 0, 0, HWND_MESSAGE, nullptr, ::GetModuleHandleA(nullptr), nullptr);
     if (!fHandle) RaiseLastOSError();
     ::SetWindowLongPtrA(fHandle, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
   }
@@ -216,7 +219,8 @@ class TWinCommWindow final : public TCommWindow {
   void Detach() noexcept override { fPort.store(nullptr); }
   void Send(Cardinal mask) override { ::SendMessageA(fHandle, CM_COMMEVENT, mask, 0); }
   void Default(TMessage& m) override {
-    m.Result = ::DefWindowProcA(fHandle, m.Msg, static_cast<WPARAM>(m.WParam), static_cast<LPARAM>(m.LParam));
+    m.Result = ::DefWindowProcA(fHandle, m.Msg, static_cast<WPARAM>(m.WParam),
+                                static_cast<LPARAM>(m.LParam));
   }
   // A worker inside SendMessageA waits for this thread to take sent messages.
   void WaitForSender(TThread& worker) override {
@@ -243,12 +247,14 @@ class TWinCommWindow final : public TCommWindow {
 
 AnsiString OpenFailure(DWORD e) {
   switch (e) {
-    case ERROR_FILE_NOT_FOUND: case ERROR_PATH_NOT_FOUND: case ERROR_BAD_NETPATH:
-    case ERROR_INVALID_NAME: case ERROR_DEV_NOT_EXIST:
-      return CommConst::SReasonNoDevice.Str();
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+    case ERROR_BAD_NETPATH:
+    case ERROR_INVALID_NAME:
+    case ERROR_DEV_NOT_EXIST: return CommConst::SReasonNoDevice.Str();
     // The COM driver answers a second opener with access denied, so this is the likely case.
-    case ERROR_ACCESS_DENIED: case ERROR_SHARING_VIOLATION:
-      return CommConst::SReasonBusy.Str();
+    case ERROR_ACCESS_DENIED:
+    case ERROR_SHARING_VIOLATION: return CommConst::SReasonBusy.Str();
     default: return SysErrorMessage(e);
   }
 }
@@ -273,7 +279,9 @@ std::shared_ptr<TCommDevice> TCommDevice::Open(const AnsiString& path, AnsiStrin
   return std::make_shared<TWinDevice>(h);
 }
 
-AnsiString TCommDevice::DefaultPath(Integer portNumber) { return Format("\\\\.\\COM%d", portNumber); }
+AnsiString TCommDevice::DefaultPath(Integer portNumber) {
+  return Format("\\\\.\\COM%d", portNumber);
+}
 
 void TCommDevice::RaiseNotOpen() { RaiseLastOSError(ERROR_INVALID_HANDLE); }
 

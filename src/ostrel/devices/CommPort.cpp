@@ -26,10 +26,9 @@ OSTREL_DEFINE_CLASS(TkxCommPort)
 namespace {
 
 // The Windows mask bit of each event, in event order.
-constexpr Cardinal EventBits[10] = {CommMask::RxChar, CommMask::TxEmpty, CommMask::RxFlag,
-                                    CommMask::Ring,   CommMask::Break,   CommMask::Cts,
-                                    CommMask::Dsr,    CommMask::Err,     CommMask::Rlsd,
-                                    CommMask::Rx80Full};
+constexpr Cardinal EventBits[10] = {
+    CommMask::RxChar, CommMask::TxEmpty, CommMask::RxFlag, CommMask::Ring, CommMask::Break,
+    CommMask::Cts,    CommMask::Dsr,     CommMask::Err,    CommMask::Rlsd, CommMask::Rx80Full};
 
 std::mutex deviceMapLock;
 std::map<Integer, AnsiString> deviceMap;
@@ -99,8 +98,12 @@ class TkxCommEventThread : public TThread {
   // that may still be sending.
   TkxCommEventThread(TkxCommPort* port, std::shared_ptr<TCommDevice> device, Cardinal mask,
                      std::unique_ptr<TCommWindow> window)
-      : TThread(true), fPort(port), fDevice(std::move(device)), fWindow(std::move(window)),
-        fSyncMethod(port->SyncMethod()), fWaiter(fDevice->CreateWaiter(mask)) {}
+      : TThread(true),
+        fPort(port),
+        fDevice(std::move(device)),
+        fWindow(std::move(window)),
+        fSyncMethod(port->SyncMethod()),
+        fWaiter(fDevice->CreateWaiter(mask)) {}
 
   ~TkxCommEventThread() override {
     if (ThreadID() == std::thread::id()) return;  // never started
@@ -213,7 +216,8 @@ void TkxCommPort::Open() {
     if (!fEvents.Empty()) {
       auto window = fSyncMethod == smWindowSync ? TCommWindow::Create(this) : nullptr;
       // Created suspended: the port is complete before a handler can see it.
-      auto thread = std::make_unique<TkxCommEventThread>(this, fDevice, EventsToMask(fEvents), std::move(window));
+      auto thread = std::make_unique<TkxCommEventThread>(this, fDevice, EventsToMask(fEvents),
+                                                         std::move(window));
       fWindow = thread->Window();
       fThread = std::move(thread);
       // Last: from here on a handler (on the worker, with smNone) may already close the port.
@@ -307,12 +311,14 @@ void CheckParity(Integer value) {
 
 void CheckStopBits(Integer value) {
   if (value < sb1 || value > sb2)
-    throw EInvalidArgument(Format("SetStopBits: stop bits %d are outside 0 (one) to 2 (two)", value));
+    throw EInvalidArgument(
+        Format("SetStopBits: stop bits %d are outside 0 (one) to 2 (two)", value));
 }
 
 void CheckFlowControl(Integer value) {
   if (value < fcNone || value > fcXonXoff)
-    throw EInvalidArgument(Format("SetFlowControl: flow control %d is outside 0 (none) to 2 (xon/xoff)", value));
+    throw EInvalidArgument(
+        Format("SetFlowControl: flow control %d is outside 0 (none) to 2 (xon/xoff)", value));
 }
 
 }  // namespace
@@ -408,8 +414,9 @@ void TkxCommPort::UpdateTimeouts() {
   if (!fDevice) return;
   auto value = [](Integer v) { return v < 0 ? 0xFFFFFFFFu : static_cast<Cardinal>(v); };
   const TkxCommTimeouts& t = *fTimeouts;
-  fDevice->SetTimeouts({value(t.ReadInterval()), value(t.ReadTotalMultiplier()), value(t.ReadTotalConstant()),
-                        value(t.WriteTotalMultiplier()), value(t.WriteTotalConstant())});
+  fDevice->SetTimeouts({value(t.ReadInterval()), value(t.ReadTotalMultiplier()),
+                        value(t.ReadTotalConstant()), value(t.WriteTotalMultiplier()),
+                        value(t.WriteTotalConstant())});
 }
 
 void TkxCommPort::ClearBuffers() {
@@ -430,7 +437,8 @@ Integer TkxCommPort::OutputCount() {
   return out;
 }
 
-Integer TkxCommPort::Transfer(TTransfer op, void* buffer, Integer count, Integer timeout, Cardinal budget) {
+Integer TkxCommPort::Transfer(TTransfer op, void* buffer, Integer count, Integer timeout,
+                              Cardinal budget) {
   using Clock = std::chrono::steady_clock;
   Cardinal limit = timeout < 0 ? budget : static_cast<Cardinal>(timeout);
   Clock::time_point start = Clock::now();
@@ -445,15 +453,17 @@ Integer TkxCommPort::Transfer(TTransfer op, void* buffer, Integer count, Integer
     count -= n;
     total += n;
     p += n;
-    auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+    auto elapsed =
+        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
     if (elapsed >= static_cast<long long>(limit)) break;
     Application::ProcessMessages();
     if (count <= 0) break;
     // A short transfer has emptied (or filled) the driver's queue: asking again at once would
     // only move nothing, so wait for the device first (briefly, so that the main thread's
     // queue keeps running).
-    device->WaitReady(op == static_cast<TTransfer>(&TCommDevice::Write),
-                      static_cast<int>(std::min<long long>(10, static_cast<long long>(limit) - elapsed)));
+    device->WaitReady(
+        op == static_cast<TTransfer>(&TCommDevice::Write),
+        static_cast<int>(std::min<long long>(10, static_cast<long long>(limit) - elapsed)));
   }
   return total;
 }
@@ -464,7 +474,8 @@ Integer TkxCommPort::Read(void* buffer, Integer count, Integer timeout) {
 
 Integer TkxCommPort::Write(const void* buffer, Integer count, Integer timeout) {
   // The device only reads the bytes; one transfer loop serves both directions.
-  return Transfer(&TCommDevice::Write, const_cast<void*>(buffer), count, timeout, fBuffer->WriteTimeout);
+  return Transfer(&TCommDevice::Write, const_cast<void*>(buffer), count, timeout,
+                  fBuffer->WriteTimeout);
 }
 
 Integer TkxCommPort::ReadStr(AnsiString& s, Integer count, Integer timeout) {
@@ -530,8 +541,8 @@ AnsiString TkxCommPort::ParamsText() const {
   // One and a half stop bits are saved as one: the saved text reads back as one stop bit.
   static constexpr const char* stopTexts[] = {"1", "1", "2"};
   return Format("COM%d: BAUD=%d PARITY=%s DATA=%d STOP=%s", static_cast<Integer>(fPortNumber),
-                static_cast<Int64>(fBaudRate), parityLetters[fParity], static_cast<Integer>(fDataBits),
-                stopTexts[fStopBits]);
+                static_cast<Int64>(fBaudRate), parityLetters[fParity],
+                static_cast<Integer>(fDataBits), stopTexts[fStopBits]);
 }
 
 bool TkxCommPort::RegSaveParams(TRootKey rootKey, std::string_view key) {

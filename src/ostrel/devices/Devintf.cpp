@@ -9,7 +9,9 @@ namespace {
 std::atomic<TDevicesProvider> devicesProvider{nullptr};
 }  // namespace
 
-TDevicesProvider SetDevicesProvider(TDevicesProvider provider) { return devicesProvider.exchange(provider); }
+TDevicesProvider SetDevicesProvider(TDevicesProvider provider) {
+  return devicesProvider.exchange(provider);
+}
 
 void GetDevices(IPtr<IDevices>& devices) {
   devices = nullptr;

@@ -32,7 +32,16 @@ enum TkxCommPortStopBits : Byte { sb1, sb1p5, sb2 };
 enum TkxCommPortFlowControl : Byte { fcNone, fcHardware, fcXonXoff };
 enum TkxCommSyncMethod : Byte { smThreadSync, smWindowSync, smNone };
 enum TkxCommEvent : Byte {
-  evRxChar, evTxEmpty, evRxFlag, evRing, evBreak, evCTS, evDSR, evError, evRLSD, evRx80Full
+  evRxChar,
+  evTxEmpty,
+  evRxFlag,
+  evRing,
+  evBreak,
+  evCTS,
+  evDSR,
+  evError,
+  evRLSD,
+  evRx80Full
 };
 
 // A set of TkxCommEvent in 16 bits, bit n for the n-th event.
@@ -68,21 +77,21 @@ class TkxCommEvents {
 // The Windows line-event mask bits, under names that do not meet windows.h's macros.
 namespace CommMask {
 inline constexpr Cardinal RxChar = 0x0001, RxFlag = 0x0002, TxEmpty = 0x0004, Cts = 0x0008,
-                          Dsr = 0x0010, Rlsd = 0x0020, Break = 0x0040, Err = 0x0080,
-                          Ring = 0x0100, Rx80Full = 0x0400;
+                          Dsr = 0x0010, Rlsd = 0x0020, Break = 0x0040, Err = 0x0080, Ring = 0x0100,
+                          Rx80Full = 0x0400;
 }
 
 // Event set <-> Windows event mask; bits outside the ten events are dropped.
 OSTREL_API Cardinal EventsToMask(TkxCommEvents events);
 OSTREL_API TkxCommEvents MaskToEvents(Cardinal mask);
 
-using TkxCommPortNumber = Byte;      // 1 to 16
+using TkxCommPortNumber = Byte;        // 1 to 16
 using TkxCommPortBaudRate = Cardinal;  // a rate of CommBaudRates
-using TkxCommPortDataBits = Byte;    // 5 to 8
+using TkxCommPortDataBits = Byte;      // 5 to 8
 
 // The standard rates; entry 0 is never chosen.
-inline constexpr Cardinal CommBaudRates[16] = {0,     110,   300,   600,   1200,   2400,
-                                               4800,  9600,  14400, 19200, 38400,  56000,
+inline constexpr Cardinal CommBaudRates[16] = {0,     110,    300,    600,   1200,  2400,
+                                               4800,  9600,   14400,  19200, 38400, 56000,
                                                57600, 115200, 128000, 256000};
 // The last listed rate not above value: 110 below 110, 256000 above 256000.
 OSTREL_API Cardinal RoundBaudRate(Cardinal value);

@@ -31,8 +31,9 @@ std::optional<Cardinal> ParseRate(std::string_view s) {
   Int64 v = 0;
   if (s.empty() || s.size() > 9 || !TryStrToInt64(s, v) || v <= 0 || s[0] < '0' || s[0] > '9')
     return std::nullopt;
-  static constexpr std::pair<int, Cardinal> shortRates[] = {
-      {11, 110}, {15, 150}, {30, 300}, {60, 600}, {12, 1200}, {24, 2400}, {48, 4800}, {96, 9600}, {19, 19200}};
+  static constexpr std::pair<int, Cardinal> shortRates[] = {{11, 110},  {15, 150},  {30, 300},
+                                                            {60, 600},  {12, 1200}, {24, 2400},
+                                                            {48, 4800}, {96, 9600}, {19, 19200}};
   if (s.size() == 2)
     for (auto [abbr, rate] : shortRates)
       if (v == abbr) return rate;
@@ -79,11 +80,16 @@ bool ParseSwitch(std::string_view s, Cardinal bit, Cardinal& flags) {
 bool ParseControl(std::string_view s, Cardinal mask, Cardinal enable, Cardinal handshake,
                   std::optional<Cardinal> toggle, Cardinal& flags) {
   Cardinal value;
-  if (SameText(s, "on")) value = enable;
-  else if (SameText(s, "off")) value = 0;
-  else if (SameText(s, "hs")) value = handshake;
-  else if (toggle && SameText(s, "tg")) value = *toggle;
-  else return false;
+  if (SameText(s, "on"))
+    value = enable;
+  else if (SameText(s, "off"))
+    value = 0;
+  else if (SameText(s, "hs"))
+    value = handshake;
+  else if (toggle && SameText(s, "tg"))
+    value = *toggle;
+  else
+    return false;
   flags = (flags & ~mask) | value;
   return true;
 }

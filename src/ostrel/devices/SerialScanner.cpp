@@ -41,8 +41,9 @@ class TSerialBCReader : public TInterfacedObject, public IBCReader {
     fPort.OnEvent = [this](TObject*, TkxCommEvents) {
       if (fLostReported || !fPort.DeviceLost()) return;  // a line error, not a loss
       fLostReported = true;
-      AnsiString where = fConfig.Device.empty() ? Format("COM%d", static_cast<Integer>(fPort.PortNumber()))
-                                                : fConfig.Device;
+      AnsiString where = fConfig.Device.empty()
+                             ? Format("COM%d", static_cast<Integer>(fPort.PortNumber()))
+                             : fConfig.Device;
       ReportLost(fConfig.Name, Format(CommConst::SDeviceGone.Str(), where));
     };
   }
@@ -54,11 +55,15 @@ class TSerialBCReader : public TInterfacedObject, public IBCReader {
   Integer OSTREL_STDCALL _AddRef() override { return TInterfacedObject::_AddRef(); }
   Integer OSTREL_STDCALL _Release() override { return TInterfacedObject::_Release(); }
   bool GetInterface(const TGUID& iid, void** obj) override {
-    return GetInterfaceEntry<IBCReader, IDevice>(this, iid, obj) || TInterfacedObject::GetInterface(iid, obj);
+    return GetInterfaceEntry<IBCReader, IDevice>(this, iid, obj) ||
+           TInterfacedObject::GetInterface(iid, obj);
   }
 
   void OSTREL_STDCALL GetInfo(TDeviceInfo& info) override {
-    info = TDeviceInfo{AnsiString(BCReaderKind), {}, fConfig.Name, "SERIAL",
+    info = TDeviceInfo{AnsiString(BCReaderKind),
+                       {},
+                       fConfig.Name,
+                       "SERIAL",
                        Dev_RegPath(BCReaderKind, fConfig.Name, SerialScannerRegKey)};
   }
   bool OSTREL_STDCALL GetActive() override { return fPort.Active(); }
@@ -89,7 +94,8 @@ class TSerialBCReader : public TInterfacedObject, public IBCReader {
 
 class TSerialDevices : public TInterfacedObject, public IDevices {
  public:
-  explicit TSerialDevices(std::vector<TSerialScannerConfig> scanners) : fScanners(std::move(scanners)) {}
+  explicit TSerialDevices(std::vector<TSerialScannerConfig> scanners)
+      : fScanners(std::move(scanners)) {}
 
   HRESULT OSTREL_STDCALL QueryInterface(const TGUID& iid, void** obj) override {
     return TInterfacedObject::QueryInterface(iid, obj);
@@ -100,15 +106,16 @@ class TSerialDevices : public TInterfacedObject, public IDevices {
     return GetInterfaceEntry<IDevices>(this, iid, obj) || TInterfacedObject::GetInterface(iid, obj);
   }
 
-  bool OSTREL_STDCALL GetDeviceList(std::string_view kind, std::string_view filter, TStringList& list) override {
+  bool OSTREL_STDCALL GetDeviceList(std::string_view kind, std::string_view filter,
+                                    TStringList& list) override {
     if (!SameText(kind, BCReaderKind)) return false;
     for (const TSerialScannerConfig& s : fScanners)
       if (filter.empty() || AnsiPosText(filter, s.Name) > 0) list.Add(s.Name);
     return true;
   }
 
-  bool OSTREL_STDCALL GetDeviceIntf(std::string_view kind, std::string_view, std::string_view name, bool open,
-                                    const TGUID& iid, IPtr<IInterface>& intf) override {
+  bool OSTREL_STDCALL GetDeviceIntf(std::string_view kind, std::string_view, std::string_view name,
+                                    bool open, const TGUID& iid, IPtr<IInterface>& intf) override {
     intf = nullptr;
     if (!SameText(kind, BCReaderKind)) return false;
     for (const TSerialScannerConfig& s : fScanners) {
@@ -169,7 +176,8 @@ std::vector<TSerialScannerConfig> LoadSerialScanners() {
         list.SetDelimiter(';');
         list.SetDelimitedText(codes);
         config.Terminators.clear();
-        for (Integer j = 0; j < list.Count(); ++j) config.Terminators += static_cast<char>(StrToInt(list[j]));
+        for (Integer j = 0; j < list.Count(); ++j)
+          config.Terminators += static_cast<char>(StrToInt(list[j]));
       }
     }
     scanners.push_back(std::move(config));

@@ -10,10 +10,12 @@
 // Scanners come either from the list given at registration or from the settings store
 // (HKEY_CURRENT_USER), under
 //   \Software\Velmora Soft\Devices\BCREADER         "Devices" = "Name1;Name2"
-//   \Software\Velmora Soft\Devices\BCREADER\<name>  "Comm.DCB" = "COM3: BAUD=9600 PARITY=N DATA=8 STOP=1"
+//   \Software\Velmora Soft\Devices\BCREADER\<name>  "Comm.DCB" = "COM3: BAUD=9600 PARITY=N DATA=8
+//   STOP=1"
 //                                                   "Device" = "/dev/ttyUSB0" (optional)
 //                                                   "Terminator" = "13" (codes of the characters
-//                                                   that end a code, separated by ";"; CR by default)
+//                                                   that end a code, separated by ";"; CR by
+//                                                   default)
 #pragma once
 
 #include <ostrel/devices/Devintf.h>

@@ -46,9 +46,7 @@ TDateTime AddMonths(TDateTime d, Int64 months) {
 bool TkxDateIntervalPr::GetPeriod(Integer kind, TDateTime d, TDateTime& lo, TDateTime& hi) {
   d = IntoCalendar(d);
   switch (kind) {
-    case pkDay:
-      lo = hi = d;
-      break;
+    case pkDay: lo = hi = d; break;
     case pkWeek: {
       const TDateTime monday = std::trunc(d) - (DayOfTheWeek(d) - 1);
       lo = monday;
@@ -107,8 +105,7 @@ TDateTime TkxDateIntervalPr::GetNearDT(TDateTime lo, TDateTime hi, bool keepToda
   return today;
 }
 
-void TkxDateIntervalPr::CheckPeriod(Integer kind, Integer prevKind, TDateTime& lo,
-                                    TDateTime& hi) {
+void TkxDateIntervalPr::CheckPeriod(Integer kind, Integer prevKind, TDateTime& lo, TDateTime& hi) {
   if (kind == pkInterval) {
     if (lo > hi) std::swap(lo, hi);
     return;

@@ -33,8 +33,7 @@ Integer DaysUp(Int64 seconds) { return Clamped((seconds + 86399) / 86400); }
 
 }  // namespace
 
-TkxDateRanges::TkxDateRanges()
-    : fKeys(std::make_unique<TkxKeyIndex>(dupAccept, true, true)) {}
+TkxDateRanges::TkxDateRanges() : fKeys(std::make_unique<TkxKeyIndex>(dupAccept, true, true)) {}
 
 TkxDateRanges::~TkxDateRanges() = default;
 

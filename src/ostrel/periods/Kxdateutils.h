@@ -21,7 +21,7 @@ namespace ostrel {
 // each function for what it does with one).
 enum TkxDatePeriodKind : Integer {
   pkDay = 0,
-  pkWeek = 1,      // ISO week, Monday to Sunday
+  pkWeek = 1,  // ISO week, Monday to Sunday
   pkMonth = 2,
   pkQuarter = 3,
   pkHalfYear = 4,
@@ -96,8 +96,8 @@ class OSTREL_API TkxDateIntervalPr {
   // The period [lo, hi] moved by step units. An interval only widens: a step below 1 moves
   // the low bound, any other the high bound. From and until move their one bound. A shifted
   // month is not recomputed (its high bound is clamped, not re-anchored).
-  static void IncPeriod(Integer kind, Integer step, TDateTime lo, TDateTime hi,
-                        TDateTime& newLo, TDateTime& newHi);
+  static void IncPeriod(Integer kind, Integer step, TDateTime lo, TDateTime hi, TDateTime& newLo,
+                        TDateTime& newHi);
 };
 
 // Closed date-time ranges kept as one sorted list of keys: range i is the keys 2i (its low

@@ -136,8 +136,7 @@ AnsiString DatePeriodInfoStr(Integer kind, TDateTime d1, TDateTime d2, bool deta
       return FormatDateTime("dd mmmm yyyy", d1);
     case pkWeek:
       if (!detailed) return NumberedOfYear(kWeek.View(), WeekOfTheYear(d1), d1);
-      return Format("%s (" + ForPattern(kWeekShort.View()) + ")",
-                    DatePeriodToStrEx(d1, d2, '.'));
+      return Format("%s (" + ForPattern(kWeekShort.View()) + ")", DatePeriodToStrEx(d1, d2, '.'));
     case pkMonth: return FormatDateTime("mmmm yyyy", d1);
     case pkQuarter: return NumberedOfYear(kQuarter.View(), QuarterOf(d1), d1);
     case pkHalfYear: return NumberedOfYear(kHalfYear.View(), HalfYearOf(d1), d1);

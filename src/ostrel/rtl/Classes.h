@@ -190,7 +190,8 @@ enum TDuplicates { dupIgnore, dupAccept, dupError };
 
 class TStringList;
 // Compares the strings at two indexes of the list: negative, zero or positive.
-using TStringListSortCompare = std::function<int(TStringList& list, Integer index1, Integer index2)>;
+using TStringListSortCompare =
+    std::function<int(TStringList& list, Integer index1, Integer index2)>;
 
 // A list of strings, each with an object slot. The slot holds either a TObject or an
 // untyped pointer (for data that is no TObject); the list remembers which, so that

@@ -22,8 +22,8 @@ void TPersistent::Assign(const TPersistent* source) {
 void TPersistent::AssignTo(TPersistent* dest) const { dest->AssignError(this); }
 
 void TPersistent::AssignError(const TPersistent* source) const {
-  throw EConvertError(Format("Cannot assign a %s to a %s",
-                             source ? source->ClassName() : "nil", ClassName()));
+  throw EConvertError(
+      Format("Cannot assign a %s to a %s", source ? source->ClassName() : "nil", ClassName()));
 }
 
 // ---------------------------------------------------------------------------------------
@@ -74,12 +74,15 @@ TCollectionItem* TCollection::Items(Integer index) const {
   return fItems[static_cast<std::size_t>(index)];
 }
 
-void TCollection::SetItems(Integer index, const TCollectionItem* value) { Items(index)->Assign(value); }
+void TCollection::SetItems(Integer index, const TCollectionItem* value) {
+  Items(index)->Assign(value);
+}
 
 TCollectionItem* TCollection::Add() {
   TCollectionItem* item = fItemFactory(this);
   if (!item || item->fCollection != this)
-    throw EInvalidOperation(Format("%s: the item factory made no item of this collection", ClassName()));
+    throw EInvalidOperation(
+        Format("%s: the item factory made no item of this collection", ClassName()));
   return item;
 }
 

@@ -153,13 +153,17 @@ void TComponent::RemoveFreeNotification(TComponent* component) {
 }
 
 void TComponent::SetLoading(bool value) {
-  if (value) fState.Include(csLoading);
-  else fState.Exclude(csLoading);
+  if (value)
+    fState.Include(csLoading);
+  else
+    fState.Exclude(csLoading);
 }
 
 void TComponent::SetDesigning(bool value, bool inclSubComponents) {
-  if (value) fState.Include(csDesigning);
-  else fState.Exclude(csDesigning);
+  if (value)
+    fState.Include(csDesigning);
+  else
+    fState.Exclude(csDesigning);
   if (inclSubComponents)
     for (TComponent* c : fComponents) c->SetDesigning(value, true);
 }

@@ -10,11 +10,11 @@
 #include <cstdlib>
 
 #if defined(_WIN32)
-#  include <windows.h>
+#include <windows.h>
 #else
-#  include <fcntl.h>
-#  include <poll.h>
-#  include <unistd.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
 #endif
 
 namespace ostrel {
@@ -67,11 +67,12 @@ std::ptrdiff_t ReadStdInput(void* buffer, std::size_t size) {
     return -1;
   }
   HANDLE self = nullptr;
-  ::DuplicateHandle(::GetCurrentProcess(), ::GetCurrentThread(), ::GetCurrentProcess(), &self, 0, FALSE,
-                    DUPLICATE_SAME_ACCESS);
+  ::DuplicateHandle(::GetCurrentProcess(), ::GetCurrentThread(), ::GetCurrentProcess(), &self, 0,
+                    FALSE, DUPLICATE_SAME_ACCESS);
   wake.reader.store(self);
   DWORD got = 0;
-  BOOL ok = ::ReadFile(::GetStdHandle(STD_INPUT_HANDLE), buffer, static_cast<DWORD>(size), &got, nullptr);
+  BOOL ok =
+      ::ReadFile(::GetStdHandle(STD_INPUT_HANDLE), buffer, static_cast<DWORD>(size), &got, nullptr);
   DWORD error = ok ? 0 : ::GetLastError();
   wake.reader.store(nullptr);
   if (self) ::CloseHandle(self);

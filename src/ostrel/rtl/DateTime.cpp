@@ -9,7 +9,7 @@
 #include <ctime>
 
 #if defined(_WIN32)
-#  include <windows.h>
+#include <windows.h>
 #endif
 
 namespace ostrel {
@@ -304,9 +304,7 @@ class DateFormatter {
         case ':':
           if (fSettings.TimeSeparator != 0) fOut.push_back(fSettings.TimeSeparator);
           break;
-        default:
-          fOut.push_back(starter);
-          break;
+        default: fOut.push_back(starter); break;
       }
     }
   }
@@ -350,14 +348,10 @@ DateOrder GetDateOrder(std::string_view fmt) {
   for (char c : fmt) {
     switch (AsciiUpper(c)) {
       case 'E':
-      case 'Y':
-        return DateOrder::YMD;
-      case 'M':
-        return DateOrder::MDY;
-      case 'D':
-        return DateOrder::DMY;
-      default:
-        break;
+      case 'Y': return DateOrder::YMD;
+      case 'M': return DateOrder::MDY;
+      case 'D': return DateOrder::DMY;
+      default: break;
     }
   }
   return DateOrder::MDY;
@@ -502,8 +496,8 @@ TDateTime CurrentSystemTime() {
                 static_cast<Word>(tm.tm_mday), date);
   // A leap second shows as the last second of its minute.
   const int sec = tm.tm_sec > 59 ? 59 : tm.tm_sec;
-  TryEncodeTime(static_cast<Word>(tm.tm_hour), static_cast<Word>(tm.tm_min),
-                static_cast<Word>(sec), static_cast<Word>(milli), time);
+  TryEncodeTime(static_cast<Word>(tm.tm_hour), static_cast<Word>(tm.tm_min), static_cast<Word>(sec),
+                static_cast<Word>(milli), time);
   return ComposeDateTime(date, time);
 #endif
 }
@@ -615,8 +609,8 @@ void DecodeDateTimeStrict(TDateTime value, Word& year, Word& month, Word& day, W
   // The bounds keep the product finite; the exact test is on the rounded stamp, since a
   // value a hair past MaxDateTime still rounds to 9999-12-31 23:59:59.999.
   constexpr double kLastDay = 2958465;  // 9999-12-31
-  bool valid = std::isfinite(value) && value > -static_cast<double>(kDateDelta + 1) &&
-               value < kLastDay + 1;
+  bool valid =
+      std::isfinite(value) && value > -static_cast<double>(kDateDelta + 1) && value < kLastDay + 1;
   Stamp st{};
   if (valid) {
     st = RawStamp(value);

@@ -38,8 +38,8 @@ OSTREL_API bool TryEncodeTime(Word hour, Word min, Word sec, Word msec, TDateTim
 OSTREL_API TDateTime EncodeTime(Word hour, Word min, Word sec, Word msec);
 OSTREL_API bool TryEncodeDateTime(Word year, Word month, Word day, Word hour, Word min, Word sec,
                                   Word msec, TDateTime& value);
-OSTREL_API TDateTime EncodeDateTime(Word year, Word month, Word day, Word hour, Word min,
-                                    Word sec, Word msec);
+OSTREL_API TDateTime EncodeDateTime(Word year, Word month, Word day, Word hour, Word min, Word sec,
+                                    Word msec);
 // Combines a date and a time of day with the classic sign rule: for dates before the epoch
 // the time counts away from the day number.
 OSTREL_API TDateTime ComposeDateTime(TDateTime date, TDateTime time);
@@ -123,10 +123,8 @@ OSTREL_API AnsiString DateTimeToStr(TDateTime value, const TFormatSettings& sett
 OSTREL_API bool TryStrToDate(std::string_view s, TDateTime& value);
 OSTREL_API bool TryStrToTime(std::string_view s, TDateTime& value);
 OSTREL_API bool TryStrToDateTime(std::string_view s, TDateTime& value);
-OSTREL_API bool TryStrToDate(std::string_view s, TDateTime& value,
-                             const TFormatSettings& settings);
-OSTREL_API bool TryStrToTime(std::string_view s, TDateTime& value,
-                             const TFormatSettings& settings);
+OSTREL_API bool TryStrToDate(std::string_view s, TDateTime& value, const TFormatSettings& settings);
+OSTREL_API bool TryStrToTime(std::string_view s, TDateTime& value, const TFormatSettings& settings);
 OSTREL_API bool TryStrToDateTime(std::string_view s, TDateTime& value,
                                  const TFormatSettings& settings);
 OSTREL_API TDateTime StrToDate(std::string_view s);

@@ -55,8 +55,9 @@ AnsiString SysErrorMessage(Cardinal errorCode) {
 
 void RaiseLastOSError(Cardinal errorCode) {
   if (errorCode != 0)
-    throw EOSError(Format(SysConst::SOSError, static_cast<Integer>(errorCode), SysErrorMessage(errorCode)),
-                   errorCode);
+    throw EOSError(
+        Format(SysConst::SOSError, static_cast<Integer>(errorCode), SysErrorMessage(errorCode)),
+        errorCode);
   throw EOSError(SysConst::SUnkOSError, 0);
 }
 

@@ -21,7 +21,8 @@ inline constexpr std::string_view SInvalidBoolean = "'%s' is not a valid boolean
 inline constexpr std::string_view SInvalidGUID = "'%s' is not a valid GUID value";
 inline constexpr std::string_view SDateEncodeError = "Invalid argument to date encode";
 inline constexpr std::string_view STimeEncodeError = "Invalid argument to time encode";
-inline constexpr std::string_view SInvalidFormat = "Format '%s' invalid or incompatible with argument";
+inline constexpr std::string_view SInvalidFormat =
+    "Format '%s' invalid or incompatible with argument";
 inline constexpr std::string_view SArgumentMissing = "No argument for format '%s'";
 inline constexpr std::string_view SInvalidCast = "Invalid class typecast";
 inline constexpr std::string_view SInvalidPointer = "Invalid pointer operation";
@@ -40,7 +41,8 @@ inline constexpr std::string_view SFOpenError = "Cannot open file \"%s\". %s";
 inline constexpr std::string_view SFCreateError = "Cannot create file \"%s\". %s";
 inline constexpr std::string_view SReadError = "Stream read error";
 inline constexpr std::string_view SWriteError = "Stream write error";
-inline constexpr std::string_view SMemoryStreamError = "Out of memory while expanding memory stream";
+inline constexpr std::string_view SMemoryStreamError =
+    "Out of memory while expanding memory stream";
 inline constexpr std::string_view SOSError = "System Error.  Code: %d.\r\n%s";
 inline constexpr std::string_view SUnkOSError = "A call to an OS function failed";
 inline constexpr std::string_view SDuplicateName = "A component named %s already exists";
@@ -68,11 +70,11 @@ class OSTREL_API Exception : public std::exception {
   std::string fUtf8;
 };
 
-#define OSTREL_DECLARE_EXCEPTION(Name, Base)                                  \
-  class OSTREL_API Name : public Base {                                       \
-   public:                                                                    \
-    using Base::Base;                                                         \
-    const char* ClassName() const noexcept override { return #Name; }        \
+#define OSTREL_DECLARE_EXCEPTION(Name, Base)                          \
+  class OSTREL_API Name : public Base {                               \
+   public:                                                            \
+    using Base::Base;                                                 \
+    const char* ClassName() const noexcept override { return #Name; } \
   }
 
 // The platform's exception classes under their classic names, each raised where the classic

@@ -16,13 +16,12 @@ namespace ostrel {
 
 using namespace detail80;
 
-
 // ---------------------------------------------------------------------------------------
 // Conversions from and to the platform's long double
 
 #if LDBL_MANT_DIG != 64
 Extended80 Extended80::FromWider(Extended x) {
-#  if LDBL_MANT_DIG == 113
+#if LDBL_MANT_DIG == 113
   static_assert(sizeof(Extended) == 16 && std::endian::native == std::endian::little);
   UInt64 lo = 0, hi = 0;
   std::memcpy(&lo, &x, 8);
@@ -37,7 +36,7 @@ Extended80 Extended80::FromWider(Extended x) {
   }
   const U128 sig = biased == 0 ? frac : frac | (U128{1} << 112);
   return Pack(negative, (biased == 0 ? 1 : biased) - kBias - 112, sig);
-#  elif LDBL_MANT_DIG == 53
+#elif LDBL_MANT_DIG == 53
   const double d = static_cast<double>(x);
   UInt64 bits = 0;
   std::memcpy(&bits, &d, 8);
@@ -51,32 +50,32 @@ Extended80 Extended80::FromWider(Extended x) {
   }
   const UInt64 sig = biased == 0 ? frac : frac | (UInt64{1} << 52);
   return Pack(negative, (biased == 0 ? 1 : biased) - 1023 - 52, sig);
-#  else
-#    error "unsupported long double format"
-#  endif
+#else
+#error "unsupported long double format"
+#endif
 }
 
 Extended Extended80::ToOther() const {
-#  if LDBL_MANT_DIG == 113
+#if LDBL_MANT_DIG == 113
   const int biased = BiasedExp();
   // The binary128 fraction: the 63 bits below the explicit integer bit, at its top; the
   // 80-bit denormals are binary128 denormals with the same last-bit value scaled by 2^49.
   const U128 frac = static_cast<U128>(biased == 0 ? fMant : fMant & ~kTop) << 49;
-  const UInt64 hi = (static_cast<UInt64>(Negative()) << 63) |
-                    (static_cast<UInt64>(biased) << 48) | static_cast<UInt64>(frac >> 64);
+  const UInt64 hi = (static_cast<UInt64>(Negative()) << 63) | (static_cast<UInt64>(biased) << 48) |
+                    static_cast<UInt64>(frac >> 64);
   const UInt64 lo = static_cast<UInt64>(frac);
   Extended x = 0;
   std::memcpy(&x, &lo, 8);
   std::memcpy(reinterpret_cast<char*>(&x) + 8, &hi, 8);
   return x;
-#  else
+#else
   if (IsNaN(*this)) return std::numeric_limits<Extended>::quiet_NaN();
   const Extended inf = std::numeric_limits<Extended>::infinity();
   if (!IsFinite(*this)) return Negative() ? -inf : inf;
   const Parts p = Unpack(*this);
   const Extended m = std::ldexp(static_cast<Extended>(p.mant), p.exp);
   return p.negative ? -m : m;
-#  endif
+#endif
 }
 #endif
 
@@ -84,7 +83,6 @@ Extended80 Extended80::FromInt(Int64 v) {
   const UInt64 mag = v < 0 ? UInt64{0} - static_cast<UInt64>(v) : static_cast<UInt64>(v);
   return Pack(v < 0, 0, mag);
 }
-
 
 // ---------------------------------------------------------------------------------------
 // Decimal conversions
@@ -224,7 +222,6 @@ constexpr std::size_t kMaxDigits = 12000;
 }  // namespace
 
 Extended80 detail80::ExactDecimalToExtended80(bool negative, std::string_view digits, Int64 exp10) {
-
   bool more = false;
   if (digits.size() > kMaxDigits) {
     exp10 += static_cast<Int64>(digits.size() - kMaxDigits);
@@ -251,7 +248,8 @@ Extended80 detail80::ExactDecimalToExtended80(bool negative, std::string_view di
   std::size_t i = 0;
   for (; i + 9 <= digits.size(); i += 9) {
     Cardinal chunk = 0;
-    for (std::size_t j = i; j < i + 9; ++j) chunk = chunk * 10 + static_cast<Cardinal>(digits[j] - '0');
+    for (std::size_t j = i; j < i + 9; ++j)
+      chunk = chunk * 10 + static_cast<Cardinal>(digits[j] - '0');
     num.MulAdd(1000000000u, chunk);
   }
   for (; i < digits.size(); ++i) num.MulAdd(10, static_cast<Cardinal>(digits[i] - '0'));
@@ -504,12 +502,33 @@ class Pow5Table {
   Pow5 fEntries[2 * kPowIndex + 1];
 };
 
-constexpr UInt64 kPow5Small[kPowStep] = {
-    1ull, 5ull, 25ull, 125ull, 625ull, 3125ull, 15625ull, 78125ull, 390625ull, 1953125ull,
-    9765625ull, 48828125ull, 244140625ull, 1220703125ull, 6103515625ull, 30517578125ull,
-    152587890625ull, 762939453125ull, 3814697265625ull, 19073486328125ull,
-    95367431640625ull, 476837158203125ull, 2384185791015625ull, 11920928955078125ull,
-    59604644775390625ull, 298023223876953125ull, 1490116119384765625ull};
+constexpr UInt64 kPow5Small[kPowStep] = {1ull,
+                                         5ull,
+                                         25ull,
+                                         125ull,
+                                         625ull,
+                                         3125ull,
+                                         15625ull,
+                                         78125ull,
+                                         390625ull,
+                                         1953125ull,
+                                         9765625ull,
+                                         48828125ull,
+                                         244140625ull,
+                                         1220703125ull,
+                                         6103515625ull,
+                                         30517578125ull,
+                                         152587890625ull,
+                                         762939453125ull,
+                                         3814697265625ull,
+                                         19073486328125ull,
+                                         95367431640625ull,
+                                         476837158203125ull,
+                                         2384185791015625ull,
+                                         11920928955078125ull,
+                                         59604644775390625ull,
+                                         298023223876953125ull,
+                                         1490116119384765625ull};
 
 // 5^s for |s| below 27 * kPowIndex: a table entry times an exact small power, the product
 // cut to 192 bits again. The entry is short of its exact value by under one unit, which
@@ -573,11 +592,26 @@ Extended80 PackWide(bool negative, int exp, const Wide& x) {
   return Pack(negative, exp + from, top | (lowerSet ? 1 : 0));
 }
 
-constexpr UInt64 kPow10[20] = {
-    1ull, 10ull, 100ull, 1000ull, 10000ull, 100000ull, 1000000ull, 10000000ull,
-    100000000ull, 1000000000ull, 10000000000ull, 100000000000ull, 1000000000000ull,
-    10000000000000ull, 100000000000000ull, 1000000000000000ull, 10000000000000000ull,
-    100000000000000000ull, 1000000000000000000ull, 10000000000000000000ull};
+constexpr UInt64 kPow10[20] = {1ull,
+                               10ull,
+                               100ull,
+                               1000ull,
+                               10000ull,
+                               100000ull,
+                               1000000ull,
+                               10000000ull,
+                               100000000ull,
+                               1000000000ull,
+                               10000000000ull,
+                               100000000000ull,
+                               1000000000000ull,
+                               10000000000000ull,
+                               100000000000000ull,
+                               1000000000000000ull,
+                               10000000000000000ull,
+                               100000000000000000ull,
+                               1000000000000000000ull,
+                               10000000000000000000ull};
 
 struct Pow10Table {
   U128 v[39];
@@ -641,7 +675,8 @@ bool SplitFixed(const Wide& x, int f, Fixed& out) {
 
 int DigitCount(U128 v) {
   const UInt64 hi = static_cast<UInt64>(v >> 64);
-  const int bits = hi != 0 ? 128 - std::countl_zero(hi) : 64 - std::countl_zero(static_cast<UInt64>(v) | 1);
+  const int bits =
+      hi != 0 ? 128 - std::countl_zero(hi) : 64 - std::countl_zero(static_cast<UInt64>(v) | 1);
   // 2^(bits-1) <= v < 2^bits: the count is floor((bits - 1) log10 2) + 1, or one more.
   int n = static_cast<int>(((bits - 1) * 1233) >> 12) + 1;
   if (n < 39 && v >= Pow10Wide(n)) ++n;
@@ -778,7 +813,7 @@ int Against(U128 d, const Bound& b) {
 bool FastShortest(Extended80 x, char* digits, int& count, int& sci) {
   const UInt64 mant = x.Mantissa();
   const int biased = x.BiasedExp();
-  if ((biased == 0) == ((mant & kTop) != 0)) return false;  // not the canonical encoding
+  if ((biased == 0) == ((mant & kTop) != 0)) return false;            // not the canonical encoding
   const int e = (biased == 0 ? 1 : biased) - Extended80::kBias - 63;  // of the last bit
   // Everything in quarters of the last bit: x, the midpoint above, the midpoint below
   // (a quarter away where the value starts a binade and the step below is half as large).
@@ -830,8 +865,8 @@ bool FastShortest(Extended80 x, char* digits, int& count, int& sci) {
     prefix = prefix * 10 + static_cast<UInt64>(d[n - 1] - '0');
     if (n < firstCount) continue;
     const char next = d[n];
-    const bool roundUp = next > '5' || (next == '5' && (nonZeroAfter[n] ||
-                                                        (static_cast<UInt64>(prefix) & 1) != 0));
+    const bool roundUp =
+        next > '5' || (next == '5' && (nonZeroAfter[n] || (static_cast<UInt64>(prefix) & 1) != 0));
     const U128 rounded = prefix + (roundUp ? 1 : 0);
     const U128 value = rounded * Pow10Wide(len - n);
     const int below = Against(value, down), above = Against(value, up);

@@ -23,17 +23,17 @@
 
 #include <ostrel/rtl/Types.h>
 
-#include <cfloat>
 #include <bit>
+#include <cfloat>
 #include <cstring>
-#include <utility>
 #include <string_view>
+#include <utility>
 
 // 1 where long double is the x87 80-bit format and computed by the x87 unit.
 #if (defined(__i386__) || defined(__x86_64__)) && LDBL_MANT_DIG == 64
-#  define OSTREL_X87_EXTENDED 1
+#define OSTREL_X87_EXTENDED 1
 #else
-#  define OSTREL_X87_EXTENDED 0
+#define OSTREL_X87_EXTENDED 0
 #endif
 
 namespace ostrel {
@@ -216,7 +216,8 @@ constexpr Word kSign = 0x8000;
 constexpr int kMinLsbExp = 1 - Extended80::kBias - 63;
 
 constexpr Extended80 Infinity(bool negative) {
-  return Extended80::FromBits(static_cast<Word>((negative ? kSign : 0) | Extended80::kMaxExp), kTop);
+  return Extended80::FromBits(static_cast<Word>((negative ? kSign : 0) | Extended80::kMaxExp),
+                              kTop);
 }
 // What the x87 unit gives for an invalid operation (0/0, inf - inf, 0 * inf).
 constexpr Extended80 kIndefinite = Extended80::FromBits(0xFFFF, 0xC000000000000000ull);
@@ -352,8 +353,9 @@ inline Extended80 operator/(Extended80 a, Extended80 b) {
   UInt64 q, r;
 #if defined(__x86_64__)
   // One divq: the quotient fits in 64 bits since the high half is below the divisor.
-  __asm__("divq %4" : "=a"(q), "=d"(r) : "a"(static_cast<UInt64>(num)),
-          "d"(static_cast<UInt64>(num >> 64)), "rm"(pb.mant));
+  __asm__("divq %4"
+          : "=a"(q), "=d"(r)
+          : "a"(static_cast<UInt64>(num)), "d"(static_cast<UInt64>(num >> 64)), "rm"(pb.mant));
 #else
   q = static_cast<UInt64>(num / pb.mant);
   r = static_cast<UInt64>(num % pb.mant);

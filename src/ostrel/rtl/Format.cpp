@@ -44,12 +44,11 @@ TFormatSettings TFormatSettings::Russian() {
   s.NegCurrFormat = 8;
   s.CurrencyDecimals = 2;
   s.TwoDigitYearCenturyWindow = 50;
-  s.LongMonthNames = {Cp1251(u8"Январь").Str(),  Cp1251(u8"Февраль").Str(),
-                      Cp1251(u8"Март").Str(),    Cp1251(u8"Апрель").Str(),
-                      Cp1251(u8"Май").Str(),     Cp1251(u8"Июнь").Str(),
-                      Cp1251(u8"Июль").Str(),    Cp1251(u8"Август").Str(),
-                      Cp1251(u8"Сентябрь").Str(), Cp1251(u8"Октябрь").Str(),
-                      Cp1251(u8"Ноябрь").Str(),  Cp1251(u8"Декабрь").Str()};
+  s.LongMonthNames = {
+      Cp1251(u8"Январь").Str(),  Cp1251(u8"Февраль").Str(), Cp1251(u8"Март").Str(),
+      Cp1251(u8"Апрель").Str(),  Cp1251(u8"Май").Str(),     Cp1251(u8"Июнь").Str(),
+      Cp1251(u8"Июль").Str(),    Cp1251(u8"Август").Str(),  Cp1251(u8"Сентябрь").Str(),
+      Cp1251(u8"Октябрь").Str(), Cp1251(u8"Ноябрь").Str(),  Cp1251(u8"Декабрь").Str()};
   s.ShortMonthNames = {Cp1251(u8"янв").Str(), Cp1251(u8"фев").Str(), Cp1251(u8"мар").Str(),
                        Cp1251(u8"апр").Str(), Cp1251(u8"май").Str(), Cp1251(u8"июн").Str(),
                        Cp1251(u8"июл").Str(), Cp1251(u8"авг").Str(), Cp1251(u8"сен").Str(),
@@ -168,7 +167,7 @@ struct FloatRec {
   bool IsZero() const { return kind == Finite && count == 0; }
 };
 
-constexpr int kExtendedDigits = 18;   // what the classic digit generator produces
+constexpr int kExtendedDigits = 18;  // what the classic digit generator produces
 constexpr int kCurrencyPrecision = 19;
 
 void StripTrailingZeros(FloatRec& rec) {
@@ -246,15 +245,16 @@ FloatRec MakeCurrRec(Int64 raw, int precision, int decimals) {
 
 void PutExponent(AnsiString& out, int exp, int minDigits, bool alwaysSign) {
   out += 'E';
-  if (exp < 0) out += '-';
-  else if (alwaysSign) out += '+';
+  if (exp < 0)
+    out += '-';
+  else if (alwaysSign)
+    out += '+';
   out += PadDigits(UnsignedToText(static_cast<UInt64>(exp < 0 ? -exp : exp)),
                    std::clamp(minDigits, 0, 4));
 }
 
 // Integer part of rec with optional grouping, then `decimals` fraction digits.
-AnsiString FixedText(const FloatRec& rec, int decimals, char thousands,
-                     const TFormatSettings& s) {
+AnsiString FixedText(const FloatRec& rec, int decimals, char thousands, const TFormatSettings& s) {
   AnsiString out;
   int e = rec.exponent;
   if (e > 0) {
@@ -347,8 +347,7 @@ AnsiString FloatText(const FloatRec& rec, TFloatFormat format, int precision, in
       PutExponent(out, rec.IsZero() ? 0 : rec.exponent - 1, digits, true);
       return out;
     }
-    case ffFixed:
-      return (rec.negative ? "-" : "") + FixedText(rec, digits, '\0', s);
+    case ffFixed: return (rec.negative ? "-" : "") + FixedText(rec, digits, '\0', s);
     case ffNumber:
       return (rec.negative ? "-" : "") + FixedText(rec, digits, s.ThousandSeparator, s);
     case ffCurrency:
@@ -442,18 +441,14 @@ Picture AnalyzePicture(std::string_view text) {
     }
     switch (c) {
       case '"':
-      case '\'':
-        quote = c;
-        break;
+      case '\'': quote = c; break;
       case '.':
         if (!point) {
           point = true;
           p.decimalIndex = p.digitCount;
         }
         break;
-      case ',':
-        p.thousands = true;
-        break;
+      case ',': p.thousands = true; break;
       case 'E':
       case 'e':
         if (i + 1 < text.size()) {
@@ -469,11 +464,8 @@ Picture AnalyzePicture(std::string_view text) {
         p.lastZero = p.digitCount;
         ++p.digitCount;
         break;
-      case '#':
-        ++p.digitCount;
-        break;
-      default:
-        break;
+      case '#': ++p.digitCount; break;
+      default: break;
     }
   }
   if (!point) p.decimalIndex = p.digitCount;
@@ -483,13 +475,13 @@ Picture AnalyzePicture(std::string_view text) {
 AnsiString ApplyPicture(const Picture& p, Extended value, bool signInFront,
                         const TFormatSettings& s) {
   int fracPlaces = p.digitCount - p.decimalIndex;
-  FloatRec rec = p.scientific
-                     ? MakeRec(value, std::clamp(p.digitCount, 1, kExtendedDigits), 9999)
-                     : MakeRec(value, kExtendedDigits, fracPlaces);
+  FloatRec rec = p.scientific ? MakeRec(value, std::clamp(p.digitCount, 1, kExtendedDigits), 9999)
+                              : MakeRec(value, kExtendedDigits, fracPlaces);
   if (!p.scientific && rec.exponent > kExtendedDigits)
     return ExtendedToText(value, ffGeneral, 15, 0, s);
 
-  int minInt = (p.firstZero >= 0 && p.firstZero < p.decimalIndex) ? p.decimalIndex - p.firstZero : 0;
+  int minInt =
+      (p.firstZero >= 0 && p.firstZero < p.decimalIndex) ? p.decimalIndex - p.firstZero : 0;
   int minFrac = p.lastZero >= p.decimalIndex ? p.lastZero - p.decimalIndex + 1 : 0;
 
   // The integer digits, the fraction digits and the exponent to show.
@@ -537,15 +529,15 @@ AnsiString ApplyPicture(const Picture& p, Extended value, bool signInFront,
   for (std::size_t i = 0; i < t.size(); ++i) {
     char c = t[i];
     if (quote != 0) {
-      if (c == quote) quote = 0;
-      else out += c;
+      if (c == quote)
+        quote = 0;
+      else
+        out += c;
       continue;
     }
     switch (c) {
       case '"':
-      case '\'':
-        quote = c;
-        break;
+      case '\'': quote = c; break;
       case '0':
       case '#': {
         int k = placeholder++;
@@ -569,8 +561,7 @@ AnsiString ApplyPicture(const Picture& p, Extended value, bool signInFront,
         break;
       }
       case '.':
-      case ',':
-        break;
+      case ',': break;
       case 'E':
       case 'e':
         out += c;
@@ -583,8 +574,10 @@ AnsiString ApplyPicture(const Picture& p, Extended value, bool signInFront,
               ++width;
               ++i;
             }
-            if (shownExponent < 0) out += '-';
-            else if (sign == '+') out += '+';
+            if (shownExponent < 0)
+              out += '-';
+            else if (sign == '+')
+              out += '+';
             out += PadDigits(UnsignedToText(static_cast<UInt64>(std::abs(shownExponent))),
                              std::min(width, 4));
           } else {
@@ -592,9 +585,7 @@ AnsiString ApplyPicture(const Picture& p, Extended value, bool signInFront,
           }
         }
         break;
-      default:
-        out += c;
-        break;
+      default: out += c; break;
     }
   }
   return out;
@@ -678,8 +669,10 @@ std::string NormalizeFloat(std::string_view s, char decimalSeparator, int shift)
     fracPart = s.substr(fracStart, i - fracStart);
   }
   if (intPart.empty() && fracPart.empty()) return {};
-  if (intPart.empty()) out += '0';
-  else out += intPart;
+  if (intPart.empty())
+    out += '0';
+  else
+    out += intPart;
   if (!fracPart.empty()) {
     out += '.';
     out += fracPart;
@@ -815,7 +808,8 @@ AnsiString FormatBuf(std::string_view fmt, const FormatArg* args, std::size_t co
       const FormatArg& a = nextArg();
       if (a.GetKind() == FormatArg::Kind::Int64) return std::max<Int64>(a.AsInt64(), 0);
       if (a.GetKind() == FormatArg::Kind::UInt64)
-        return static_cast<Int64>(std::min<UInt64>(a.AsUInt64(), std::numeric_limits<Integer>::max()));
+        return static_cast<Int64>(
+            std::min<UInt64>(a.AsUInt64(), std::numeric_limits<Integer>::max()));
       InvalidFormat(fmt);
     }
     if (i >= n || !IsDigit(fmt[i])) return -1;
@@ -870,9 +864,12 @@ AnsiString FormatBuf(std::string_view fmt, const FormatArg* args, std::size_t co
     switch (type) {
       case 'D': {
         const FormatArg& a = nextArg();
-        if (a.GetKind() == FormatArg::Kind::Int64) text = IntToStr(a.AsInt64());
-        else if (a.GetKind() == FormatArg::Kind::UInt64) text = UIntToStr(a.AsUInt64());
-        else InvalidFormat(fmt);
+        if (a.GetKind() == FormatArg::Kind::Int64)
+          text = IntToStr(a.AsInt64());
+        else if (a.GetKind() == FormatArg::Kind::UInt64)
+          text = UIntToStr(a.AsUInt64());
+        else
+          InvalidFormat(fmt);
         text = PadDigits(std::move(text), static_cast<int>(prec));
         break;
       }
@@ -898,7 +895,7 @@ AnsiString FormatBuf(std::string_view fmt, const FormatArg* args, std::size_t co
       case 'N':
       case 'M': {
         const FormatArg& a = nextArg();
-        TFloatFormat f = type == 'E' ? ffExponent
+        TFloatFormat f = type == 'E'   ? ffExponent
                          : type == 'F' ? ffFixed
                          : type == 'G' ? ffGeneral
                          : type == 'N' ? ffNumber
@@ -909,7 +906,7 @@ AnsiString FormatBuf(std::string_view fmt, const FormatArg* args, std::size_t co
           precision = prec < 0 ? 15 : static_cast<int>(std::min<Int64>(prec, 18));
           digits = 3;
         } else {
-          digits = prec >= 0 ? static_cast<int>(std::min<Int64>(prec, 18))
+          digits = prec >= 0     ? static_cast<int>(std::min<Int64>(prec, 18))
                    : type == 'M' ? settings.CurrencyDecimals
                                  : 2;
         }
@@ -925,7 +922,8 @@ AnsiString FormatBuf(std::string_view fmt, const FormatArg* args, std::size_t co
         const FormatArg& a = nextArg();
         if (!a.IsString()) InvalidFormat(fmt);
         std::string_view v = a.AsString();
-        if (prec >= 0 && static_cast<std::size_t>(prec) < v.size()) v = v.substr(0, static_cast<std::size_t>(prec));
+        if (prec >= 0 && static_cast<std::size_t>(prec) < v.size())
+          v = v.substr(0, static_cast<std::size_t>(prec));
         text = AnsiString(v);
         break;
       }
@@ -936,13 +934,14 @@ AnsiString FormatBuf(std::string_view fmt, const FormatArg* args, std::size_t co
                        static_cast<int>(sizeof(void*) * 2));
         break;
       }
-      default:
-        InvalidFormat(fmt);
+      default: InvalidFormat(fmt);
     }
     if (width > static_cast<Int64>(text.size())) {
       std::size_t pad = static_cast<std::size_t>(width) - text.size();
-      if (left) text.append(pad, ' ');
-      else text.insert(0, pad, ' ');
+      if (left)
+        text.append(pad, ' ');
+      else
+        text.insert(0, pad, ' ');
     }
     out += text;
   }
@@ -1066,9 +1065,7 @@ Currency DoubleToCurrency(Extended value) {
   return c;
 }
 
-Extended CurrencyToExtended(Currency value) {
-  return static_cast<Extended>(value.Raw) / 10000.0L;
-}
+Extended CurrencyToExtended(Currency value) { return static_cast<Extended>(value.Raw) / 10000.0L; }
 
 AnsiString CurrToStr(Currency value) { return CurrToStr(value, FormatSettings); }
 

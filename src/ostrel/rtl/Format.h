@@ -71,10 +71,12 @@ class FormatArg {
   enum class Kind : Byte { Int64, UInt64, Extended, String, Char, Pointer, Currency };
 
   template <class T, std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, bool> &&
-                                          !std::is_same_v<T, char> && std::is_signed_v<T>, int> = 0>
+                                          !std::is_same_v<T, char> && std::is_signed_v<T>,
+                                      int> = 0>
   FormatArg(T v) : fKind(Kind::Int64), fInt(static_cast<Int64>(v)), fNarrow(sizeof(T) <= 4) {}
   template <class T, std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, bool> &&
-                                          !std::is_same_v<T, char> && std::is_unsigned_v<T>, int> = 0>
+                                          !std::is_same_v<T, char> && std::is_unsigned_v<T>,
+                                      int> = 0>
   FormatArg(T v) : fKind(Kind::UInt64), fUInt(static_cast<UInt64>(v)), fNarrow(sizeof(T) <= 4) {}
   FormatArg(bool) = delete;  // the classic Format has no boolean specifier
   FormatArg(char c) : fKind(Kind::Char), fChar(c) {}
@@ -82,7 +84,8 @@ class FormatArg {
   FormatArg(double v) : fKind(Kind::Extended), fExt(v) {}
   FormatArg(long double v) : fKind(Kind::Extended), fExt(v) {}
   FormatArg(Currency v) : fKind(Kind::Currency), fInt(v.Raw) {}
-  FormatArg(const char* s) : fKind(Kind::String), fStr(s ? std::string_view(s) : std::string_view()) {}
+  FormatArg(const char* s)
+      : fKind(Kind::String), fStr(s ? std::string_view(s) : std::string_view()) {}
   FormatArg(std::string_view s) : fKind(Kind::String), fStr(s) {}
   FormatArg(const AnsiString& s) : fKind(Kind::String), fStr(s) {}
   template <std::size_t N>
@@ -94,7 +97,9 @@ class FormatArg {
   Int64 AsInt64() const { return fInt; }
   UInt64 AsUInt64() const { return fUInt; }
   Extended AsExtended() const { return fExt; }
-  std::string_view AsString() const { return fKind == Kind::Char ? std::string_view(&fChar, 1) : fStr; }
+  std::string_view AsString() const {
+    return fKind == Kind::Char ? std::string_view(&fChar, 1) : fStr;
+  }
   const void* AsPointer() const { return fPtr; }
   Currency AsCurrency() const { return Currency::FromRaw(fInt); }
   // True for integers of 32 bits or fewer: %u and %x show a negative one as its 32-bit

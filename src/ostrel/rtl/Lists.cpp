@@ -39,8 +39,10 @@ void QuickSortRange(Integer l, Integer r, Compare& compare, Exchange& exchange) 
       if (i <= j) {
         if (i != j) {
           exchange(i, j);
-          if (p == i) p = j;
-          else if (p == j) p = i;
+          if (p == i)
+            p = j;
+          else if (p == j)
+            p = i;
         }
         ++i;
         --j;
@@ -108,18 +110,14 @@ Integer TList::Remove(void* item) {
   return index;
 }
 
-void* TList::Extract(void* item) {
-  return Remove(item) >= 0 ? item : nullptr;
-}
+void* TList::Extract(void* item) { return Remove(item) >= 0 ? item : nullptr; }
 
 Integer TList::IndexOf(const void* item) const {
   auto it = std::find(fItems.begin(), fItems.end(), item);
   return it == fItems.end() ? -1 : static_cast<Integer>(it - fItems.begin());
 }
 
-void TList::Clear() {
-  std::vector<void*>().swap(fItems);
-}
+void TList::Clear() { std::vector<void*>().swap(fItems); }
 
 void TList::Exchange(Integer index1, Integer index2) {
   if (index1 < 0 || index1 >= Count()) ListError(SysConst::SListIndexError, index1);
@@ -272,8 +270,10 @@ void TStringList::AddStrings(const TStringList& strings) {
     return;
   }
   for (const Item& item : strings.fItems) {
-    if (item.IsObject && fOwnsObjects) AddItem(item.Str, nullptr, false);
-    else AddItem(item.Str, item.Ptr, item.IsObject);
+    if (item.IsObject && fOwnsObjects)
+      AddItem(item.Str, nullptr, false);
+    else
+      AddItem(item.Str, item.Ptr, item.IsObject);
   }
 }
 
@@ -406,8 +406,10 @@ void TStringList::SetValues(std::string_view name, std::string_view value) {
   line.reserve(name.size() + 1 + value.size());
   line.append(name).push_back(fNameValueSeparator);
   line.append(value);
-  if (i < 0) Add(line);
-  else ReplaceLine(i, std::move(line));
+  if (i < 0)
+    Add(line);
+  else
+    ReplaceLine(i, std::move(line));
 }
 
 void TStringList::ReplaceLine(Integer index, AnsiString line) {
@@ -442,8 +444,10 @@ void TStringList::SetValueFromIndex(Integer index, std::string_view value) {
   }
   AnsiString name = index >= 0 ? Names(index) : AnsiString();
   AnsiString line = name + fNameValueSeparator + AnsiString(value);
-  if (index < 0) Add(line);
-  else ReplaceLine(index, std::move(line));
+  if (index < 0)
+    Add(line);
+  else
+    ReplaceLine(index, std::move(line));
 }
 
 AnsiString TStringList::Text() const {
@@ -477,11 +481,12 @@ AnsiString TStringList::JoinDelimited(char delimiter, char quoteChar) const {
   for (std::size_t i = 0; i < fItems.size(); ++i) {
     const AnsiString& s = fItems[i].Str;
     if (i > 0) result.push_back(delimiter);
-    bool quote = std::any_of(s.begin(), s.end(), [&](char c) {
-      return IsBlank(c) || c == quoteChar || c == delimiter;
-    });
-    if (quote) result.append(QuotedStr(s, quoteChar));
-    else result.append(s);
+    bool quote = std::any_of(
+        s.begin(), s.end(), [&](char c) { return IsBlank(c) || c == quoteChar || c == delimiter; });
+    if (quote)
+      result.append(QuotedStr(s, quoteChar));
+    else
+      result.append(s);
   }
   return result;
 }
@@ -623,7 +628,8 @@ void OSTREL_STDCALL TInterfaceList::Put(Integer index, const IPtr<IInterface>& i
 
 void OSTREL_STDCALL TInterfaceList::SetCapacity(Integer capacity) {
   std::lock_guard guard(fLock);
-  if (capacity < static_cast<Integer>(fItems.size())) ListError(SysConst::SListCapacityError, capacity);
+  if (capacity < static_cast<Integer>(fItems.size()))
+    ListError(SysConst::SListCapacityError, capacity);
   fItems.reserve(static_cast<std::size_t>(capacity));
 }
 

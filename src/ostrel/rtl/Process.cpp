@@ -9,10 +9,10 @@
 #include <iterator>
 
 #if defined(_WIN32)
-#  include <windows.h>
-#  include <shellapi.h>
+#include <shellapi.h>
+#include <windows.h>
 #else
-#  include <unistd.h>
+#include <unistd.h>
 #endif
 
 namespace ostrel {
@@ -83,7 +83,8 @@ AnsiString ProcessEnvValue(std::string_view name) {
 #if defined(_WIN32)
   std::string buf(256, '\0');
   for (;;) {
-    const DWORD n = GetEnvironmentVariableA(key.c_str(), buf.data(), static_cast<DWORD>(buf.size()));
+    const DWORD n =
+        GetEnvironmentVariableA(key.c_str(), buf.data(), static_cast<DWORD>(buf.size()));
     if (n == 0) return AnsiString();
     if (n < buf.size()) return buf.substr(0, n);
     buf.resize(n);  // n counts the terminating zero when the buffer was too small

@@ -10,13 +10,13 @@
 #ifdef _WIN32
 #include <windows.h>
 #else
+#include <sys/stat.h>
+#include <unistd.h>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
 #include <sstream>
-#include <sys/stat.h>
-#include <unistd.h>
 #endif
 
 namespace ostrel {
@@ -58,7 +58,8 @@ AnsiString TRegistry::Resolve(std::string_view key) const {
 
 void TRegistry::SetRootKey(TRootKey rootKey) {
   if (!KnownRoot(rootKey.Value))
-    throw ERegistryException(Format(SysConst::SRegUnknownRoot, static_cast<Integer>(rootKey.Value)));
+    throw ERegistryException(
+        Format(SysConst::SRegUnknownRoot, static_cast<Integer>(rootKey.Value)));
   CloseKey();
   fRootKey = rootKey.Value;
 }
@@ -107,7 +108,8 @@ bool TRegistry::OpenKey(std::string_view key, bool canCreate) {
 bool TRegistry::OpenKeyReadOnly(std::string_view key) {
   AnsiString path = Resolve(key);
   HKEY h = nullptr;
-  if (::RegOpenKeyExA(RootHandle(fRootKey), path.c_str(), 0, KEY_READ, &h) != ERROR_SUCCESS) return false;
+  if (::RegOpenKeyExA(RootHandle(fRootKey), path.c_str(), 0, KEY_READ, &h) != ERROR_SUCCESS)
+    return false;
   CloseKey();
   fImpl->key = h;
   fOpen = true;
@@ -127,15 +129,18 @@ bool TRegistry::KeyExists(std::string_view key) {
 bool TRegistry::ValueExists(std::string_view name) {
   if (!fOpen) return false;
   AnsiString n(name);
-  return ::RegQueryValueExA(fImpl->key, n.c_str(), nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+  return ::RegQueryValueExA(fImpl->key, n.c_str(), nullptr, nullptr, nullptr, nullptr) ==
+         ERROR_SUCCESS;
 }
 
 AnsiString TRegistry::ReadString(std::string_view name) {
   if (!fOpen) throw ERegistryException(Format(SysConst::SRegGetDataFailed, name));
   AnsiString n(name);
   DWORD type = 0, size = 0;
-  if (::RegQueryValueExA(fImpl->key, n.c_str(), nullptr, &type, nullptr, &size) != ERROR_SUCCESS) return {};
-  if (type != REG_SZ && type != REG_EXPAND_SZ) throw ERegistryException(Format(SysConst::SRegGetDataFailed, name));
+  if (::RegQueryValueExA(fImpl->key, n.c_str(), nullptr, &type, nullptr, &size) != ERROR_SUCCESS)
+    return {};
+  if (type != REG_SZ && type != REG_EXPAND_SZ)
+    throw ERegistryException(Format(SysConst::SRegGetDataFailed, name));
   AnsiString data(size, '\0');
   if (size > 0 && ::RegQueryValueExA(fImpl->key, n.c_str(), nullptr, &type,
                                      reinterpret_cast<BYTE*>(data.data()), &size) != ERROR_SUCCESS)
@@ -206,8 +211,7 @@ AnsiString DecodeKeyName(std::string_view name) {
   };
   AnsiString r;
   for (std::size_t i = 0; i < name.size(); ++i) {
-    if (name[i] == '%' && i + 2 < name.size() &&
-        hex(name[i + 1]) >= 0 && hex(name[i + 2]) >= 0) {
+    if (name[i] == '%' && i + 2 < name.size() && hex(name[i + 1]) >= 0 && hex(name[i + 2]) >= 0) {
       r += static_cast<char>(hex(name[i + 1]) * 16 + hex(name[i + 2]));
       i += 2;
     } else {
@@ -367,7 +371,9 @@ bool TRegistry::OpenKeyReadOnly(std::string_view key) {
   return true;
 }
 
-bool TRegistry::KeyExists(std::string_view key) { return !FindKeyDir(fRootKey, Resolve(key), false).empty(); }
+bool TRegistry::KeyExists(std::string_view key) {
+  return !FindKeyDir(fRootKey, Resolve(key), false).empty();
+}
 
 bool TRegistry::ValueExists(std::string_view name) {
   if (!fOpen) return false;
@@ -391,7 +397,8 @@ void TRegistry::WriteString(std::string_view name, std::string_view value) {
     values.emplace_back(AnsiString(name), AnsiString(value));
   else
     it->second = AnsiString(value);
-  if (!SaveValues(fImpl->dir, values)) throw ERegistryException(Format(SysConst::SRegSetDataFailed, name));
+  if (!SaveValues(fImpl->dir, values))
+    throw ERegistryException(Format(SysConst::SRegSetDataFailed, name));
 }
 
 bool TRegistry::DeleteValue(std::string_view name) {

@@ -13,12 +13,12 @@
 #ifdef _WIN32
 #include <windows.h>
 #else
-#include <cerrno>
-#include <climits>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <cerrno>
+#include <climits>
 #endif
 
 namespace ostrel {
@@ -70,7 +70,8 @@ SysString TempNameFor(const SysString& path) {
     hash ^= static_cast<UInt64>(static_cast<std::make_unsigned_t<decltype(c)>>(c));
     hash *= 1099511628211ull;
   }
-  const SysString suffix = ToSys(".~" + IntToHex(static_cast<Int64>(hash & 0xFFFFFFFFFFFFull), 12) + ".tmp");
+  const SysString suffix =
+      ToSys(".~" + IntToHex(static_cast<Int64>(hash & 0xFFFFFFFFFFFFull), 12) + ".tmp");
   std::size_t keep = name.size();
   while (keep > 0 && keep + suffix.size() > kNameMax) {
     --keep;
@@ -99,7 +100,8 @@ TFileStream& TSafeFileWriter::Temp() const {
 }
 
 void TSafeFileWriter::Fail(Cardinal errorCode) const {
-  throw EFCreateError(Format(SysConst::SFCreateError, ExpandFileName(fFileName), SysErrorMessage(errorCode)));
+  throw EFCreateError(
+      Format(SysConst::SFCreateError, ExpandFileName(fFileName), SysErrorMessage(errorCode)));
 }
 
 Integer TSafeFileWriter::Read(void* buffer, Integer count) { return Temp().Read(buffer, count); }
@@ -111,7 +113,9 @@ Integer TSafeFileWriter::Write(const void* buffer, Integer count) {
   return done;
 }
 
-Int64 TSafeFileWriter::Seek(Int64 offset, TSeekOrigin origin) { return Temp().Seek(offset, origin); }
+Int64 TSafeFileWriter::Seek(Int64 offset, TSeekOrigin origin) {
+  return Temp().Seek(offset, origin);
+}
 Int64 TSafeFileWriter::GetSize() { return Temp().GetSize(); }
 void TSafeFileWriter::SetSize(Int64 newSize) { Temp().SetSize(newSize); }
 
@@ -119,11 +123,13 @@ void TSafeFileWriter::SetSize(Int64 newSize) { Temp().SetSize(newSize); }
 
 namespace {
 
-std::intptr_t OpenTarget(const SysString& path, bool& exists, bool& regular, bool& inPlace, Cardinal& error) {
+std::intptr_t OpenTarget(const SysString& path, bool& exists, bool& regular, bool& inPlace,
+                         Cardinal& error) {
   // Sharing everything, this open is refused exactly where another holder denies writers
   // (and a read-only file refuses it as well).
-  HANDLE h = ::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                           nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  HANDLE h = ::CreateFileW(path.c_str(), GENERIC_WRITE,
+                           FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                           OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (h == INVALID_HANDLE_VALUE) {
     error = ::GetLastError();
     if (error == ERROR_FILE_NOT_FOUND) error = 0;
@@ -160,12 +166,13 @@ Cardinal SyncFile(std::intptr_t handle, bool) {
 // ReplaceFileW carries the target's attributes, security and creation time over to the new
 // file; a target that has gone meanwhile is simply created.
 Cardinal Replace(const SysString& temp, const SysString& target, bool exists) {
-  if (exists && ::ReplaceFileW(target.c_str(), temp.c_str(), nullptr, REPLACEFILE_IGNORE_MERGE_ERRORS,
-                               nullptr, nullptr))
+  if (exists && ::ReplaceFileW(target.c_str(), temp.c_str(), nullptr,
+                               REPLACEFILE_IGNORE_MERGE_ERRORS, nullptr, nullptr))
     return 0;
   Cardinal error = exists ? ::GetLastError() : 0;
   if (exists && error != ERROR_FILE_NOT_FOUND) return error;
-  return ::MoveFileExW(temp.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)
+  return ::MoveFileExW(temp.c_str(), target.c_str(),
+                       MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)
              ? 0
              : ::GetLastError();
 }
@@ -210,11 +217,12 @@ bool LockedElsewhere(int fd) {
 
 bool Names(int fd, const SysString& path) {
   struct stat a, b;
-  return ::fstat(fd, &a) == 0 && ::lstat(path.c_str(), &b) == 0 && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+  return ::fstat(fd, &a) == 0 && ::lstat(path.c_str(), &b) == 0 && a.st_dev == b.st_dev &&
+         a.st_ino == b.st_ino;
 }
 
-std::intptr_t OpenTarget(const SysString& path, bool& exists, bool& regular, bool& inPlace, Cardinal& error,
-                         struct stat& st) {
+std::intptr_t OpenTarget(const SysString& path, bool& exists, bool& regular, bool& inPlace,
+                         Cardinal& error, struct stat& st) {
   // O_NONBLOCK so that a FIFO without a reader refuses instead of hanging.
   int fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
   if (fd < 0) {
@@ -237,7 +245,8 @@ std::intptr_t OpenTarget(const SysString& path, bool& exists, bool& regular, boo
 // is either a killed save's, whose lock went with its process, and is removed, or belongs to
 // a save under way, which refuses this one. Between creating and locking, another save may
 // take a new file for stale and remove it; the name is checked after locking, and made again.
-std::intptr_t CreateTemp(const SysString& temp, bool exists, unsigned newFileMode, Cardinal& error) {
+std::intptr_t CreateTemp(const SysString& temp, bool exists, unsigned newFileMode,
+                         Cardinal& error) {
   const mode_t mode = exists ? 0600 : static_cast<mode_t>(newFileMode & 07777);
   error = EWOULDBLOCK;  // when every attempt lost its file to another save
   for (int attempt = 0; attempt < 4; ++attempt) {
@@ -323,7 +332,8 @@ TSafeFileWriter::TSafeFileWriter(std::string_view fileName, unsigned newFileMode
     // The owner first, since changing it clears the set-id bits. A user who may not give the
     // file away may still keep its group; failing both, the file is the saving user's.
     const int fd = static_cast<int>(temp);
-    if (::fchown(fd, st.st_uid, st.st_gid) != 0) (void)!::fchown(fd, static_cast<uid_t>(-1), st.st_gid);
+    if (::fchown(fd, st.st_uid, st.st_gid) != 0)
+      (void)!::fchown(fd, static_cast<uid_t>(-1), st.st_gid);
     (void)!::fchmod(fd, st.st_mode & 07777);
   }
 #endif
@@ -347,7 +357,8 @@ void TSafeFileWriter::Commit() {
       source.Seek(0, soBeginning);
       d.held->Seek(0, soBeginning);  // a pipe or terminal has no position, and needs none
       for (Int64 done = 0; done < size;) {
-        Integer n = source.Read(buffer.data(), static_cast<Integer>(std::min<Int64>(size - done, chunk)));
+        Integer n =
+            source.Read(buffer.data(), static_cast<Integer>(std::min<Int64>(size - done, chunk)));
         if (n <= 0 || d.held->Write(buffer.data(), n) != n) Fail(GetLastOSError());
         done += n;
       }

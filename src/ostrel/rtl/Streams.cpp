@@ -14,11 +14,11 @@
 #ifdef _WIN32
 #include <windows.h>
 #else
-#include <cerrno>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <cerrno>
 #endif
 
 namespace ostrel {
@@ -103,7 +103,8 @@ TFileStream::TFileStream(std::string_view fileName, Word mode) : fFileName(fileN
   const unsigned share = (mode & 0xF0) >> 4;
   if (access > fmOpenReadWrite || share > 4 || fileName.find('\0') != std::string_view::npos)
     RaiseOpenError(create, fileName, ERROR_INVALID_PARAMETER);
-  static constexpr DWORD accessModes[3] = {GENERIC_READ, GENERIC_WRITE, GENERIC_READ | GENERIC_WRITE};
+  static constexpr DWORD accessModes[3] = {GENERIC_READ, GENERIC_WRITE,
+                                           GENERIC_READ | GENERIC_WRITE};
   std::wstring wide;
   for (char16_t c : AnsiToWide(fileName)) wide.push_back(static_cast<wchar_t>(c));
   HANDLE h = ::CreateFileW(wide.c_str(), accessModes[access], shareModes[share], nullptr,
@@ -119,7 +120,8 @@ TFileStream::~TFileStream() {
 Integer TFileStream::Read(void* buffer, Integer count) {
   if (count <= 0) return 0;
   DWORD done = 0;
-  if (!::ReadFile(reinterpret_cast<HANDLE>(fHandle), buffer, static_cast<DWORD>(count), &done, nullptr))
+  if (!::ReadFile(reinterpret_cast<HANDLE>(fHandle), buffer, static_cast<DWORD>(count), &done,
+                  nullptr))
     return 0;
   return static_cast<Integer>(done);
 }
@@ -127,7 +129,8 @@ Integer TFileStream::Read(void* buffer, Integer count) {
 Integer TFileStream::Write(const void* buffer, Integer count) {
   if (count <= 0) return 0;
   DWORD done = 0;
-  if (!::WriteFile(reinterpret_cast<HANDLE>(fHandle), buffer, static_cast<DWORD>(count), &done, nullptr))
+  if (!::WriteFile(reinterpret_cast<HANDLE>(fHandle), buffer, static_cast<DWORD>(count), &done,
+                   nullptr))
     return 0;
   return static_cast<Integer>(done);
 }

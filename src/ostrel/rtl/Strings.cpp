@@ -56,20 +56,20 @@ constexpr CaseTables MakeCaseTables() {
   }
   // Cyrillic lower-case letters in collation order (CP1251 codes).
   const int order[] = {
-      0xE0,              // а
-      0xE1, 0xE2,        // б в
-      0xE3, 0xB4, 0x83,  // г ґ ѓ
-      0xE4, 0x90,        // д ђ
-      0xE5, 0xB8, 0xBA,  // е ё є
-      0xE6, 0xE7, 0xBE,  // ж з ѕ
-      0xE8, 0xB3, 0xBF,  // и і ї
-      0xE9, 0xBC,        // й ј
-      0xEA, 0x9D,        // к ќ
-      0xEB, 0x9A,        // л љ
-      0xEC, 0xED, 0x9C,  // м н њ
-      0xEE, 0xEF, 0xF0, 0xF1, 0xF2, 0x9E,  // о п р с т ћ
-      0xF3, 0xA2,        // у ў
-      0xF4, 0xF5, 0xF6, 0xF7, 0x9F,  // ф х ц ч џ
+      0xE0,                                            // а
+      0xE1, 0xE2,                                      // б в
+      0xE3, 0xB4, 0x83,                                // г ґ ѓ
+      0xE4, 0x90,                                      // д ђ
+      0xE5, 0xB8, 0xBA,                                // е ё є
+      0xE6, 0xE7, 0xBE,                                // ж з ѕ
+      0xE8, 0xB3, 0xBF,                                // и і ї
+      0xE9, 0xBC,                                      // й ј
+      0xEA, 0x9D,                                      // к ќ
+      0xEB, 0x9A,                                      // л љ
+      0xEC, 0xED, 0x9C,                                // м н њ
+      0xEE, 0xEF, 0xF0, 0xF1, 0xF2, 0x9E,              // о п р с т ћ
+      0xF3, 0xA2,                                      // у ў
+      0xF4, 0xF5, 0xF6, 0xF7, 0x9F,                    // ф х ц ч џ
       0xF8, 0xF9, 0xFA, 0xFB, 0xFC, 0xFD, 0xFE, 0xFF,  // ш щ ъ ы ь э ю я
   };
   for (int lo : order) {
@@ -91,21 +91,42 @@ int Sign(int v) { return (v > 0) - (v < 0); }
 // Decodes one code point at s[i]; advances i. Malformed input yields U+FFFD for one byte.
 char32_t DecodeUtf8(std::string_view s, std::size_t& i) {
   unsigned char c = U(s[i]);
-  if (c < 0x80) { ++i; return c; }
+  if (c < 0x80) {
+    ++i;
+    return c;
+  }
   int extra;
   char32_t cp;
-  if ((c & 0xE0) == 0xC0) { extra = 1; cp = c & 0x1F; }
-  else if ((c & 0xF0) == 0xE0) { extra = 2; cp = c & 0x0F; }
-  else if ((c & 0xF8) == 0xF0) { extra = 3; cp = c & 0x07; }
-  else { ++i; return 0xFFFD; }
-  if (i + extra >= s.size()) { ++i; return 0xFFFD; }
+  if ((c & 0xE0) == 0xC0) {
+    extra = 1;
+    cp = c & 0x1F;
+  } else if ((c & 0xF0) == 0xE0) {
+    extra = 2;
+    cp = c & 0x0F;
+  } else if ((c & 0xF8) == 0xF0) {
+    extra = 3;
+    cp = c & 0x07;
+  } else {
+    ++i;
+    return 0xFFFD;
+  }
+  if (i + extra >= s.size()) {
+    ++i;
+    return 0xFFFD;
+  }
   for (int k = 1; k <= extra; ++k) {
     unsigned char cc = U(s[i + k]);
-    if ((cc & 0xC0) != 0x80) { ++i; return 0xFFFD; }
+    if ((cc & 0xC0) != 0x80) {
+      ++i;
+      return 0xFFFD;
+    }
     cp = (cp << 6) | (cc & 0x3F);
   }
   static constexpr char32_t kMin[] = {0, 0x80, 0x800, 0x10000};
-  if (cp < kMin[extra] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) { ++i; return 0xFFFD; }
+  if (cp < kMin[extra] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
+    ++i;
+    return 0xFFFD;
+  }
   i += 1 + extra;
   return cp;
 }
@@ -345,9 +366,9 @@ AnsiString StringReplaceAll(std::string_view s, std::string_view from, std::stri
   AnsiString out;
   std::size_t i = 0;
   while (i < s.size()) {
-    bool hit = i + from.size() <= s.size() &&
-               (ignoreCase ? AnsiSameText(s.substr(i, from.size()), from)
-                           : s.substr(i, from.size()) == from);
+    bool hit =
+        i + from.size() <= s.size() && (ignoreCase ? AnsiSameText(s.substr(i, from.size()), from)
+                                                   : s.substr(i, from.size()) == from);
     if (hit) {
       out += to;
       i += from.size();

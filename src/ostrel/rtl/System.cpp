@@ -32,7 +32,9 @@ bool TObject::ClassInheritsFrom(TClass cls, TClass ancestor) noexcept {
   return false;
 }
 
-bool TObject::InheritsFrom(TClass cls) const noexcept { return ClassInheritsFrom(ClassType(), cls); }
+bool TObject::InheritsFrom(TClass cls) const noexcept {
+  return ClassInheritsFrom(ClassType(), cls);
+}
 
 bool TObject::GetInterface(const TGUID&, void** obj) {
   *obj = nullptr;

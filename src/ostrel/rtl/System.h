@@ -201,20 +201,20 @@ using TClass = const TClassInfo*;
 // A class reference must be one address in the whole process: a record defined inline would
 // be copied into every module that names the class (each DLL and the program on Windows), and
 // ClassType() == X::StaticClass() or InheritsFrom would then fail across the module boundary.
-#define OSTREL_CLASS(Name, Parent)                                                   \
- public:                                                                            \
-  using ClassParent = Parent;                                                       \
-  static ::ostrel::TClass StaticClass() noexcept;                                   \
-  ::ostrel::TClass ClassType() const noexcept override { return StaticClass(); }    \
-                                                                                    \
+#define OSTREL_CLASS(Name, Parent)                                               \
+ public:                                                                         \
+  using ClassParent = Parent;                                                    \
+  static ::ostrel::TClass StaticClass() noexcept;                                \
+  ::ostrel::TClass ClassType() const noexcept override { return StaticClass(); } \
+                                                                                 \
  private:
 
 // Defines the class-info record declared by OSTREL_CLASS, at namespace scope in the class's
 // namespace (in the library for exported classes, so that it is exported with them).
-#define OSTREL_DEFINE_CLASS(Name)                                                    \
-  ::ostrel::TClass Name::StaticClass() noexcept {                                   \
-    static const ::ostrel::TClassInfo info{#Name, ClassParent::StaticClass()};      \
-    return &info;                                                                   \
+#define OSTREL_DEFINE_CLASS(Name)                                              \
+  ::ostrel::TClass Name::StaticClass() noexcept {                              \
+    static const ::ostrel::TClassInfo info{#Name, ClassParent::StaticClass()}; \
+    return &info;                                                              \
   }
 
 class OSTREL_API TObject {

@@ -105,8 +105,10 @@ bool CheckSynchronize(Integer timeoutMs) {
   {
     std::unique_lock lock(q.Lock);
     auto ready = [&] { return !q.Entries.empty(); };
-    if (timeoutMs < 0) q.WorkArrived.wait(lock, ready);
-    else if (timeoutMs > 0) q.WorkArrived.wait_for(lock, std::chrono::milliseconds(timeoutMs), ready);
+    if (timeoutMs < 0)
+      q.WorkArrived.wait(lock, ready);
+    else if (timeoutMs > 0)
+      q.WorkArrived.wait_for(lock, std::chrono::milliseconds(timeoutMs), ready);
     if (q.Entries.empty()) return false;
     last = q.Entries.back().Seq;
   }
@@ -150,8 +152,10 @@ void TThread::Synchronize(const TThreadMethod& method) {
 }
 
 void TThread::Queue(TThreadMethod method, const void* tag) {
-  if (IsMainThread()) method();
-  else Enqueue(std::move(method), tag, nullptr);
+  if (IsMainThread())
+    method();
+  else
+    Enqueue(std::move(method), tag, nullptr);
 }
 
 void TThread::ForceQueue(TThreadMethod method, const void* tag) {
@@ -173,12 +177,15 @@ TThread::~TThread() {
   if (!fThread.joinable()) return;
   Terminate();
   // A thread that frees itself cannot wait for itself.
-  if (std::this_thread::get_id() == fThreadID) fThread.detach();
-  else WaitFor();
+  if (std::this_thread::get_id() == fThreadID)
+    fThread.detach();
+  else
+    WaitFor();
 }
 
 void TThread::Start() {
-  if (fThread.joinable() || fFinished) throw EThread("Cannot call Start on a running or terminated thread");
+  if (fThread.joinable() || fFinished)
+    throw EThread("Cannot call Start on a running or terminated thread");
   fThread = std::thread([this] { Run(); });
   fThreadID = fThread.get_id();
 }

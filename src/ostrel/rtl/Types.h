@@ -41,7 +41,11 @@ struct Currency {
   static constexpr Int64 Scale = 10000;
 
   constexpr Currency() = default;
-  static constexpr Currency FromRaw(Int64 raw) { Currency c; c.Raw = raw; return c; }
+  static constexpr Currency FromRaw(Int64 raw) {
+    Currency c;
+    c.Raw = raw;
+    return c;
+  }
   static constexpr Currency FromInt(Int64 v) { return FromRaw(v * Scale); }
 
   constexpr friend bool operator==(Currency a, Currency b) = default;

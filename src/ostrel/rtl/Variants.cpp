@@ -209,16 +209,14 @@ Variant::Variant(const AnsiString& value) : fType(varEmpty), fStr(new AnsiString
 Variant::Variant(AnsiString&& value) : fType(varEmpty), fStr(new AnsiString(std::move(value))) {
   fType = varString;
 }
-Variant::Variant(const char16_t* value)
-    : Variant(std::u16string_view(value ? value : u"")) {}
+Variant::Variant(const char16_t* value) : Variant(std::u16string_view(value ? value : u"")) {}
 Variant::Variant(std::u16string_view value) : fType(varEmpty), fWide(new WideString(value)) {
   fType = varOleStr;
 }
 Variant::Variant(const WideString& value) : fType(varEmpty), fWide(new WideString(value)) {
   fType = varOleStr;
 }
-Variant::Variant(WideString&& value)
-    : fType(varEmpty), fWide(new WideString(std::move(value))) {
+Variant::Variant(WideString&& value) : fType(varEmpty), fWide(new WideString(std::move(value))) {
   fType = varOleStr;
 }
 Variant::Variant(IPtr<IInterface> value) noexcept : fType(varUnknown), fIntf(value.Detach()) {}
@@ -268,11 +266,16 @@ bool VarIsStr(const Variant& v) {
 }
 bool VarIsOrdinal(const Variant& v) {
   switch (VA::Tag(v)) {
-    case varSmallint: case varInteger: case varBoolean: case varShortInt: case varByte:
-    case varWord: case varLongWord: case varInt64: case varUInt64:
-      return true;
-    default:
-      return false;
+    case varSmallint:
+    case varInteger:
+    case varBoolean:
+    case varShortInt:
+    case varByte:
+    case varWord:
+    case varLongWord:
+    case varInt64:
+    case varUInt64: return true;
+    default: return false;
   }
 }
 bool VarIsFloat(const Variant& v) {
@@ -290,9 +293,9 @@ void VarClear(Variant& v) { v.Clear(); }
 
 AnsiString VarTypeAsText(TVarType type) {
   static constexpr std::string_view kNames[] = {
-      "Empty",   "Null",     "Smallint", "Integer", "Single",  "Double",  "Currency", "Date",
-      "OleStr",  "Dispatch", "Error",    "Boolean", "Variant", "Unknown", "Decimal",  "",
-      "ShortInt", "Byte",    "Word",     "LongWord", "Int64",  "UInt64"};
+      "Empty",    "Null",     "Smallint", "Integer",  "Single",  "Double",  "Currency", "Date",
+      "OleStr",   "Dispatch", "Error",    "Boolean",  "Variant", "Unknown", "Decimal",  "",
+      "ShortInt", "Byte",     "Word",     "LongWord", "Int64",   "UInt64"};
   TVarType base = type & varTypeMask;
   AnsiString name;
   if (base < std::size(kNames) && !kNames[base].empty())
@@ -409,15 +412,22 @@ Extended ToExtended(const Variant& v, TVarType to) {
   TVarType t = VA::Tag(v);
   switch (t) {
     case varEmpty: return 0;
-    case varSmallint: case varInteger: case varShortInt: case varInt64:
-      return static_cast<Extended>(VA::Int(v));
-    case varByte: case varWord: case varLongWord: case varUInt64:
-      return static_cast<Extended>(VA::UInt(v));
+    case varSmallint:
+    case varInteger:
+    case varShortInt:
+    case varInt64: return static_cast<Extended>(VA::Int(v));
+    case varByte:
+    case varWord:
+    case varLongWord:
+    case varUInt64: return static_cast<Extended>(VA::UInt(v));
     case varBoolean: return VA::Int(v) ? -1 : 0;
     case varSingle: return VA::Sgl(v);
-    case varDouble: case varDate: return VA::Dbl(v);
+    case varDouble:
+    case varDate: return VA::Dbl(v);
     case varCurrency: return CurrencyToExtended(Currency::FromRaw(VA::Int(v)));
-    case varString: case varOleStr: case varUString: {
+    case varString:
+    case varOleStr:
+    case varUString: {
       Extended f = 0;
       if (!TryStrToFloat(StringOf(v), f)) CastError(t, to);
       return f;
@@ -466,15 +476,24 @@ Currency ToCurr(const Variant& v) {
     case varEmpty: return Currency();
     case varCurrency: return Currency::FromRaw(VA::Int(v));
     case varBoolean: return Currency::FromInt(VA::Int(v) ? -1 : 0);
-    case varSmallint: case varInteger: case varShortInt: case varInt64:
+    case varSmallint:
+    case varInteger:
+    case varShortInt:
+    case varInt64:
       if (VA::Int(v) > kMaxUnits || VA::Int(v) < -kMaxUnits) OverflowError();
       return Currency::FromInt(VA::Int(v));
-    case varByte: case varWord: case varLongWord: case varUInt64:
+    case varByte:
+    case varWord:
+    case varLongWord:
+    case varUInt64:
       if (VA::UInt(v) > static_cast<UInt64>(kMaxUnits)) OverflowError();
       return Currency::FromInt(static_cast<Int64>(VA::UInt(v)));
     case varSingle: return FloatToCurrency(VA::Sgl(v));
-    case varDouble: case varDate: return FloatToCurrency(VA::Dbl(v));
-    case varString: case varOleStr: case varUString: {
+    case varDouble:
+    case varDate: return FloatToCurrency(VA::Dbl(v));
+    case varString:
+    case varOleStr:
+    case varUString: {
       Currency c;
       if (!TryStrToCurr(StringOf(v), c)) CastError(t, varCurrency);
       return c;
@@ -487,12 +506,22 @@ bool ToBool(const Variant& v) {
   TVarType t = VA::Tag(v);
   switch (t) {
     case varEmpty: return false;
-    case varBoolean: case varSmallint: case varInteger: case varShortInt: case varInt64:
-    case varByte: case varWord: case varLongWord: case varUInt64: case varCurrency:
-      return VA::Int(v) != 0;
+    case varBoolean:
+    case varSmallint:
+    case varInteger:
+    case varShortInt:
+    case varInt64:
+    case varByte:
+    case varWord:
+    case varLongWord:
+    case varUInt64:
+    case varCurrency: return VA::Int(v) != 0;
     case varSingle: return VA::Sgl(v) != 0;
-    case varDouble: case varDate: return VA::Dbl(v) != 0;
-    case varString: case varOleStr: case varUString: {
+    case varDouble:
+    case varDate: return VA::Dbl(v) != 0;
+    case varString:
+    case varOleStr:
+    case varUString: {
       bool b = false;
       if (!TryStrToBool(StringOf(v), b)) CastError(t, varBoolean);
       return b;
@@ -508,10 +537,17 @@ AnsiString ToAnsi(const Variant& v, TVarType to) {
   switch (t) {
     case varEmpty: return AnsiString();
     case varString: return VA::Str(v);
-    case varOleStr: case varUString: return WideToAnsi(VA::Wide(v));
+    case varOleStr:
+    case varUString: return WideToAnsi(VA::Wide(v));
     case varBoolean: return BoolToStr(VA::Int(v) != 0, true);
-    case varSmallint: case varInteger: case varShortInt: case varInt64: return IntToStr(VA::Int(v));
-    case varByte: case varWord: case varLongWord: case varUInt64: return UIntToStr(VA::UInt(v));
+    case varSmallint:
+    case varInteger:
+    case varShortInt:
+    case varInt64: return IntToStr(VA::Int(v));
+    case varByte:
+    case varWord:
+    case varLongWord:
+    case varUInt64: return UIntToStr(VA::UInt(v));
     // A single shows the digits a single holds, not the tail of its widened binary value.
     case varSingle: return FloatToStrF(VA::Sgl(v), ffGeneral, 7, 0);
     case varDouble: return FloatToStr(VA::Dbl(v));
@@ -530,7 +566,8 @@ IPtr<IInterface> ToIntf(const Variant& v, TVarType to) {
   TVarType t = VA::Tag(v);
   if (t == varEmpty) return nullptr;
   // Every dispatch interface is also an unknown one; the reverse would need a query.
-  if (t == varDispatch || (t == varUnknown && to == varUnknown)) return IPtr<IInterface>(VA::Intf(v));
+  if (t == varDispatch || (t == varUnknown && to == varUnknown))
+    return IPtr<IInterface>(VA::Intf(v));
   CastError(v.VarType(), to);
 }
 
@@ -548,8 +585,8 @@ Variant VarAsType(const Variant& v, TVarType type) {
       return Variant(static_cast<Integer>(ToSigned(v, type, std::numeric_limits<Integer>::min(),
                                                    std::numeric_limits<Integer>::max())));
     case varInt64:
-      return Variant(ToSigned(v, type, std::numeric_limits<Int64>::min(),
-                              std::numeric_limits<Int64>::max()));
+      return Variant(
+          ToSigned(v, type, std::numeric_limits<Int64>::min(), std::numeric_limits<Int64>::max()));
     case varByte: return Variant(static_cast<Byte>(ToUnsigned(v, type, 0xFF)));
     case varWord: return Variant(static_cast<Word>(ToUnsigned(v, type, 0xFFFF)));
     case varLongWord: return Variant(static_cast<LongWord>(ToUnsigned(v, type, 0xFFFFFFFFu)));
@@ -606,13 +643,25 @@ namespace {
 
 bool IsValidElemType(TVarType t) {
   switch (t) {
-    case varSmallint: case varInteger: case varSingle: case varDouble: case varCurrency:
-    case varDate: case varOleStr: case varDispatch: case varError: case varBoolean:
-    case varVariant: case varUnknown: case varShortInt: case varByte: case varWord:
-    case varLongWord: case varInt64: case varUInt64:
-      return true;
-    default:
-      return false;
+    case varSmallint:
+    case varInteger:
+    case varSingle:
+    case varDouble:
+    case varCurrency:
+    case varDate:
+    case varOleStr:
+    case varDispatch:
+    case varError:
+    case varBoolean:
+    case varVariant:
+    case varUnknown:
+    case varShortInt:
+    case varByte:
+    case varWord:
+    case varLongWord:
+    case varInt64:
+    case varUInt64: return true;
+    default: return false;
   }
 }
 
@@ -727,13 +776,21 @@ Cat CatOf(const Variant& v) {
     case varEmpty: return Cat::Empty;
     case varNull: return Cat::Null;
     case varBoolean: return Cat::Bool;
-    case varSmallint: case varInteger: case varShortInt: case varInt64: case varByte:
-    case varWord: case varLongWord: case varUInt64:
-      return Cat::Int;
-    case varSingle: case varDouble: return Cat::Float;
+    case varSmallint:
+    case varInteger:
+    case varShortInt:
+    case varInt64:
+    case varByte:
+    case varWord:
+    case varLongWord:
+    case varUInt64: return Cat::Int;
+    case varSingle:
+    case varDouble: return Cat::Float;
     case varDate: return Cat::Date;
     case varCurrency: return Cat::Curr;
-    case varString: case varOleStr: case varUString: return Cat::Str;
+    case varString:
+    case varOleStr:
+    case varUString: return Cat::Str;
     default: return Cat::Other;
   }
 }
@@ -837,19 +894,15 @@ int CompareVariants(const Variant& a, const Variant& b, bool equality) {
     common = Cat::Int;
   }
   switch (common) {
-    case Cat::Bool:
-      return Sign3(ToBool(a), ToBool(b));
+    case Cat::Bool: return Sign3(ToBool(a), ToBool(b));
     case Cat::Int:
       // Against a string an ordinal compares as a float, so "1,5" is not 1 or 2.
       if (ca == Cat::Str || cb == Cat::Str)
         return CompareFloat(ToExtended(a, varDouble), ToExtended(b, varDouble), equality);
       return CompareOrdinal(a, b);
-    case Cat::Date:
-      return CompareFloat(ToDate(a), ToDate(b), equality);
-    case Cat::Curr:
-      return CompareCurrency(a, b);
-    default:
-      return CompareFloat(ToExtended(a, varDouble), ToExtended(b, varDouble), equality);
+    case Cat::Date: return CompareFloat(ToDate(a), ToDate(b), equality);
+    case Cat::Curr: return CompareCurrency(a, b);
+    default: return CompareFloat(ToExtended(a, varDouble), ToExtended(b, varDouble), equality);
   }
 }
 

@@ -55,21 +55,29 @@ struct VarArrayData;
 template <class T>
 inline constexpr bool IsVariantInteger =
     std::is_integral_v<T> && !std::is_same_v<T, bool> && !std::is_same_v<T, char> &&
-    !std::is_same_v<T, wchar_t> && !std::is_same_v<T, char8_t> &&
-    !std::is_same_v<T, char16_t> && !std::is_same_v<T, char32_t>;
+    !std::is_same_v<T, wchar_t> && !std::is_same_v<T, char8_t> && !std::is_same_v<T, char16_t> &&
+    !std::is_same_v<T, char32_t>;
 
 template <class T>
 constexpr TVarType IntegerVarType() {
   if constexpr (std::is_signed_v<T>) {
-    if constexpr (sizeof(T) == 1) return varShortInt;
-    else if constexpr (sizeof(T) == 2) return varSmallint;
-    else if constexpr (sizeof(T) == 4) return varInteger;
-    else return varInt64;
+    if constexpr (sizeof(T) == 1)
+      return varShortInt;
+    else if constexpr (sizeof(T) == 2)
+      return varSmallint;
+    else if constexpr (sizeof(T) == 4)
+      return varInteger;
+    else
+      return varInt64;
   } else {
-    if constexpr (sizeof(T) == 1) return varByte;
-    else if constexpr (sizeof(T) == 2) return varWord;
-    else if constexpr (sizeof(T) == 4) return varLongWord;
-    else return varUInt64;
+    if constexpr (sizeof(T) == 1)
+      return varByte;
+    else if constexpr (sizeof(T) == 2)
+      return varWord;
+    else if constexpr (sizeof(T) == 4)
+      return varLongWord;
+    else
+      return varUInt64;
   }
 }
 }  // namespace detail
@@ -95,8 +103,10 @@ class OSTREL_API Variant {
   // 64-bit signed 20, 64-bit unsigned 21.
   template <class T, std::enable_if_t<detail::IsVariantInteger<T>, int> = 0>
   Variant(T value) noexcept : fType(detail::IntegerVarType<T>()) {
-    if constexpr (std::is_signed_v<T>) fInt = static_cast<Int64>(value);
-    else fUInt = static_cast<UInt64>(value);
+    if constexpr (std::is_signed_v<T>)
+      fInt = static_cast<Int64>(value);
+    else
+      fUInt = static_cast<UInt64>(value);
   }
   Variant(float value) noexcept : fType(varSingle), fRaw(0) { fSingle = value; }
   Variant(double value) noexcept : fType(varDouble), fDouble(value) {}
@@ -120,8 +130,9 @@ class OSTREL_API Variant {
 
   // Interfaces (varUnknown; a null pointer gives varUnknown holding nil).
   Variant(IPtr<IInterface> value) noexcept;
-  template <class T, std::enable_if_t<std::is_base_of_v<IInterface, T> &&
-                                          !std::is_same_v<T, IInterface>, int> = 0>
+  template <
+      class T,
+      std::enable_if_t<std::is_base_of_v<IInterface, T> && !std::is_same_v<T, IInterface>, int> = 0>
   Variant(const IPtr<T>& value) noexcept
       : Variant(IPtr<IInterface>(static_cast<IInterface*>(value.Get()))) {}
   // A raw interface pointer is held counted, as assigning it to a variant does.
@@ -130,7 +141,8 @@ class OSTREL_API Variant {
   // Any other pointer would quietly turn into a boolean: refused at compile time.
   template <class T, std::enable_if_t<!std::is_base_of_v<IInterface, T> &&
                                           !std::is_same_v<std::remove_cv_t<T>, char> &&
-                                          !std::is_same_v<std::remove_cv_t<T>, char16_t>, int> = 0>
+                                          !std::is_same_v<std::remove_cv_t<T>, char16_t>,
+                                      int> = 0>
   Variant(T*) = delete;
 
   static Variant Null() noexcept;
@@ -150,9 +162,9 @@ class OSTREL_API Variant {
   void Swap(Variant& other) noexcept;
 
   // Typed access without conversion; the wrong type raises EVariantTypeCastError.
-  const AnsiString& StrRef() const;    // varString
-  const WideString& WideRef() const;   // varOleStr, varUString
-  IInterface* IntfPtr() const;         // varUnknown, varDispatch (not counted)
+  const AnsiString& StrRef() const;   // varString
+  const WideString& WideRef() const;  // varOleStr, varUString
+  IInterface* IntfPtr() const;        // varUnknown, varDispatch (not counted)
 
   // Array elements with bounds checking: EVariantBadIndexError outside the bounds,
   // EVariantError "Variant is not an array" for a non-array. SetElement converts the value
@@ -176,8 +188,8 @@ class OSTREL_API Variant {
   static constexpr TVarType kArrayTag = 0x0FFF;
 
   bool HoldsReference() const noexcept {
-    return fType == varOleStr || fType == varString || fType == varUString ||
-           fType == varUnknown || fType == varDispatch || fType == kArrayTag;
+    return fType == varOleStr || fType == varString || fType == varUString || fType == varUnknown ||
+           fType == varDispatch || fType == kArrayTag;
   }
   void Release() noexcept;
 
@@ -207,10 +219,10 @@ OSTREL_API bool VarIsEmpty(const Variant& v);
 // Empty, or an error value (a missing optional parameter).
 OSTREL_API bool VarIsClear(const Variant& v);
 OSTREL_API bool VarIsArray(const Variant& v);
-OSTREL_API bool VarIsStr(const Variant& v);       // varString, varOleStr, varUString
-OSTREL_API bool VarIsNumeric(const Variant& v);   // ordinal or float
-OSTREL_API bool VarIsOrdinal(const Variant& v);   // integer types and boolean
-OSTREL_API bool VarIsFloat(const Variant& v);     // single, double, currency, date
+OSTREL_API bool VarIsStr(const Variant& v);      // varString, varOleStr, varUString
+OSTREL_API bool VarIsNumeric(const Variant& v);  // ordinal or float
+OSTREL_API bool VarIsOrdinal(const Variant& v);  // integer types and boolean
+OSTREL_API bool VarIsFloat(const Variant& v);    // single, double, currency, date
 OSTREL_API bool VarIsType(const Variant& v, TVarType type);
 OSTREL_API bool VarIsType(const Variant& v, std::initializer_list<TVarType> types);
 OSTREL_API void VarClear(Variant& v);

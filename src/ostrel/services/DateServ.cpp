@@ -14,8 +14,8 @@ namespace {
 // Beyond this magnitude a double no longer steps by whole days reliably.
 constexpr double kExactDays = 4503599627370496.0;  // 2^52
 
-constexpr double kMinDay = -693593.0;   // 1 January of year 1
-constexpr double kMaxDay = 2958465.0;   // 31 December 9999
+constexpr double kMinDay = -693593.0;  // 1 January of year 1
+constexpr double kMaxDay = 2958465.0;  // 31 December 9999
 
 // Day steps keep the time of day. The day number is the whole part; the time its distance
 // from it, which for values before the epoch lies on the negative side (-1.25 is 29 Dec 1899
@@ -75,11 +75,11 @@ class ShortFormatSaver {
 TDateTime IncTime(TDateTime d, Integer hours, Integer minutes, Integer seconds, Integer msecs) {
   // The sum wraps at 32 bits; reducing the exact 64-bit sum modulo 2^32 gives the same bits
   // as wrapping after every operation.
-  const Int64 exact = Int64{hours % 24} * 3600000 + Int64{minutes} * 60000 +
-                      Int64{seconds} * 1000 + Int64{msecs};
+  const Int64 exact =
+      Int64{hours % 24} * 3600000 + Int64{minutes} * 60000 + Int64{seconds} * 1000 + Int64{msecs};
   const auto rest = static_cast<std::int32_t>(static_cast<std::uint32_t>(exact));
-  long double r = static_cast<long double>(d) + hours / 24 +
-                  static_cast<long double>(rest) / 86400000.0L;
+  long double r =
+      static_cast<long double>(d) + hours / 24 + static_cast<long double>(rest) / 86400000.0L;
   if (r < 0) r += 1;
   return static_cast<TDateTime>(r);
 }

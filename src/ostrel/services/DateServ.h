@@ -12,7 +12,7 @@ namespace ostrel {
 // step": IncDateByStepID gives 0.0 for it and GetDLoCorrect leaves the date alone.
 enum TPeriodStepID : Integer {
   psDay = 1,
-  psWeek = 2,      // 7 days
+  psWeek = 2,  // 7 days
   psMonth = 3,
   psQuarter = 4,   // 3 months
   psHalfYear = 5,  // 6 months

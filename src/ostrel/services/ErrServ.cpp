@@ -46,8 +46,10 @@ void Alert(std::string_view msg) {
   }
   const AnsiString text(msg);
   const AnsiString caption = ExtractFileName(GetExeFileName());
-  if (handler) handler(caption, text);
-  else DefaultAlert(caption, text);
+  if (handler)
+    handler(caption, text);
+  else
+    DefaultAlert(caption, text);
 }
 
 }  // namespace ostrel

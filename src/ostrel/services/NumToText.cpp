@@ -8,9 +8,9 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <cstdint>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <initializer_list>
 #include <memory>
@@ -60,8 +60,8 @@ void AppendForm(AnsiString& out, std::string_view entry, int k) {
   for (int part = 1; bar != std::string_view::npos; ++part) {
     const std::size_t next = entry.find('|', bar + 1);
     if (part == k) {
-      out += entry.substr(bar + 1, next == std::string_view::npos ? entry.size() - bar - 1
-                                                                    : next - bar - 1);
+      out += entry.substr(bar + 1,
+                          next == std::string_view::npos ? entry.size() - bar - 1 : next - bar - 1);
       return;
     }
     bar = next;
@@ -69,9 +69,9 @@ void AppendForm(AnsiString& out, std::string_view entry, int k) {
 }
 
 #if defined(__GNUC__) || defined(__clang__)
-#  define OSTREL_HOT_INLINE inline __attribute__((always_inline))
+#define OSTREL_HOT_INLINE inline __attribute__((always_inline))
 #else
-#  define OSTREL_HOT_INLINE inline
+#define OSTREL_HOT_INLINE inline
 #endif
 
 // A short text kept in a fixed cell, so that it is copied with one fixed-size move and
@@ -175,8 +175,8 @@ struct Form {
     Stem = entry.substr(0, bar);
     for (std::size_t k = 0; k < 3 && bar != std::string_view::npos; ++k) {
       const std::size_t next = entry.find('|', bar + 1);
-      Parts[k] = entry.substr(bar + 1, next == std::string_view::npos ? entry.size() - bar - 1
-                                                                        : next - bar - 1);
+      Parts[k] = entry.substr(
+          bar + 1, next == std::string_view::npos ? entry.size() - bar - 1 : next - bar - 1);
       bar = next;
     }
   }
@@ -466,9 +466,7 @@ void AppendGroup(Sink& out, const Words& w, int group, TSex sex, std::string_vie
   d = StripZeros(d);
   if (d.size() > 3) d = StripZeros(d.substr(d.size() - 3));
   switch (d.size()) {
-    case 1:
-      AppendDigitWord(out, w, d[0], sex);
-      break;
+    case 1: AppendDigitWord(out, w, d[0], sex); break;
     case 2:
       if (d[0] == '1' && d[1] != '0') {
         out += w.Teens[static_cast<std::size_t>(DigitIndex(d[1]))];
@@ -495,8 +493,7 @@ void AppendGroup(Sink& out, const Words& w, int group, TSex sex, std::string_vie
         AppendGroup(out, w, group, sex, d.substr(1));
       }
       break;
-    default:
-      break;
+    default: break;
   }
 }
 
@@ -511,8 +508,7 @@ std::unique_ptr<GroupTexts> BuildGroups(const Words& w) {
   for (std::size_t group = 1; group <= 4; ++group) {
     const Form& power = w.PowerForms[group];
     for (std::size_t form = 1; form <= 3; ++form)
-      if (!g->Power[group][form].Set({" ", power.Stem, power.Parts[form - 1], " "}))
-        return nullptr;
+      if (!g->Power[group][form].Set({" ", power.Stem, power.Parts[form - 1], " "})) return nullptr;
   }
 
   g->Lows.reserve(g->Way.size());  // never moves once the pointers are taken
@@ -906,16 +902,16 @@ AnsiString ExactAmountWords(const Words& w, const GroupTexts* groups, const Unit
   Sink result;
   AppendWhole(result, w, x.Whole, x.Negative, intUnit.Sex, groups);
   // English says the singular only after a bare "1".
-  intUnit.AppendTo(result, intUnit.Russian() ? RussianForm(x.Whole)
-                                             : (x.Whole == 1 && !x.Negative ? 1 : 2));
+  intUnit.AppendTo(
+      result, intUnit.Russian() ? RussianForm(x.Whole) : (x.Whole == 1 && !x.Negative ? 1 : 2));
   if (dec > 0) {
     char digits[20];  // dec is at most 18
     UInt64 f = x.Frac;
     for (std::size_t i = dec; i > 0; --i, f /= 10) digits[i - 1] = static_cast<char>('0' + f % 10);
     result += ' ';
     for (std::size_t i = 0; i < dec; ++i) result += digits[i];
-    fracUnit.AppendTo(result, fracUnit.Russian() ? RussianForm(x.Frac)
-                                                 : (dec == 1 && x.Frac == 1 ? 1 : 2));
+    fracUnit.AppendTo(result,
+                      fracUnit.Russian() ? RussianForm(x.Frac) : (dec == 1 && x.Frac == 1 ? 1 : 2));
   }
   result.UpperFirst();
   return result.Take();

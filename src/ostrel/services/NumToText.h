@@ -27,16 +27,16 @@ struct TkxCrcToTextRec {
 
 // One language dictionary. Word lists are ";"-separated.
 struct TkxNumToTextRec {
-  AnsiString Code;       // language code, matched without regard to case
-  AnsiString Plus;       // said for a leading "+"
-  AnsiString Minus;      // said for a leading "-"
-  AnsiString Zero;       // the whole text when every digit is 0
-  AnsiString Ones;       // 1..9
-  AnsiString Tens;       // 10, 20 .. 90
-  AnsiString Teens;      // 11..19
-  AnsiString Hundreds;   // 100 .. 900
-  AnsiString Powers;     // 10^3, 10^6, 10^9, 10^12
-  AnsiString TensDiv;    // between tens and units of the lowest group; empty means a blank
+  AnsiString Code;         // language code, matched without regard to case
+  AnsiString Plus;         // said for a leading "+"
+  AnsiString Minus;        // said for a leading "-"
+  AnsiString Zero;         // the whole text when every digit is 0
+  AnsiString Ones;         // 1..9
+  AnsiString Tens;         // 10, 20 .. 90
+  AnsiString Teens;        // 11..19
+  AnsiString Hundreds;     // 100 .. 900
+  AnsiString Powers;       // 10^3, 10^6, 10^9, 10^12
+  AnsiString TensDiv;      // between tens and units of the lowest group; empty means a blank
   AnsiString HundredsDiv;  // between hundreds and the rest of a group; empty means a blank
   std::vector<TkxCrcToTextRec> Currencies;
 };
@@ -62,10 +62,10 @@ class OSTREL_API TkxNumToTextPr {
   static void AddNumRec(const TkxNumToTextRec& rec);
 
   static int IndexOfCrcRec(const TkxNumToTextRec& rec, std::string_view crcCode);
-  static bool GetCrcRec(const TkxNumToTextRec& rec, std::string_view crcCode,
-                        TkxCrcToTextRec& crc, bool raiseIfAbsent);
-  static bool GetCrcRec(std::string_view langCode, std::string_view crcCode,
-                        TkxCrcToTextRec& crc, bool raiseIfAbsent);
+  static bool GetCrcRec(const TkxNumToTextRec& rec, std::string_view crcCode, TkxCrcToTextRec& crc,
+                        bool raiseIfAbsent);
+  static bool GetCrcRec(std::string_view langCode, std::string_view crcCode, TkxCrcToTextRec& crc,
+                        bool raiseIfAbsent);
   // Replaces the currency with the same code, or appends it.
   static void AddCrcRec(TkxNumToTextRec& rec, const TkxCrcToTextRec& crc);
   // The same on a dictionary of the table; an unknown language raises.
@@ -82,30 +82,27 @@ class OSTREL_API TkxNumToTextPr {
   static void GetNText(const TkxNumToTextRec& rec, int group, AnsiString& text, TSex sex,
                        std::string_view digits);
   // A digit string (optional leading sign; only the part before "." is read) in words.
-  static void NumToText(const TkxNumToTextRec& rec, std::string_view s, AnsiString& text,
-                        TSex sex);
-  static void NumToText(std::string_view langCode, std::string_view s, AnsiString& text,
-                        TSex sex);
+  static void NumToText(const TkxNumToTextRec& rec, std::string_view s, AnsiString& text, TSex sex);
+  static void NumToText(std::string_view langCode, std::string_view s, AnsiString& text, TSex sex);
   // An amount with its unit words, the fraction written in digits: "One thousand twenty-one
   // dollars 05 cents". Non-finite amounts raise.
   static AnsiString CrcToText(const TkxNumToTextRec& rec, std::string_view intName,
                               std::string_view fracName, Extended value, int decimals);
   static AnsiString CrcToText(std::string_view langCode, std::string_view intName,
                               std::string_view fracName, Extended value, int decimals);
-  static AnsiString CrcToText(std::string_view langCode, std::string_view crcCode,
-                              Extended value, int decimals);
+  static AnsiString CrcToText(std::string_view langCode, std::string_view crcCode, Extended value,
+                              int decimals);
   // As CrcToText for an amount written as decimal text ("-1021.05", "1 021,05"): every digit
   // is kept, however many there are, and the rounding to decimals is exact. Text that is no
   // decimal number raises EConvertError.
   static AnsiString AmountToText(const TkxNumToTextRec& rec, std::string_view intName,
-                                 std::string_view fracName, std::string_view amount,
-                                 int decimals);
+                                 std::string_view fracName, std::string_view amount, int decimals);
 };
 
 // value rounded to a whole number, in words.
 OSTREL_API AnsiString NumToText(std::string_view langCode, Extended value, TSex sex = Male);
-OSTREL_API AnsiString CrcToText(std::string_view langCode, std::string_view crcCode,
-                                Extended value, int decimals = 2);
+OSTREL_API AnsiString CrcToText(std::string_view langCode, std::string_view crcCode, Extended value,
+                                int decimals = 2);
 // An amount given as decimal text, in words; see TkxNumToTextPr::AmountToText.
 OSTREL_API AnsiString AmountToText(std::string_view langCode, std::string_view crcCode,
                                    std::string_view amount, int decimals = 2);

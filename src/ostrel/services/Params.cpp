@@ -109,8 +109,7 @@ AnsiString ParseParams(std::string_view text, const IPtr<IDump>& dump, char mark
   return result;
 }
 
-AnsiString ReplaceParams(std::string_view text, const IPtr<IDump>& dump, char marker,
-                         bool strict) {
+AnsiString ReplaceParams(std::string_view text, const IPtr<IDump>& dump, char marker, bool strict) {
   return ParseParams(text, dump, marker, strict);
 }
 

@@ -24,8 +24,8 @@ inline constexpr std::string_view _SErrParamIsEmpty = "Value of parameter \"%s\"
 // and every name not found is added to dump with an unassigned value, so that afterwards
 // dump lists what the text asked for. With strict, either case raises Exception
 // (_SErrParamNotFound / _SErrParamIsEmpty) and dump is left unchanged.
-OSTREL_API AnsiString ParseParams(std::string_view text, const IPtr<IDump>& dump,
-                                  char marker = '%', bool strict = false);
+OSTREL_API AnsiString ParseParams(std::string_view text, const IPtr<IDump>& dump, char marker = '%',
+                                  bool strict = false);
 // Another name for ParseParams.
 OSTREL_API AnsiString ReplaceParams(std::string_view text, const IPtr<IDump>& dump,
                                     char marker = '%', bool strict = false);

@@ -35,8 +35,14 @@ struct Constants {
   std::array<F, 28> tens{};
 
   Constants(F tol, F approxRel, F approxAbs)
-      : zero(0.0L), half(0.5L), one(1.0L), ten(10.0L), hundred(100.0L), tolerance(tol),
-        approxRelative(approxRel), approxAbsolute(approxAbs) {
+      : zero(0.0L),
+        half(0.5L),
+        one(1.0L),
+        ten(10.0L),
+        hundred(100.0L),
+        tolerance(tol),
+        approxRelative(approxRel),
+        approxAbsolute(approxAbs) {
     tens[0] = one;
     for (std::size_t k = 1; k < tens.size(); ++k) tens[k] = tens[k - 1] * ten;
   }
@@ -283,8 +289,8 @@ AnsiString FToStr(Extended x, int minDecimals, int maxDecimals, bool approxMark)
   if (maxDecimals < 15) {
     y = RoundF(x, maxDecimals);
     const auto& c = RealConstants();
-    approx = approxMark &&
-             Abs(Real(x)) * c.approxRelative + c.approxAbsolute <= Abs(Real(x) - Real(y));
+    approx =
+        approxMark && Abs(Real(x)) * c.approxRelative + c.approxAbsolute <= Abs(Real(x) - Real(y));
   }
   const int lo = std::clamp(minDecimals, 0, 15);
   const int hi = std::min(maxDecimals, 15);

@@ -195,8 +195,10 @@ void ListQuickSort(void* list, int l, int r, void* data, TListSortExchangeProc e
         if (--j < l) InconsistentCompare();
       if (i <= j) {
         exchange(list, i, j, data);
-        if (p == i) p = j;
-        else if (p == j) p = i;
+        if (p == i)
+          p = j;
+        else if (p == j)
+          p = i;
         ++i;
         --j;
       }

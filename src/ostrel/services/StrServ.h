@@ -71,14 +71,14 @@ using TListSortExchangeProc = void (*)(void* list, int i, int j, void* data);
 // index follows it, so the compare callback always sees the same element as pivot. A
 // compare callback that contradicts itself (an element found less than itself, say) is
 // reported with an exception instead of reading past the range.
-OSTREL_API void ListQuickSort(void* list, int l, int r, void* data,
-                              TListSortExchangeProc exchange, TListSortCompareProc compare);
+OSTREL_API void ListQuickSort(void* list, int l, int r, void* data, TListSortExchangeProc exchange,
+                              TListSortCompareProc compare);
 
 // The same sort with callables taking two indexes: exchange(i, j) and compare(i, j) -> int.
 template <class TExchange, class TCompare>
-  requires std::invocable<TExchange&, int, int> &&
-           std::convertible_to<std::invoke_result_t<TCompare&, int, int>, int>
-void ListQuickSort(int l, int r, TExchange&& exchange, TCompare&& compare) {
+requires std::invocable<TExchange&, int, int> &&
+    std::convertible_to < std::invoke_result_t<TCompare&, int, int>,
+int > void ListQuickSort(int l, int r, TExchange&& exchange, TCompare&& compare) {
   using Pair = std::pair<std::remove_reference_t<TExchange>*, std::remove_reference_t<TCompare>*>;
   Pair callbacks{&exchange, &compare};
   ListQuickSort(

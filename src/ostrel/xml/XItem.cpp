@@ -2,8 +2,8 @@
 #include <ostrel/core/Dump.h>
 #include <ostrel/services/ErrServ.h>
 #include <ostrel/services/VarServ.h>
-#include <ostrel/xml/detail/XAttrTable.h>
 #include <ostrel/xml/Xmlutils.h>
+#include <ostrel/xml/detail/XAttrTable.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -134,8 +134,7 @@ class ItemPool {
   static constexpr int kMaxSpare = 32;  // 2 MiB
   static constexpr std::size_t kFirst =
       (sizeof(Slab) + alignof(std::max_align_t) - 1) & ~(alignof(std::max_align_t) - 1);
-  static constexpr std::uint32_t kCount =
-      static_cast<std::uint32_t>((kSlabSize - kFirst) / kBlock);
+  static constexpr std::uint32_t kCount = static_cast<std::uint32_t>((kSlabSize - kFirst) / kBlock);
 
   static Slab* NewSlab() {
     Slab* slab = static_cast<Slab*>(::operator new(kSlabSize, std::align_val_t(kSlabSize)));
@@ -149,8 +148,10 @@ class ItemPool {
     fRoom = slab;
   }
   void Unlink(Slab* slab) noexcept {
-    if (slab->prev) slab->prev->next = slab->next;
-    else fRoom = slab->next;
+    if (slab->prev)
+      slab->prev->next = slab->next;
+    else
+      fRoom = slab->next;
     if (slab->next) slab->next->prev = slab->prev;
     slab->prev = slab->next = nullptr;
   }
@@ -589,9 +590,7 @@ bool OSTREL_STDCALL TXItemIntf::GetAttrList(IPtr<IDump>& list) {
 
 void OSTREL_STDCALL TXItemIntf::LoadFromStream(TStream& stream) { LoadXData(XItem(), stream); }
 
-void OSTREL_STDCALL TXItemIntf::SaveToStream(TStream& stream) {
-  SaveXData(XItem(), false, stream);
-}
+void OSTREL_STDCALL TXItemIntf::SaveToStream(TStream& stream) { SaveXData(XItem(), false, stream); }
 
 // ---------------------------------------------------------------------------------------
 // TXDocIntf
@@ -707,15 +706,11 @@ void XFix(TXItem* target, const TXItem* fixes) {
     TXItem* match = FirstMatch(change, dest);
     const char def = !match ? 'a' : change->get_Count() > 0 ? 'X' : 'u';
     switch (GetXFixMode(change, def)) {
-      case 'a':
-        dest->Add()->Assign(change);
-        break;
+      case 'a': dest->Add()->Assign(change); break;
       case 'u':
         if (match) match->Assign(change);
         break;
-      case 'd':
-        delete match;
-        break;
+      case 'd': delete match; break;
       case 'x':
       case 'X':
         if (match) {
@@ -723,8 +718,7 @@ void XFix(TXItem* target, const TXItem* fixes) {
           frames.push_back({change, match, 0});
         }
         break;
-      default:
-        BUG();
+      default: BUG();
     }
   }
 }

@@ -24,7 +24,8 @@ class TXItemList final : public TkxInterfacedObject, public IXItemList {
 
   Integer OSTREL_STDCALL get_Count() override { return static_cast<Integer>(fItems.size()); }
   IPtr<IXItem> OSTREL_STDCALL get_Items(Integer index) override {
-    if (index < 0 || index >= get_Count()) throw EListError(Format(SysConst::SListIndexError, index));
+    if (index < 0 || index >= get_Count())
+      throw EListError(Format(SysConst::SListIndexError, index));
     return fItems[static_cast<std::size_t>(index)];
   }
   Integer OSTREL_STDCALL Add(const IPtr<IXItem>& item) override {
@@ -159,8 +160,7 @@ OSTREL_DEFINE_CLASS(TXItemIndex)
 
 void GetXItemListIntf(IPtr<IXItemList>& list) { list = IPtr<IXItemList>(new TXItemList); }
 
-void GetXItemListIntf(const IPtr<IXItem>& item, std::string_view name,
-                      IPtr<IXItemList>& list) {
+void GetXItemListIntf(const IPtr<IXItem>& item, std::string_view name, IPtr<IXItemList>& list) {
   GetXItemListIntf(list);
   for (Integer i = 0, n = item ? item->get_Count() : 0; i < n; ++i) {
     IPtr<IXItem> child = item->get_Items(i);

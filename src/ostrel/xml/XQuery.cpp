@@ -114,8 +114,7 @@ bool FindPath(Tree, typename Tree::Node current, std::string_view path, bool rai
               IPtr<IXItem>& found) {
   using Node = typename Tree::Node;
   std::string_view rest = path;
-  while (!rest.empty() && (IsPathBlank(rest.front()) || rest.front() == '/'))
-    rest.remove_prefix(1);
+  while (!rest.empty() && (IsPathBlank(rest.front()) || rest.front() == '/')) rest.remove_prefix(1);
   AnsiString failed;  // the name of the step being taken
   Node result{};
   while (!rest.empty()) {
@@ -159,8 +158,7 @@ bool FindPath(Tree, typename Tree::Node current, std::string_view path, bool rai
 // stack of positions so that a deep tree cannot exhaust the call stack.
 template <class Tree>
 typename Tree::Node FindByKey(Tree, const typename Tree::Node& item, std::string_view name,
-                              std::string_view keyAttr, std::string_view keyValue,
-                              bool recursive) {
+                              std::string_view keyAttr, std::string_view keyValue, bool recursive) {
   using Node = typename Tree::Node;
   if (!item) return Node{};
   std::vector<std::pair<Node, Integer>> stack{{item, 0}};
@@ -262,12 +260,10 @@ bool LocateChild(const IPtr<IXItem>& item, IPtr<IXItem>& found, Same&& same) {
 // ---------------------------------------------------------------------------------------
 // Paths
 
-bool FindXPath(const IPtr<IXItem>& item, std::string_view path, bool raise,
-               IPtr<IXItem>& found) {
+bool FindXPath(const IPtr<IXItem>& item, std::string_view path, bool raise, IPtr<IXItem>& found) {
   found = nullptr;
-  return WithTree(item, [&](auto tree, const auto& node) {
-    return FindPath(tree, node, path, raise, found);
-  });
+  return WithTree(
+      item, [&](auto tree, const auto& node) { return FindPath(tree, node, path, raise, found); });
 }
 
 bool FindXItem(const IPtr<IXItem>& item, std::string_view path, IPtr<IXItem>& found) {
@@ -280,8 +276,7 @@ IPtr<IXItem> FindXItem(const IPtr<IXItem>& item, std::string_view path, bool rai
   return found;
 }
 
-bool FindXPatt(const IPtr<IXItem>& item, std::string_view path, bool raise,
-               IPtr<IXItem>& found) {
+bool FindXPatt(const IPtr<IXItem>& item, std::string_view path, bool raise, IPtr<IXItem>& found) {
   return FindXPath(item, path, raise, found);
 }
 
@@ -298,13 +293,13 @@ bool FindXItem(const IPtr<IXItem>& item, std::string_view name, std::string_view
   return FindByKey(item, name, keyAttr, keyValue, false, found);
 }
 
-IPtr<IXItem> FindXItem(const IPtr<IXItem>& item, std::string_view name,
-                       std::string_view keyAttr, std::string_view keyValue, bool raise) {
+IPtr<IXItem> FindXItem(const IPtr<IXItem>& item, std::string_view name, std::string_view keyAttr,
+                       std::string_view keyValue, bool raise) {
   return FindByKey(item, name, keyAttr, keyValue, false, raise);
 }
 
-IPtr<IXItem> FindXRecurse(const IPtr<IXItem>& item, std::string_view name,
-                          std::string_view keyAttr, std::string_view keyValue, bool raise) {
+IPtr<IXItem> FindXRecurse(const IPtr<IXItem>& item, std::string_view name, std::string_view keyAttr,
+                          std::string_view keyValue, bool raise) {
   return FindByKey(item, name, keyAttr, keyValue, true, raise);
 }
 
@@ -364,8 +359,7 @@ bool GetXAttr(const IPtr<IXItem>& item, std::string_view name, Variant& value) {
   return !VarIsNull(value);
 }
 
-bool GetXAttr(const IPtr<IXItem>& item, std::string_view name, TVarType varType,
-              Variant& value) {
+bool GetXAttr(const IPtr<IXItem>& item, std::string_view name, TVarType varType, Variant& value) {
   if (!GetXAttr(item, name, value)) return false;
   value = XMLCast(value, varType);
   return true;
@@ -469,8 +463,7 @@ void MergeItem(const IPtr<IXItem>& dest, const TXItem* source) {
     work.pop_back();
     Integer pos = 1, start = 0, len = 0;
     AnsiString name, value;
-    while (s->ExtractAttr(pos, name, start, len, value))
-      d->set_Attr(name, TkxXMLPr::Decode(value));
+    while (s->ExtractAttr(pos, name, start, len, value)) d->set_Attr(name, TkxXMLPr::Decode(value));
     if (!VarIsNull(s->get_Value())) {
       if (s->get_IsCDATA())
         d->set_CDATA(VarToStr(s->get_Value()));

@@ -47,16 +47,13 @@ OSTREL_API bool FindXPatt(const IPtr<IXItem>& item, std::string_view path, bool 
 // empty, its attribute keyAttr as text equals keyValue (letter case ignored). Recursive
 // search looks into a non-matching child's subtree before its next sibling.
 
-OSTREL_API bool FindXItem(const IPtr<IXItem>& item, std::string_view name,
-                          std::string_view keyAttr, std::string_view keyValue, bool recursive,
-                          IPtr<IXItem>& found);
-OSTREL_API bool FindXItem(const IPtr<IXItem>& item, std::string_view name,
-                          std::string_view keyAttr, std::string_view keyValue,
-                          IPtr<IXItem>& found);
+OSTREL_API bool FindXItem(const IPtr<IXItem>& item, std::string_view name, std::string_view keyAttr,
+                          std::string_view keyValue, bool recursive, IPtr<IXItem>& found);
+OSTREL_API bool FindXItem(const IPtr<IXItem>& item, std::string_view name, std::string_view keyAttr,
+                          std::string_view keyValue, IPtr<IXItem>& found);
 // Not recursive; with raise, a missing child is the error "Tag <name key="value"> not found".
 OSTREL_API IPtr<IXItem> FindXItem(const IPtr<IXItem>& item, std::string_view name,
-                                  std::string_view keyAttr, std::string_view keyValue,
-                                  bool raise);
+                                  std::string_view keyAttr, std::string_view keyValue, bool raise);
 // As the form above, searching the whole subtree.
 OSTREL_API IPtr<IXItem> FindXRecurse(const IPtr<IXItem>& item, std::string_view name,
                                      std::string_view keyAttr, std::string_view keyValue,
@@ -78,9 +75,8 @@ OSTREL_API Variant XValue(const IPtr<IXItem>& item, std::string_view name,
                           const Variant& def = Variant::Null());
 // The value of the child found by the non-recursive key search (Null when it has none), or
 // def when there is no such child.
-OSTREL_API Variant XValue(const IPtr<IXItem>& item, std::string_view name,
-                          std::string_view keyAttr, std::string_view keyValue,
-                          const Variant& def);
+OSTREL_API Variant XValue(const IPtr<IXItem>& item, std::string_view name, std::string_view keyAttr,
+                          std::string_view keyValue, const Variant& def);
 // With raise, the value of the item at the path (raising when there is none); without,
 // XValue(item, path), which understands a direct child's name only.
 OSTREL_API Variant FindXVal(const IPtr<IXItem>& item, std::string_view path, bool raise);
@@ -101,8 +97,8 @@ OSTREL_API Variant XAttr(const IPtr<IXItem>& item, std::string_view name);
 // each key's attribute must then compare equal to the key's value as variants, letter case
 // ignored. As the variant comparison has it, an absent (Null) attribute is never unequal.
 
-OSTREL_API bool SameXItem(const IPtr<IXItem>& item, std::string_view name,
-                          const IPtr<IDump>& keys, bool check);
+OSTREL_API bool SameXItem(const IPtr<IXItem>& item, std::string_view name, const IPtr<IDump>& keys,
+                          bool check);
 // Key names separated by ";"; the value for name i is the dump's value of that name when
 // keyValues holds an IDump, element i when it is an array, else keyValues itself.
 OSTREL_API bool SameXItem(const IPtr<IXItem>& item, std::string_view name,

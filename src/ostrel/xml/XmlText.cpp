@@ -151,10 +151,18 @@ void DecodeTo(AnsiString& out, std::string_view s) {
     }
     const char letter = i + 1 < s.size() ? s[i + 1] : '\0';
     switch (letter) {
-      case 'l': if (!named("&lt;", '<')) out += s[i++]; break;
-      case 'g': if (!named("&gt;", '>')) out += s[i++]; break;
-      case 'q': if (!named("&quot;", '"')) out += s[i++]; break;
-      case 'a': if (!named("&amp;", '&')) out += s[i++]; break;
+      case 'l':
+        if (!named("&lt;", '<')) out += s[i++];
+        break;
+      case 'g':
+        if (!named("&gt;", '>')) out += s[i++];
+        break;
+      case 'q':
+        if (!named("&quot;", '"')) out += s[i++];
+        break;
+      case 'a':
+        if (!named("&amp;", '&')) out += s[i++];
+        break;
       case '#': {
         // The digits up to ";" (or the end), kept to their low 8 bits as they are read, so
         // that any length of number is safe; a sign is taken as a number reader takes it.
@@ -170,8 +178,7 @@ void DecodeTo(AnsiString& out, std::string_view s) {
         i = semi == std::string_view::npos ? s.size() : semi + 1;
         break;
       }
-      default:
-        throw EConvertError(Format("XEncode: error encode character (%s)", s.substr(i, 2)));
+      default: throw EConvertError(Format("XEncode: error encode character (%s)", s.substr(i, 2)));
     }
   }
 }
@@ -243,24 +250,17 @@ AnsiString Var2XML(const Variant& value, bool strict) {
     case varInteger:
     case varShortInt:
     case varByte:
-    case varWord:
-      return IntToStr(VarToInt64(value));
+    case varWord: return IntToStr(VarToInt64(value));
     case varSingle:
     case varDouble:
-    case varCurrency:
-      return FLOAT2XML(VarToExtended(value));
-    case varDate:
-      return DT2XML(VarToDateTime(value));
-    case varBoolean:
-      return BOOL2XML(VarToBool(value));
-    case varString:
-      return TkxXMLPr::Encode(value.StrRef(), strict);
+    case varCurrency: return FLOAT2XML(VarToExtended(value));
+    case varDate: return DT2XML(VarToDateTime(value));
+    case varBoolean: return BOOL2XML(VarToBool(value));
+    case varString: return TkxXMLPr::Encode(value.StrRef(), strict);
     case varOleStr:
     case varUString:
-    case varVariant | varByRef:
-      return TkxXMLPr::Encode(VarToStr(value), strict);
-    default:
-      DIE("Var2XML: invalid variant type conversion");
+    case varVariant | varByRef: return TkxXMLPr::Encode(VarToStr(value), strict);
+    default: DIE("Var2XML: invalid variant type conversion");
   }
 }
 
@@ -269,18 +269,13 @@ Variant XMLCast(const Variant& value, TVarType varType) {
   switch (varType) {
     case varSmallint:
     case varInteger:
-    case varByte:
-      return Variant(StrToInt(VarToStr(value)));
+    case varByte: return Variant(StrToInt(VarToStr(value)));
     case varSingle:
     case varDouble:
-    case varCurrency:
-      return Variant(XML2FLOAT(value));
-    case varDate:
-      return Variant::FromDate(XML2DT(value));
-    case varBoolean:
-      return Variant(XML2BOOL(value));
-    default:
-      return value;
+    case varCurrency: return Variant(XML2FLOAT(value));
+    case varDate: return Variant::FromDate(XML2DT(value));
+    case varBoolean: return Variant(XML2BOOL(value));
+    default: return value;
   }
 }
 
@@ -424,7 +419,8 @@ void TXReader::ReadText(AnsiString& text, bool& cdata, bool dropLeading) {
       // Up to and with the next ";", or to the end of the input; decoded in place when the
       // buffer holds all of it.
       const std::string_view w = fStream.Buffered();
-      const std::size_t semi = static_cast<std::size_t>(FindByte(w.data(), w.data() + w.size(), ';') - w.data());
+      const std::size_t semi =
+          static_cast<std::size_t>(FindByte(w.data(), w.data() + w.size(), ';') - w.data());
       if (semi < w.size()) {
         DecodeTo(text, w.substr(0, semi + 1));
         fStream.MovePos(static_cast<Int64>(semi + 1));
@@ -526,9 +522,7 @@ void TXReader::ReadItem(TXItem* item) {
   }
 }
 
-void TXReader::RaiseException(std::string_view detail) {
-  RaiseAt(fStream.GetPosition(), detail);
-}
+void TXReader::RaiseException(std::string_view detail) { RaiseAt(fStream.GetPosition(), detail); }
 
 void TXReader::RaiseAt(Int64 position, std::string_view detail) {
   AnsiString message(_SErrXMLFormat);

@@ -127,9 +127,9 @@ class OSTREL_API TXReader {
   // The buffer lives in the reader, which lives as long as one load.
   alignas(64) char fBuffer[kBufSize + 1];
   TkxBufStream fStream;
-  Int64 fStart;        // where reading began, for counting lines
-  Int64 fTagPos = 0;   // where the last tag began
-  AnsiString fText;    // text and entity buffers, reused from element to element
+  Int64 fStart;       // where reading began, for counting lines
+  Int64 fTagPos = 0;  // where the last tag began
+  AnsiString fText;   // text and entity buffers, reused from element to element
   AnsiString fEntity;
 };
 

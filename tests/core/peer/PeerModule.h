@@ -6,13 +6,13 @@
 #include <ostrel/core/Sysclasses.h>
 
 #if defined(_WIN32)
-#  if defined(OSTREL_PEER_BUILDING)
-#    define OSTREL_PEER_API __declspec(dllexport)
-#  else
-#    define OSTREL_PEER_API __declspec(dllimport)
-#  endif
+#if defined(OSTREL_PEER_BUILDING)
+#define OSTREL_PEER_API __declspec(dllexport)
 #else
-#  define OSTREL_PEER_API __attribute__((visibility("default")))
+#define OSTREL_PEER_API __declspec(dllimport)
+#endif
+#else
+#define OSTREL_PEER_API __attribute__((visibility("default")))
 #endif
 
 namespace ostrel::peer {
