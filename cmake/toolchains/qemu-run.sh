@@ -12,4 +12,9 @@ if [ -z "${OSTREL_QEMU_PROGRAM:-}" ]; then
   export OSTREL_QEMU OSTREL_QEMU_ROOT OSTREL_QEMU_PROGRAM
   shift 3
 fi
-exec "$OSTREL_QEMU" -L "$OSTREL_QEMU_ROOT" -0 "$0" "$OSTREL_QEMU_PROGRAM" "$@"
+# The target's libraries are named to its loader outright: the loader also reads the host's
+# /etc/ld.so.cache, which on an amd64 host lists Debian's own 32-bit x86 libc (/lib32), a
+# build other than the cross root's loader. That mixed pair starts single-threaded programs
+# but spins forever in the first pthread_create.
+exec "$OSTREL_QEMU" -L "$OSTREL_QEMU_ROOT" -E "LD_LIBRARY_PATH=$OSTREL_QEMU_ROOT/lib" \
+  -0 "$0" "$OSTREL_QEMU_PROGRAM" "$@"
