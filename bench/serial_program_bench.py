@@ -2,12 +2,16 @@
 """`ostrel serial --raw` against the plain programs a user would otherwise use on the same
 pseudo-terminal: standard input to the port against `dd` writing the slave, and the port to
 standard output against `cat` reading it. The same bytes are moved and checked in order on the
-far side every time; each pair runs ROUNDS times, taking turns at going first, and the ratio
-is raw time / ostrel time (1.0: ostrel costs nothing).
+far side every time; each pair runs ROUNDS times, taking turns at going first. Two ratios,
+raw / ostrel of the medians (1.0: ostrel costs what the plain program costs): the wall time of
+the transfer, which on a small or busy machine swings with the scheduling of this script (it
+feeds and checks both ends), and the processor time the program itself took (user + system,
+from the kernel's accounting of the child), which does not.
 
 usage: serial_program_bench.py OSTREL [MEGABYTES (100)] [ROUNDS (3)]
 """
 import os
+import statistics
 import pty
 import select
 import subprocess
@@ -28,6 +32,13 @@ def opened_pty():
     # closed reads as hung up.
     master, slave = pty.openpty()
     return master, os.ttyname(slave), slave
+
+
+def reap(proc):
+    """Waits for the program; the processor seconds (user + system) it used."""
+    _, status, usage = os.wait4(proc.pid, 0)
+    proc.returncode = os.waitstatus_to_exitcode(status)
+    return usage.ru_utime + usage.ru_stime
 
 
 def wait_raw(master, proc):
@@ -63,10 +74,10 @@ def to_port(raw, path_file):
                                 stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         drain_master(master, proc)
         seconds = time.perf_counter() - start
-    proc.wait()
+    cpu = reap(proc)
     os.close(master)
     os.close(slave)
-    return seconds
+    return seconds, cpu
 
 
 def from_port(raw):
@@ -104,25 +115,28 @@ def from_port(raw):
             got += len(chunk)
     seconds = time.perf_counter() - start
     proc.kill()
-    proc.wait()
+    cpu = reap(proc)
     os.close(master)
     os.close(slave)
-    return seconds
+    return seconds, cpu
 
 
 with tempfile.NamedTemporaryFile() as f:
     f.write(data)
     f.flush()
     for name, run in (("stdin to port", lambda raw: to_port(raw, f.name)), ("port to stdout", from_port)):
-        raw_time = ostrel_time = 0.0
+        times = {True: [], False: []}
+        cpus = {True: [], False: []}
         for i in range(rounds):
             order = (True, False) if i % 2 == 0 else (False, True)
             for raw in order:
-                t = run(raw)
-                if raw:
-                    raw_time += t
-                else:
-                    ostrel_time += t
-        mb = size * rounds / 1e6
-        print(f"{name}: raw {mb / raw_time:.0f} MB/s, ostrel {mb / ostrel_time:.0f} MB/s, "
-              f"ratio {raw_time / ostrel_time:.2f} ({size >> 20} MB x {rounds}, every byte checked)")
+                seconds, cpu = run(raw)
+                times[raw].append(seconds)
+                cpus[raw].append(cpu)
+        wall = {k: statistics.median(v) for k, v in times.items()}
+        cpu = {k: statistics.median(v) for k, v in cpus.items()}
+        mb = size / 1e6
+        print(f"{name}: raw {mb / wall[True]:.0f} MB/s, ostrel {mb / wall[False]:.0f} MB/s, "
+              f"wall ratio {wall[True] / wall[False]:.2f}; processor time raw {cpu[True]:.2f} s, "
+              f"ostrel {cpu[False]:.2f} s, ratio {cpu[True] / cpu[False]:.2f} "
+              f"(medians of {rounds}, {size >> 20} MB each, every byte checked)")

@@ -200,6 +200,10 @@ class TPosixDevice final : public TCommDevice {
     output = out;
   }
 
+  Integer ReadQueued(void* buffer, Integer count) override {
+    return Move(false, static_cast<char*>(buffer), count);
+  }
+
   Integer Read(void* buffer, Integer count) override {
     TCommTimeoutValues t = Timeouts();
     auto* p = static_cast<char*>(buffer);
@@ -387,7 +391,8 @@ class TPosixWaiter final : public TCommWaiter {
             if (ev[i].events & EPOLLIN) {
               got |= CommMask::RxChar;
               Integer in = 0;
-              if (Ioctl(fDevice.Fd(), FIONREAD, &in) == 0 && in >= fDevice.InputSize() / 10 * 8)
+              if ((fMask & CommMask::Rx80Full) && Ioctl(fDevice.Fd(), FIONREAD, &in) == 0 &&
+                  in >= fDevice.InputSize() / 10 * 8)
                 got |= CommMask::Rx80Full;
             }
             if (ev[i].events & (EPOLLERR | EPOLLHUP)) {

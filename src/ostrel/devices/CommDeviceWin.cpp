@@ -95,6 +95,11 @@ class TWinDevice final : public TCommDevice {
 
   Integer Read(void* buffer, Integer count) override { return Transfer(false, buffer, count); }
   Integer Write(void* buffer, Integer count) override { return Transfer(true, buffer, count); }
+  Integer ReadQueued(void* buffer, Integer count) override {
+    Integer input = 0, output = 0;
+    Queues(input, output);
+    return input > 0 ? Transfer(false, buffer, std::min(input, count)) : 0;
+  }
 
   std::unique_ptr<TCommWaiter> CreateWaiter(Cardinal mask) override;
 

@@ -120,6 +120,7 @@ class TkxCommEventThread : public TThread {
     if (fWindow) fWindow->Detach();
   }
   void Stop() {
+    fStopping.store(true);
     fWaiter->Stop();
     std::this_thread::yield();
   }
@@ -136,7 +137,14 @@ class TkxCommEventThread : public TThread {
         self.fDevice.reset();
       }
     } leave{*this};
-    while (fWaiter->Wait(mask)) Dispatch(mask);
+    while (fWaiter->Wait(mask)) {
+      Dispatch(mask);
+      for (;;) {
+        TkxCommPort* port = fPort.load();
+        if (fStopping.load() || !port || !port->fReceiveFull.exchange(false)) break;
+        Dispatch(CommMask::RxChar);
+      }
+    }
   }
 
  private:
@@ -166,6 +174,7 @@ class TkxCommEventThread : public TThread {
   }
 
   std::atomic<TkxCommPort*> fPort;
+  std::atomic<bool> fStopping{false};
   std::shared_ptr<TCommDevice> fDevice;
   std::unique_ptr<TCommWindow> fWindow;
   TkxCommSyncMethod fSyncMethod;
@@ -496,19 +505,46 @@ void TkxCommPort::HandleEvents(TkxCommEvents events) {
 }
 
 void TkxCommPort::DoReceive() {
-  Integer n = 0;
-  std::vector<char> buffer;
-  try {
-    n = InputCount();
-    buffer.resize(static_cast<std::size_t>(n));
-    Read(buffer.data(), n, -1);
-  } catch (const EOSError&) {
-    // Bytes and the hang-up may come in one batch: the loss is what the handlers hear of,
-    // as evError, not a failure of this read.
-    if (!DeviceLost()) throw;
-    return;
+  // What the driver holds goes out in one call of OnReceiveData, bytes that arrive while it
+  // is read included, so a fast device costs one read per driver buffer rather than a wake-up,
+  // a queue query and a handler call per buffer. A batch is at most 64 KB: at a full one the
+  // worker comes back for the rest without waiting for an event (a device that never pauses
+  // would otherwise keep this loop, and a close, waiting for ever). The port's buffer serves
+  // every batch; a handler that processes messages and so receives again inside this one
+  // gets a buffer of its own.
+  constexpr Integer kBatch = 1 << 16;
+  std::shared_ptr<TCommDevice> device = fDevice;
+  if (!device) TCommDevice::RaiseNotOpen();
+  std::unique_ptr<char[]> nested;
+  char* buffer;
+  if (!fReceiving.exchange(true)) {
+    if (!fReceiveBuffer) fReceiveBuffer = std::make_unique_for_overwrite<char[]>(kBatch);
+    buffer = fReceiveBuffer.get();
+  } else {
+    nested = std::make_unique_for_overwrite<char[]>(kBatch);
+    buffer = nested.get();
   }
-  ReceiveData(buffer.data(), n);
+  struct Release {
+    std::atomic<bool>* flag;
+    ~Release() {
+      if (flag) flag->store(false);
+    }
+  } release{nested ? nullptr : &fReceiving};
+  Integer size = 0;
+  while (size < kBatch) {
+    Integer got = 0;
+    try {
+      got = device->ReadQueued(buffer + size, kBatch - size);
+    } catch (const EOSError&) {
+      // Bytes and the hang-up may come in one batch: the loss is what the handlers hear of,
+      // as evError, not a failure of this read. What was read before it still goes out.
+      if (!DeviceLost()) throw;
+    }
+    if (got <= 0) break;
+    size += got;
+  }
+  fReceiveFull.store(size == kBatch);
+  if (size > 0) ReceiveData(buffer, size);
 }
 
 void TkxCommPort::ReceiveData(const void* data, Integer size) {

@@ -347,6 +347,10 @@ class OSTREL_API TkxCommPort : public TComponent {
   std::vector<std::unique_ptr<TkxCommEventThread>> fStopped;
   std::atomic<std::thread::id> fHandlerThread{};
   std::atomic<bool> fActive{false};  // a handler may close on the worker
+  // The last receive stopped at a full batch: more may be queued with no new event to say so.
+  std::atomic<bool> fReceiveFull{false};
+  std::atomic<bool> fReceiving{false};  // fReceiveBuffer is in use
+  std::unique_ptr<char[]> fReceiveBuffer;
   TkxCommPortNumber fPortNumber = 2;
   AnsiString fDevicePath;
   TkxCommPortBaudRate fBaudRate = 9600;

@@ -62,6 +62,8 @@ class TCommDevice {
   // One transfer, ending as the time-outs say.
   virtual Integer Read(void* buffer, Integer count) = 0;
   virtual Integer Write(void* buffer, Integer count) = 0;
+  // Up to count of the bytes already queued, at once whatever the time-outs; 0 when none are.
+  virtual Integer ReadQueued(void* buffer, Integer count) = 0;
   // Sets the device's event mask and gives the waiter.
   virtual std::unique_ptr<TCommWaiter> CreateWaiter(Cardinal mask) = 0;
   // True once the device has been seen to go away; it never comes back on this handle.
