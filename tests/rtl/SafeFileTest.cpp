@@ -18,6 +18,7 @@
 #include <functional>
 #include <iterator>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -49,6 +50,14 @@ std::string Get(const std::string& name) {
 
 void Put(const std::string& name, const std::string& text) {
   std::ofstream(SysPath(name), std::ios::binary) << text;
+}
+
+// The names sorted, separated by blanks.
+std::string Sorted(std::vector<std::string> names) {
+  std::sort(names.begin(), names.end());
+  std::string out;
+  for (const auto& n : names) out += (out.empty() ? "" : " ") + n;
+  return out;
 }
 
 // The ways the library saves a whole file; each must keep what the user had.
@@ -86,10 +95,7 @@ const std::vector<std::pair<std::string, SaveFn>>& Saves() {
 class SafeFile : public ::testing::Test {
  protected:
   void SetUp() override {
-    static int count = 0;
-    dirPath = fs::temp_directory_path() /
-              ("ostrel-save-" + std::to_string(testing::UnitTest::GetInstance()->random_seed()) +
-               "-" + std::to_string(++count) + "-" + std::to_string(Pid()));
+    dirPath = fs::temp_directory_path() / ("ostrel-save-" + std::to_string(std::random_device{}()));
     fs::remove_all(dirPath);
     fs::create_directories(dirPath);
     // Open to the unprivileged user that some tests switch to.
@@ -102,23 +108,13 @@ class SafeFile : public ::testing::Test {
       fs::permissions(e.path(), fs::perms::owner_all, fs::perm_options::add, ec);
     fs::remove_all(dirPath, ec);
   }
-  static long Pid() {
-#ifdef _WIN32
-    return static_cast<long>(GetCurrentProcessId());
-#else
-    return static_cast<long>(::getpid());
-#endif
-  }
   std::string Path(const std::string& name) const { return dir + "/" + name; }
   // The entries of the folder, sorted, as CP1251 names separated by blanks.
   std::string Entries() const {
     std::vector<std::string> names;
     for (const auto& e : fs::directory_iterator(dirPath))
       names.push_back(Utf8ToAnsi(std::u8string_view(e.path().filename().u8string())));
-    std::sort(names.begin(), names.end());
-    std::string out;
-    for (const auto& n : names) out += (out.empty() ? "" : " ") + n;
-    return out;
+    return Sorted(names);
   }
   // "refused" or "written", for what an action did.
   static std::string Outcome(const std::function<void()>& action) {
@@ -259,10 +255,7 @@ TEST_F(SafeFile, EveryLegalNameSaves) {
     SaveWithWriter(Path(name), "text of " + std::to_string(name.size()));
     EXPECT_EQ(Get(Path(name)), "text of " + std::to_string(name.size()));
   }
-  std::sort(names.begin(), names.end());
-  std::string all;
-  for (const auto& n : names) all += (all.empty() ? "" : " ") + n;
-  EXPECT_EQ(Entries(), all);
+  EXPECT_EQ(Entries(), Sorted(names));
   // Two long names with the same beginning are two files: saving both at once works.
   TSafeFileWriter one(Path(names[2])), two(Path(names[3]));
   one.WriteBuffer("1", 1);

@@ -44,11 +44,8 @@ TEST(Cp1251Conversion, CompileTimeLiteralMatchesRunTimeConversion) {
   static constexpr auto lit = Cp1251(u8"Привет, мир! Ёжик № 5");
   EXPECT_EQ(lit.Str(), Ansi(u8"Привет, мир! Ёжик № 5"));
   static_assert(lit.View().size() == 21);
-}
-
-TEST(Cp1251Conversion, Utf16AndUtf8AgreeOutsideTheCodePage) {
-  const std::string utf8 = "Ж\U0001F600z";
-  EXPECT_EQ(WideToUtf8(Utf8ToWide(utf8)), utf8);
+  // UTF-16 and UTF-8 agree also outside the code page.
+  EXPECT_EQ(WideToUtf8(Utf8ToWide("Ж\U0001F600z")), "Ж\U0001F600z");
 }
 
 TEST(AnsiCase, UpperAndLowerAreInverseForEveryLetter) {
@@ -66,16 +63,14 @@ TEST(AnsiCase, UpperAndLowerAreInverseForEveryLetter) {
   }
 }
 
-TEST(AnsiCase, NonLettersAreUnchanged) {
+TEST(AnsiCase, NonLettersAndAsciiFormsLeaveTheRestAlone) {
   AnsiString all;
   for (int b = 0; b < 256; ++b)
     if (!IsAnsiLetter(static_cast<char>(b))) all += static_cast<char>(b);
   EXPECT_EQ(AnsiUpperCase(all), all);
   EXPECT_EQ(AnsiLowerCase(all), all);
   EXPECT_EQ(AnsiUpperCase(Ansi(u8"µ°№")), Ansi(u8"µ°№"));
-}
-
-TEST(AsciiCase, LeavesCyrillicAlone) {
+  // The ASCII forms leave Cyrillic alone.
   EXPECT_EQ(UpperCase(Ansi(u8"abcЖ")), Ansi(u8"ABCЖ"));
   EXPECT_EQ(LowerCase(Ansi(u8"ABCЖ")), Ansi(u8"abcЖ"));
   EXPECT_FALSE(SameText(Ansi(u8"ж"), Ansi(u8"Ж")));
