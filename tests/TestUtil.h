@@ -1,9 +1,12 @@
-// Helpers shared by the test programs: the message an action raises, and a counted object
-// that offers the interfaces a test names.
+// Helpers shared by the test programs: the message an action raises, a counted object that
+// offers the interfaces a test names, and a wait on the main thread's queue.
 #pragma once
 
 #include <ostrel/rtl/Extended80.h>
 #include <ostrel/rtl/System.h>
+#include <ostrel/rtl/Threads.h>
+
+#include <gtest/gtest.h>
 
 #include <sstream>
 #include <string>
@@ -35,6 +38,14 @@ std::string Join(const T&... values) {
   std::string text = out.str();
   if (!text.empty()) text.pop_back();
   return text;
+}
+
+// Runs the main thread's queue until done() holds, sleeping in CheckSynchronize between
+// pieces of work; fails after ten seconds instead of hanging the suite.
+template <class Done>
+void ServeUntil(Done done) {
+  for (int i = 0; i < 500 && !done(); ++i) CheckSynchronize(20);
+  ASSERT_TRUE(done()) << "the work never arrived";
 }
 
 // A reference-counted object answering for Intf...; a test derives from it to fill the
