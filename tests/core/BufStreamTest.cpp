@@ -1,6 +1,3 @@
-// The buffered stream: reads, writes and seeks across buffer boundaries against a plain
-// model, line ends, matching and searching, the look-ahead limit, flushing, and streams that
-// refuse to write, to seek or to deliver their bytes.
 #include <ostrel/core/BufStream.h>
 #include <ostrel/core/ModuleLinks.h>
 

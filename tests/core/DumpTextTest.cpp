@@ -1,6 +1,3 @@
-// The dump's text forms: the typed form's round trip for every scalar type (dates to the
-// millisecond, whatever the locale's date settings), malformed input, the plain form,
-// localising copies and all values in one variant.
 #include <ostrel/core/Sysclasses.h>
 #include <ostrel/rtl/DateTime.h>
 #include <ostrel/services/Sysserv.h>

@@ -1,5 +1,3 @@
-// Key indexes: positions under each duplicates policy, sorted and unsorted, with case-blind
-// string keys; the block structure against a plain model; key data.
 #include <ostrel/core/KeyIndex.h>
 #include <ostrel/rtl/Format.h>
 

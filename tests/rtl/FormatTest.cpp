@@ -1,5 +1,3 @@
-// Number and format layer in the Russian business locale: Format, float texts, picture
-// formats, strict parsing, currency rounding and the settings guard.
 #include <ostrel/rtl/Format.h>
 
 #include <TestUtil.h>

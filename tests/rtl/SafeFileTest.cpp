@@ -167,8 +167,7 @@ std::string Unprivileged(const std::function<std::string()>& body) {
   return body();
 }
 
-// ---------------------------------------------------------------------------------------
-// Refusals
+// ---- Refusals ---------------------------------------------------------------------------
 
 TEST_F(SafeFile, AReadOnlyTargetIsRefusedAsAnInPlaceWriteIs) {
   for (const auto& [how, save] : Saves()) {
@@ -239,8 +238,7 @@ TEST_F(SafeFile, ASaveUnderWayRefusesAnotherOfTheSameFile) {
   }
 }
 
-// ---------------------------------------------------------------------------------------
-// Names
+// ---- Names ------------------------------------------------------------------------------
 
 TEST_F(SafeFile, EveryLegalNameSaves) {
   const std::string cyrillic = Cp1251(u8"ж").Str();  // two bytes in a POSIX name
@@ -287,8 +285,7 @@ TEST_F(SafeFile, ErrorsNameTheCallersFile) {
 
 #ifndef _WIN32
 
-// ---------------------------------------------------------------------------------------
-// What the user had (POSIX: modes, owners and links)
+// ---- What the user had (POSIX: modes, owners and links) ---------------------------------
 
 // What a save left: the contents each save function writes for text.
 std::string Written(const std::string& how, const std::string& text) {
@@ -358,8 +355,7 @@ TEST_F(SafeFile, ANewFileIsMadeAsAPlainCreateMakesIt) {
       "1 1");
 }
 
-// ---------------------------------------------------------------------------------------
-// A killed save
+// ---- A killed save ----------------------------------------------------------------------
 
 TEST_F(SafeFile, TheNextSaveTakesOverWhatAKilledSaveLeft) {
   const std::string name = Path("keep.xml");
@@ -382,10 +378,10 @@ TEST_F(SafeFile, TheNextSaveTakesOverWhatAKilledSaveLeft) {
   EXPECT_EQ(Get(name) + " " + Entries(), "new keep.xml");
 }
 
-// ---------------------------------------------------------------------------------------
-// Durability: the new text is on the disk before it takes the old one's place, and the
-// folder is synced after. The test program stands in for the C library's fsync and rename,
-// which the library calls through its import table, and records the order.
+// ---- Durability -------------------------------------------------------------------------
+// The new text is on the disk before it takes the old one's place, and the folder is synced
+// after. The test program stands in for the C library's fsync and rename, which the library
+// calls through its import table, and records the order.
 
 std::string gSyncLog;
 bool gRecordSyncs = false;
