@@ -220,26 +220,17 @@ TEST_F(Periods, DatePeriodInfoStrNamesEachKind) {
 
 // Translates the period words into English and marks anything else with "?". The word for
 // "days" carries a percent sign, which must reach the text as it is.
-class EnglishLib : public testutil::TIntfObject<IkxLcLib> {
- public:
-  void OSTREL_STDCALL Op1() override {}
-  AnsiString OSTREL_STDCALL Op2(std::string_view) override { return {}; }
-  WideString OSTREL_STDCALL TranslateW(std::u16string_view text, std::string_view) override {
-    static const std::map<std::u16string, std::u16string> words = {
-        {u"<сегодня>", u"<today>"}, {u"неделя", u"week"}, {u"нед", u"wk"}, {u"квартал", u"quarter"},
-        {u"полугодие", u"half"},    {u"дн", u"days%"},    {u"с", u"from"}, {u"до", u"till"},
-        {u"<все>", u"<all>"}};
-    const auto it = words.find(std::u16string(text));
-    return it != words.end() ? it->second : u"?" + std::u16string(text);
-  }
-  WideString OSTREL_STDCALL TranslateA(std::string_view text, std::string_view ctx) override {
-    return TranslateW(AnsiToWide(text), ctx);
-  }
-  void OSTREL_STDCALL Op5() override {}
-};
+WideString English(std::u16string_view text, std::string_view) {
+  static const std::map<std::u16string, std::u16string> words = {
+      {u"<сегодня>", u"<today>"}, {u"неделя", u"week"}, {u"нед", u"wk"}, {u"квартал", u"quarter"},
+      {u"полугодие", u"half"},    {u"дн", u"days%"},    {u"с", u"from"}, {u"до", u"till"},
+      {u"<все>", u"<all>"}};
+  const auto it = words.find(std::u16string(text));
+  return it != words.end() ? it->second : u"?" + std::u16string(text);
+}
 
 TEST_F(Periods, EveryWordGoesThroughTheLocalisationHook) {
-  RegisterLcLib(IPtr<IkxLcLib>(new EnglishLib));
+  RegisterLcLib(IPtr<IkxLcLib>(new testutil::TLcLib(English)));
   std::string texts;
   for (int kind = pkDay; kind <= pkAll; ++kind)
     for (bool detailed : {false, true})
