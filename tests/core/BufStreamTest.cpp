@@ -1,6 +1,3 @@
-// The buffered stream: reads, writes and seeks across buffer boundaries against a plain
-// model, line ends, matching and searching, the look-ahead limit, flushing, and streams that
-// refuse to write, to seek or to deliver their bytes.
 #include <ostrel/core/BufStream.h>
 #include <ostrel/core/ModuleLinks.h>
 
@@ -264,18 +261,6 @@ TEST(BufStream, RefusedFlushMovesOnKeepsTheBufferDirtyAndKeepsReporting) {
   EXPECT_EQ(bs.GetStr(3), "ab2");
 }
 
-// Records what the system monitor is told.
-class RecordingMonitor : public testutil::TIntfObject<IkxSysMonitor> {
- public:
-  void OSTREL_STDCALL TraceStart(std::string_view a, std::string_view b, std::string_view c,
-                                 std::string_view, Integer& id) override {
-    log += std::string(a) + "|" + std::string(b) + "|" + std::string(c) + ";";
-    id = 1;
-  }
-  void OSTREL_STDCALL TraceNext(Integer, std::string_view, std::string_view) override {}
-  std::string log;
-};
-
 TEST(BufStream, CloseReportsAFailedFlushAndDestructionDoesNotLoseOneSilently) {
   ProbeStream target("0123456789");
   target.readOnly = true;
@@ -302,7 +287,7 @@ TEST(BufStream, CloseReportsAFailedFlushAndDestructionDoesNotLoseOneSilently) {
 
   // The destructor cannot raise: with a monitor registered it reports there ...
   target.readOnly = true;
-  auto* monitor = new RecordingMonitor;
+  auto* monitor = new testutil::TRecordingMonitor;
   IPtr<IkxSysMonitor> keep(monitor);
   TkxSysMonitor::RegIntf(keep);
   {
@@ -311,7 +296,8 @@ TEST(BufStream, CloseReportsAFailedFlushAndDestructionDoesNotLoseOneSilently) {
     EXPECT_TRUE(bs.Dirty());
   }
   TkxSysMonitor::RegIntf(nullptr);
-  EXPECT_EQ(monitor->log, "TkxBufStream|Destroy|" + refused + ";");
+  EXPECT_EQ(monitor->log,
+            "start TkxBufStream|Destroy|" + refused + "|; next 42||" + refused + "; ");
   // ... and on standard error otherwise.
   testing::internal::CaptureStderr();
   {

@@ -1,6 +1,3 @@
-// The dump's text forms: the typed form's round trip for every scalar type (dates to the
-// millisecond, whatever the locale's date settings), malformed input, the plain form,
-// localising copies and all values in one variant.
 #include <ostrel/core/Sysclasses.h>
 #include <ostrel/rtl/DateTime.h>
 #include <ostrel/services/Sysserv.h>
@@ -76,15 +73,9 @@ TEST(DumpTypedForm, DatesOutsideTheFourDigitYearsAreRefusedWhenWritten) {
     Dump_FromStr(back, Dump_ToStr(DumpOf({{"d", Variant::FromDate(v)}})));
     EXPECT_NEAR(VarToDateTime(back->get_ByName("d")), v, 1e-8) << v;
   }
-  const double outside[] = {-693594.0,
-                            -1e9,
-                            2958465.999999995,
-                            2958466.0,
-                            1e12,
-                            std::numeric_limits<double>::infinity(),
-                            -std::numeric_limits<double>::infinity(),
-                            std::numeric_limits<double>::quiet_NaN()};
-  for (double v : outside) {
+  // The strict decoding decides which moments are outside (see the date tests); here one on
+  // either side, the later one rounding up into the year 10000.
+  for (double v : {-693594.0, 2958465.999999995}) {
     IPtr<IDump> d = DumpOf({{"a", 1}, {"d", Variant::FromDate(v)}});
     EXPECT_EQ(MessageOf<EConvertError>([&] { Dump_ToStr(d); }),
               "'" + FloatToStr(v) + "' is not a valid date and time")

@@ -1,5 +1,3 @@
-// Module resolver forms, trace forwarding to the system monitor, and translation with and
-// without a registered localisation library.
 #include <ostrel/core/ModuleLinks.h>
 
 #include <TestUtil.h>
@@ -87,20 +85,6 @@ TEST_F(ModuleResolver, EmptySlotsAndMissingOrUnsupportedResultsRaise) {
   EXPECT_EQ(MessageOf([&] { GetModuleLink("m", link); }), "GetModuleLink: not implemented");
 }
 
-class RecordingMonitor : public TIntfObject<IkxSysMonitor> {
- public:
-  void OSTREL_STDCALL TraceStart(std::string_view a, std::string_view b, std::string_view c,
-                                 std::string_view d, Integer& id) override {
-    log += "start " + std::string(a) + "|" + std::string(b) + "|" + std::string(c) + "|" +
-           std::string(d) + "; ";
-    id = 42;
-  }
-  void OSTREL_STDCALL TraceNext(Integer id, std::string_view a, std::string_view b) override {
-    log += "next " + std::to_string(id) + "|" + std::string(a) + "|" + std::string(b) + "; ";
-  }
-  std::string log;
-};
-
 TEST(SysMonitor, ForwardsWhileRegisteredAndIsSilentOtherwise) {
   Integer id = 5;
   ASSERT_FALSE(TkxSysMonitor::Active());
@@ -108,7 +92,7 @@ TEST(SysMonitor, ForwardsWhileRegisteredAndIsSilentOtherwise) {
   TkxSysMonitor::TraceEnd(id, "done");
   EXPECT_EQ(id, 5);
 
-  auto* monitor = new RecordingMonitor;
+  auto* monitor = new testutil::TRecordingMonitor;
   IPtr<IkxSysMonitor> keep(monitor);
   TkxSysMonitor::RegIntf(keep);
   TkxSysMonitor::TraceStart("file", "load", "cap", "full", id);
@@ -120,19 +104,6 @@ TEST(SysMonitor, ForwardsWhileRegisteredAndIsSilentOtherwise) {
   EXPECT_EQ(monitor->log, "start file|load|cap|full; next 42|a|b; next 7||done; ");
 }
 
-class BracketLib : public TIntfObject<IkxLcLib> {
- public:
-  void OSTREL_STDCALL Op1() override {}
-  AnsiString OSTREL_STDCALL Op2(std::string_view) override { return AnsiString(); }
-  WideString OSTREL_STDCALL TranslateW(std::u16string_view text, std::string_view ctx) override {
-    return u"[" + AnsiToWide(ctx) + u":" + WideString(text) + u"]";
-  }
-  WideString OSTREL_STDCALL TranslateA(std::string_view text, std::string_view ctx) override {
-    return TranslateW(AnsiToWide(text), ctx);
-  }
-  void OSTREL_STDCALL Op5() override {}
-};
-
 TEST(Localisation, PassesTextsThroughUntilALibraryIsRegistered) {
   const AnsiString ansi = Ansi(u8"Отчёт за период");
   const WideString wide = u"Отчёт за период";
@@ -140,7 +111,10 @@ TEST(Localisation, PassesTextsThroughUntilALibraryIsRegistered) {
   EXPECT_EQ(_(ansi), wide);
   EXPECT_EQ(_(wide, "ctx"), wide);
   EXPECT_EQ(LcLib().Get(), LcLib().Get());  // installed once
-  RegisterLcLib(IPtr<IkxLcLib>(new BracketLib));
+  RegisterLcLib(
+      IPtr<IkxLcLib>(new testutil::TLcLib([](std::u16string_view text, std::string_view ctx) {
+        return u"[" + AnsiToWide(ctx) + u":" + WideString(text) + u"]";
+      })));
   EXPECT_EQ(_(ansi, "rep"), u"[rep:" + wide + u"]");
   EXPECT_EQ(_(u"x"), u"[:x]");
   RegisterLcLib(nullptr);

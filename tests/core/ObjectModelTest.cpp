@@ -1,5 +1,3 @@
-// The object model: the lifecycle states, controller and links, aggregation through links,
-// and the helpers that pass objects through interfaces and variants.
 #include <ostrel/core/Sysclasses.h>
 #include <ostrel/rtl/Classes.h>
 #include <ostrel/services/Sysserv.h>

@@ -1,5 +1,3 @@
-// Variable lists (items shared between lists, use as a dump) and ID lists (merging, sorting,
-// set equality, text forms, scripting commands, the list a dump carries).
 #include <ostrel/core/Dump.h>
 #include <ostrel/core/Sysclasses.h>
 #include <ostrel/core/VarList.h>

@@ -118,11 +118,6 @@ class TRecorder : public TWinControl {
   }
 };
 
-void ServeUntil(const std::function<bool()>& done) {
-  for (int i = 0; i < 500 && !done(); ++i) CheckSynchronize(20);
-  ASSERT_TRUE(done());
-}
-
 TEST(ControlMessages, PostedFromAWorkerTheyArriveInOrderOnTheMainThread) {
   TRecorder target(nullptr);
   std::thread worker([&] {
@@ -171,7 +166,7 @@ TEST(ControlMessages, SendWaitsForTheResultOrTheHandlersException) {
     failure = testutil::MessageOf<EConvertError>([&] { target.Send(48429, 0, -1); });
     back = true;
   });
-  ServeUntil([&] { return back.load(); });
+  testutil::ServeUntil([&] { return back.load(); });
   worker.join();
   EXPECT_EQ(testutil::Join(result, failure), "42 negative");
   EXPECT_EQ(target.Threads.at(0), MainThreadID());

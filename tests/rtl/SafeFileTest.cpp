@@ -18,6 +18,7 @@
 #include <functional>
 #include <iterator>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -49,6 +50,14 @@ std::string Get(const std::string& name) {
 
 void Put(const std::string& name, const std::string& text) {
   std::ofstream(SysPath(name), std::ios::binary) << text;
+}
+
+// The names sorted, separated by blanks.
+std::string Sorted(std::vector<std::string> names) {
+  std::sort(names.begin(), names.end());
+  std::string out;
+  for (const auto& n : names) out += (out.empty() ? "" : " ") + n;
+  return out;
 }
 
 // The ways the library saves a whole file; each must keep what the user had.
@@ -86,10 +95,7 @@ const std::vector<std::pair<std::string, SaveFn>>& Saves() {
 class SafeFile : public ::testing::Test {
  protected:
   void SetUp() override {
-    static int count = 0;
-    dirPath = fs::temp_directory_path() /
-              ("ostrel-save-" + std::to_string(testing::UnitTest::GetInstance()->random_seed()) +
-               "-" + std::to_string(++count) + "-" + std::to_string(Pid()));
+    dirPath = fs::temp_directory_path() / ("ostrel-save-" + std::to_string(std::random_device{}()));
     fs::remove_all(dirPath);
     fs::create_directories(dirPath);
     // Open to the unprivileged user that some tests switch to.
@@ -102,23 +108,13 @@ class SafeFile : public ::testing::Test {
       fs::permissions(e.path(), fs::perms::owner_all, fs::perm_options::add, ec);
     fs::remove_all(dirPath, ec);
   }
-  static long Pid() {
-#ifdef _WIN32
-    return static_cast<long>(GetCurrentProcessId());
-#else
-    return static_cast<long>(::getpid());
-#endif
-  }
   std::string Path(const std::string& name) const { return dir + "/" + name; }
   // The entries of the folder, sorted, as CP1251 names separated by blanks.
   std::string Entries() const {
     std::vector<std::string> names;
     for (const auto& e : fs::directory_iterator(dirPath))
       names.push_back(Utf8ToAnsi(std::u8string_view(e.path().filename().u8string())));
-    std::sort(names.begin(), names.end());
-    std::string out;
-    for (const auto& n : names) out += (out.empty() ? "" : " ") + n;
-    return out;
+    return Sorted(names);
   }
   // "refused" or "written", for what an action did.
   static std::string Outcome(const std::function<void()>& action) {
@@ -171,8 +167,7 @@ std::string Unprivileged(const std::function<std::string()>& body) {
   return body();
 }
 
-// ---------------------------------------------------------------------------------------
-// Refusals
+// ---- Refusals ---------------------------------------------------------------------------
 
 TEST_F(SafeFile, AReadOnlyTargetIsRefusedAsAnInPlaceWriteIs) {
   for (const auto& [how, save] : Saves()) {
@@ -243,8 +238,7 @@ TEST_F(SafeFile, ASaveUnderWayRefusesAnotherOfTheSameFile) {
   }
 }
 
-// ---------------------------------------------------------------------------------------
-// Names
+// ---- Names ------------------------------------------------------------------------------
 
 TEST_F(SafeFile, EveryLegalNameSaves) {
   const std::string cyrillic = Cp1251(u8"ж").Str();  // two bytes in a POSIX name
@@ -259,10 +253,7 @@ TEST_F(SafeFile, EveryLegalNameSaves) {
     SaveWithWriter(Path(name), "text of " + std::to_string(name.size()));
     EXPECT_EQ(Get(Path(name)), "text of " + std::to_string(name.size()));
   }
-  std::sort(names.begin(), names.end());
-  std::string all;
-  for (const auto& n : names) all += (all.empty() ? "" : " ") + n;
-  EXPECT_EQ(Entries(), all);
+  EXPECT_EQ(Entries(), Sorted(names));
   // Two long names with the same beginning are two files: saving both at once works.
   TSafeFileWriter one(Path(names[2])), two(Path(names[3]));
   one.WriteBuffer("1", 1);
@@ -294,8 +285,7 @@ TEST_F(SafeFile, ErrorsNameTheCallersFile) {
 
 #ifndef _WIN32
 
-// ---------------------------------------------------------------------------------------
-// What the user had (POSIX: modes, owners and links)
+// ---- What the user had (POSIX: modes, owners and links) ---------------------------------
 
 // What a save left: the contents each save function writes for text.
 std::string Written(const std::string& how, const std::string& text) {
@@ -365,8 +355,7 @@ TEST_F(SafeFile, ANewFileIsMadeAsAPlainCreateMakesIt) {
       "1 1");
 }
 
-// ---------------------------------------------------------------------------------------
-// A killed save
+// ---- A killed save ----------------------------------------------------------------------
 
 TEST_F(SafeFile, TheNextSaveTakesOverWhatAKilledSaveLeft) {
   const std::string name = Path("keep.xml");
@@ -389,10 +378,10 @@ TEST_F(SafeFile, TheNextSaveTakesOverWhatAKilledSaveLeft) {
   EXPECT_EQ(Get(name) + " " + Entries(), "new keep.xml");
 }
 
-// ---------------------------------------------------------------------------------------
-// Durability: the new text is on the disk before it takes the old one's place, and the
-// folder is synced after. The test program stands in for the C library's fsync and rename,
-// which the library calls through its import table, and records the order.
+// ---- Durability -------------------------------------------------------------------------
+// The new text is on the disk before it takes the old one's place, and the folder is synced
+// after. The test program stands in for the C library's fsync and rename, which the library
+// calls through its import table, and records the order.
 
 std::string gSyncLog;
 bool gRecordSyncs = false;

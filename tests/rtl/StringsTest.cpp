@@ -22,14 +22,10 @@ TEST(Cp1251Conversion, EveryByteSurvivesUtf8AndUtf16RoundTrips) {
 
 TEST(Cp1251Conversion, KnownLettersAndWhatHasNoFormBecomesQuestionMarks) {
   const std::pair<const char*, const char*> rows[] = {
-      {"Ёё", "\xA8\xB8"},
-      {"АЯая", "\xC0\xDF\xE0\xFF"},
-      {"№ €", "\xB9 \x88"},
-      {"a\u4E2Db", "a?b"},  // CJK
-      {"\U0001F600", "?"},  // outside the BMP
-      {"a\xFF"
-       "b",
-       "a?b"},                   // malformed UTF-8 is replaced bytewise
+      {"Ёё", "\xA8\xB8"},     {"АЯая", "\xC0\xDF\xE0\xFF"},
+      {"№ €", "\xB9 \x88"},   {"a\u4E2Db", "a?b"},  // CJK
+      {"\U0001F600", "?"},                          // outside the BMP
+      {"a\377b", "a?b"},         // malformed UTF-8 (octal 377) is replaced bytewise
       {"\xD0", "?"},             // truncated sequence at the end
       {"\xC0\xAF", "??"},        // overlong encoding of '/'
       {"\xED\xA0\x80", "???"}};  // encoded surrogate
@@ -44,11 +40,8 @@ TEST(Cp1251Conversion, CompileTimeLiteralMatchesRunTimeConversion) {
   static constexpr auto lit = Cp1251(u8"Привет, мир! Ёжик № 5");
   EXPECT_EQ(lit.Str(), Ansi(u8"Привет, мир! Ёжик № 5"));
   static_assert(lit.View().size() == 21);
-}
-
-TEST(Cp1251Conversion, Utf16AndUtf8AgreeOutsideTheCodePage) {
-  const std::string utf8 = "Ж\U0001F600z";
-  EXPECT_EQ(WideToUtf8(Utf8ToWide(utf8)), utf8);
+  // UTF-16 and UTF-8 agree also outside the code page.
+  EXPECT_EQ(WideToUtf8(Utf8ToWide("Ж\U0001F600z")), "Ж\U0001F600z");
 }
 
 TEST(AnsiCase, UpperAndLowerAreInverseForEveryLetter) {
@@ -66,16 +59,14 @@ TEST(AnsiCase, UpperAndLowerAreInverseForEveryLetter) {
   }
 }
 
-TEST(AnsiCase, NonLettersAreUnchanged) {
+TEST(AnsiCase, NonLettersAndAsciiFormsLeaveTheRestAlone) {
   AnsiString all;
   for (int b = 0; b < 256; ++b)
     if (!IsAnsiLetter(static_cast<char>(b))) all += static_cast<char>(b);
   EXPECT_EQ(AnsiUpperCase(all), all);
   EXPECT_EQ(AnsiLowerCase(all), all);
   EXPECT_EQ(AnsiUpperCase(Ansi(u8"µ°№")), Ansi(u8"µ°№"));
-}
-
-TEST(AsciiCase, LeavesCyrillicAlone) {
+  // The ASCII forms leave Cyrillic alone.
   EXPECT_EQ(UpperCase(Ansi(u8"abcЖ")), Ansi(u8"ABCЖ"));
   EXPECT_EQ(LowerCase(Ansi(u8"ABCЖ")), Ansi(u8"abcЖ"));
   EXPECT_FALSE(SameText(Ansi(u8"ж"), Ansi(u8"Ж")));

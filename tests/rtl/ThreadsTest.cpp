@@ -12,14 +12,6 @@
 namespace ostrel {
 namespace {
 
-// Runs the main thread's queue until done() holds, sleeping in CheckSynchronize between
-// pieces of work; fails after a generous limit instead of hanging the suite.
-template <class Done>
-void ServeUntil(Done done) {
-  for (int i = 0; i < 500 && !done(); ++i) CheckSynchronize(20);
-  ASSERT_TRUE(done()) << "the work never arrived";
-}
-
 // Leaves nothing queued for the next test.
 void Drain() {
   while (CheckSynchronize()) {
@@ -49,7 +41,7 @@ TEST(MainThreadQueue, SynchronizeRunsOnTheMainThreadWaitsAndCarriesExceptionsBac
     }
     back = true;
   });
-  ServeUntil([&] { return back.load(); });
+  testutil::ServeUntil([&] { return back.load(); });
   worker.join();
   EXPECT_EQ(ranOn, MainThreadID());
   EXPECT_EQ(ranOn, std::this_thread::get_id());

@@ -36,8 +36,7 @@ class Probe : public TInterfacedObject {
 
 Currency Curr(Int64 raw) { return Currency::FromRaw(raw); }
 
-// ---------------------------------------------------------------------------------------
-// Type codes
+// ---- Type codes -------------------------------------------------------------------------
 
 TEST_F(VariantTest, EveryConstructorGivesItsTypeCode) {
   IPtr<IInterface> intf(new Probe);
@@ -96,8 +95,7 @@ TEST_F(VariantTest, KindQueries) {
   EXPECT_THROW(Variant("abc").WideRef(), EVariantTypeCastError);
 }
 
-// ---------------------------------------------------------------------------------------
-// Conversions
+// ---- Conversions ------------------------------------------------------------------------
 
 enum Outcome { Ok, Cast, Overflow };
 
@@ -219,8 +217,7 @@ TEST_F(VariantTest, TypedCastsAndTexts) {
   EXPECT_EQ(VarToStr(half), "0,5");
 }
 
-// ---------------------------------------------------------------------------------------
-// Interfaces
+// ---- Interfaces -------------------------------------------------------------------------
 
 TEST_F(VariantTest, InterfacePayloadIsCounted) {
   bool destroyed = false;
@@ -262,8 +259,7 @@ TEST_F(VariantTest, InterfaceConversions) {
   EXPECT_THROW(VarAsType(Variant(ref), varDispatch), EVariantTypeCastError);
 }
 
-// ---------------------------------------------------------------------------------------
-// Arrays
+// ---- Arrays -----------------------------------------------------------------------------
 
 // "low..high: item|item|..." of a one-dimensional array.
 std::string Shape(const Variant& a) {
@@ -343,8 +339,7 @@ TEST_F(VariantTest, CopiesOfArraysAreIndependent) {
   EXPECT_EQ(VarArrayHighBound(a), 1);
 }
 
-// ---------------------------------------------------------------------------------------
-// Comparison
+// ---- Comparison -------------------------------------------------------------------------
 
 TEST_F(VariantTest, CompareValueAcrossTypes) {
   const struct {
