@@ -31,8 +31,7 @@ TkxLayoutPanel::~TkxLayoutPanel() {
 }
 
 TkxLayoutPanel* TkxLayoutPanel::Panels(Integer index) const {
-  if (index < 0 || index >= PanelCount())
-    throw EListError(Format(SysConst::SListIndexError, index));
+  CheckListIndex(index, PanelCount());
   return fPanels[static_cast<std::size_t>(index)].get();
 }
 
@@ -94,8 +93,7 @@ void TkxLayoutPanel::MoveToGrid(TkxLayoutGrid* grid) {
 }
 
 TControl* TkxLayoutPanel::Controls(Integer index) const {
-  if (index < 0 || index >= ControlCount())
-    throw EListError(Format(SysConst::SListIndexError, index));
+  CheckListIndex(index, ControlCount());
   return fControls[static_cast<std::size_t>(index)];
 }
 

@@ -134,8 +134,7 @@ TkxKeyIndex::TkxKeyIndex(TDuplicates duplicates, bool ignoreCase, bool sorted)
 TkxKeyIndex::~TkxKeyIndex() { Clear(); }
 
 void TkxKeyIndex::CheckIndex(Integer index) const {
-  if (index < 0 || index >= fRecs.Count())
-    throw EListError(Format(SysConst::SListIndexError, index));
+  CheckListIndex(index, fRecs.Count());
 }
 
 int TkxKeyIndex::CompareKeys(const Variant& recKey, const Variant& key) const {

@@ -118,8 +118,7 @@ bool TkxDump::GetInterface(const TGUID& iid, void** obj) {
 }
 
 void TkxDump::CheckIndex(Integer index) const {
-  if (index < 0 || static_cast<std::size_t>(index) >= fItems.size())
-    throw EStringListError(Format(SysConst::SListIndexError, index));
+  CheckStringListIndex(index, static_cast<Integer>(fItems.size()));
 }
 
 Integer TkxDump::Lookup(std::string_view name, std::uint32_t hash) const {

@@ -161,8 +161,7 @@ bool TkxIDList::GetInterface(const TGUID& iid, void** obj) {
 TObject* OSTREL_STDCALL TkxIDList::GetInstance() { return this; }
 
 void TkxIDList::CheckIndex(Integer index) const {
-  if (index < 0 || static_cast<std::size_t>(index) >= fIDs.size())
-    throw EListError(Format(SysConst::SListIndexError, index));
+  CheckListIndex(index, static_cast<Integer>(fIDs.size()));
 }
 
 Integer OSTREL_STDCALL TkxIDList::get_ID(Integer index) {

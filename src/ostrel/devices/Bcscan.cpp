@@ -128,8 +128,7 @@ void TBCServer::GetDevList(std::vector<IPtr<IBCReader>>& list) const {
 Integer TBCServer::GetDevCount() const { return fDevices ? fDevices->Count() : 0; }
 
 TBCReader* TBCServer::GetReader(Integer index) const {
-  if (index < 0 || index >= GetReaderCount())
-    throw EListError(Format(SysConst::SListIndexError, index));
+  CheckListIndex(index, GetReaderCount());
   return fReaders[static_cast<std::size_t>(index)];
 }
 

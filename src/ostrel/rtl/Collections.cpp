@@ -66,7 +66,7 @@ TCollection::TCollection(TItemFactory itemFactory, TObject* owner)
 TCollection::~TCollection() { Clear(); }
 
 void TCollection::CheckIndex(Integer index) const {
-  if (index < 0 || index >= Count()) throw EListError(Format(SysConst::SListIndexError, index));
+  CheckListIndex(index, Count());
 }
 
 TCollectionItem* TCollection::Items(Integer index) const {

@@ -64,8 +64,7 @@ void TComponent::Detach(TComponent* component) noexcept {
 }
 
 TComponent* TComponent::Components(Integer index) const {
-  if (index < 0 || index >= ComponentCount())
-    throw EListError(Format(SysConst::SListIndexError, index));
+  CheckListIndex(index, ComponentCount());
   return fComponents[static_cast<std::size_t>(index)];
 }
 

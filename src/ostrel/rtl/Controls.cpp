@@ -80,8 +80,7 @@ TWinControl::~TWinControl() {
 }
 
 TControl* TWinControl::Controls(Integer index) const {
-  if (index < 0 || index >= ControlCount())
-    throw EListError(Format(SysConst::SListIndexError, index));
+  CheckListIndex(index, ControlCount());
   return fControls[static_cast<std::size_t>(index)];
 }
 

@@ -2,6 +2,7 @@
 
 #include <ostrel/rtl/Format.h>
 #include <ostrel/rtl/Strings.h>
+#include <ostrel/rtl/detail/Common.h>
 
 #include <cerrno>
 #include <cstring>
@@ -38,7 +39,7 @@ AnsiString SysErrorMessage(Cardinal errorCode) {
   DWORD n = ::FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
                              errorCode, 0, buf, sizeof buf, nullptr);
   // The system's texts end in a full stop and a line break, sometimes with blanks between.
-  while (n > 0 && (static_cast<unsigned char>(buf[n - 1]) <= ' ' || buf[n - 1] == '.')) --n;
+  while (n > 0 && (detail::IsBlank(buf[n - 1]) || buf[n - 1] == '.')) --n;
   return AnsiString(buf, n);
 #else
   // The C library's English text (strerror is locale-dependent only in its language, and the

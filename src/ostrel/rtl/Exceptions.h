@@ -93,6 +93,20 @@ OSTREL_DECLARE_EXCEPTION(EVariantOverflowError, EVariantError);
 OSTREL_DECLARE_EXCEPTION(EVariantInvalidOpError, EVariantError);
 OSTREL_DECLARE_EXCEPTION(EListError, Exception);
 OSTREL_DECLARE_EXCEPTION(EStringListError, EListError);
+
+/// Raises EListError "List index (%d) out of bounds" with the index.
+[[noreturn]] OSTREL_API void RaiseListIndexError(Integer index);
+/// Raises EStringListError "List index (%d) out of bounds" with the index.
+[[noreturn]] OSTREL_API void RaiseStringListIndexError(Integer index);
+/// The index check of every list: EListError "List index (%d) out of bounds" unless
+/// 0 <= index < count (a place to insert at is checked against count + 1).
+inline void CheckListIndex(Integer index, Integer count) {
+  if (index < 0 || index >= count) RaiseListIndexError(index);
+}
+/// As CheckListIndex, raising EStringListError (the string lists' class of error).
+inline void CheckStringListIndex(Integer index, Integer count) {
+  if (index < 0 || index >= count) RaiseStringListIndexError(index);
+}
 OSTREL_DECLARE_EXCEPTION(EComponentError, Exception);
 OSTREL_DECLARE_EXCEPTION(EStreamError, Exception);
 OSTREL_DECLARE_EXCEPTION(EFileStreamError, EStreamError);

@@ -13,6 +13,8 @@
 #include <ostrel/rtl/Format.h>
 
 #include <ostrel/rtl/Extended80.h>
+#include <ostrel/rtl/System.h>
+#include <ostrel/rtl/detail/Common.h>
 
 #include <algorithm>
 #include <charconv>
@@ -596,13 +598,6 @@ AnsiString ApplyPicture(const Picture& p, Extended value, bool signInFront,
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
-int HexValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return -1;
-}
-
 // The classic Val for integers of `bits` (32 or 64) bits. Decimal values must fit the
 // signed range; hexadecimal ones may use every bit and wrap into the negatives.
 bool ParseInteger(std::string_view s, int bits, Int64& value) {
@@ -624,7 +619,7 @@ bool ParseInteger(std::string_view s, int bits, Int64& value) {
   for (; i < s.size(); ++i) {
     char c = s[i];
     if (hex) {
-      int d = HexValue(c);
+      int d = HexDigitValue(c);
       if (d < 0 || acc > (mask >> 4)) return false;
       acc = (acc << 4) | static_cast<UInt64>(d);
     } else {
@@ -766,18 +761,9 @@ bool ParseFloat(std::string_view s, char decimalSeparator, T& value) {
   return true;
 }
 
-// Rounds to the nearest integer, ties to even, exactly (no rounding-mode dependence).
-Extended RoundHalfEven(Extended x) {
-  Extended f = std::floor(x);
-  Extended diff = x - f;
-  if (diff > 0.5L) return f + 1;
-  if (diff < 0.5L) return f;
-  return std::fmod(f, 2.0L) == 0 ? f : f + 1;
-}
-
 bool ScaledToCurrency(Extended scaled, Currency& out) {
   if (!std::isfinite(scaled)) return false;
-  Extended r = RoundHalfEven(scaled);
+  Extended r = detail::RoundHalfEven(scaled);
   constexpr Extended kLimit = 9223372036854775808.0L;  // 2^63
   if (r < -kLimit || r >= kLimit) return false;
   out = Currency::FromRaw(static_cast<Int64>(r));

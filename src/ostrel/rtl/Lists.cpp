@@ -3,6 +3,7 @@
 
 #include <ostrel/rtl/Format.h>
 #include <ostrel/rtl/SafeFile.h>
+#include <ostrel/rtl/detail/Common.h>
 
 #include <algorithm>
 #include <limits>
@@ -12,6 +13,14 @@ namespace ostrel {
 OSTREL_DEFINE_CLASS(TList)
 OSTREL_DEFINE_CLASS(TStringList)
 OSTREL_DEFINE_CLASS(TInterfaceList)
+
+void RaiseListIndexError(Integer index) {
+  throw EListError(Format(SysConst::SListIndexError, index));
+}
+
+void RaiseStringListIndexError(Integer index) {
+  throw EStringListError(Format(SysConst::SListIndexError, index));
+}
 
 namespace {
 
@@ -80,12 +89,12 @@ void TList::SetCapacity(Integer capacity) {
 }
 
 void* TList::Items(Integer index) const {
-  if (index < 0 || index >= Count()) ListError(SysConst::SListIndexError, index);
+  CheckListIndex(index, Count());
   return fItems[static_cast<std::size_t>(index)];
 }
 
 void TList::SetItems(Integer index, void* item) {
-  if (index < 0 || index >= Count()) ListError(SysConst::SListIndexError, index);
+  CheckListIndex(index, Count());
   fItems[static_cast<std::size_t>(index)] = item;
 }
 
@@ -95,12 +104,12 @@ Integer TList::Add(void* item) {
 }
 
 void TList::Insert(Integer index, void* item) {
-  if (index < 0 || index > Count()) ListError(SysConst::SListIndexError, index);
+  CheckListIndex(index, Count() + 1);
   fItems.insert(fItems.begin() + index, item);
 }
 
 void TList::Delete(Integer index) {
-  if (index < 0 || index >= Count()) ListError(SysConst::SListIndexError, index);
+  CheckListIndex(index, Count());
   fItems.erase(fItems.begin() + index);
 }
 
@@ -120,14 +129,14 @@ Integer TList::IndexOf(const void* item) const {
 void TList::Clear() { std::vector<void*>().swap(fItems); }
 
 void TList::Exchange(Integer index1, Integer index2) {
-  if (index1 < 0 || index1 >= Count()) ListError(SysConst::SListIndexError, index1);
-  if (index2 < 0 || index2 >= Count()) ListError(SysConst::SListIndexError, index2);
+  CheckListIndex(index1, Count());
+  CheckListIndex(index2, Count());
   std::swap(fItems[static_cast<std::size_t>(index1)], fItems[static_cast<std::size_t>(index2)]);
 }
 
 void TList::Move(Integer curIndex, Integer newIndex) {
   if (curIndex == newIndex) return;
-  if (newIndex < 0 || newIndex >= Count()) ListError(SysConst::SListIndexError, newIndex);
+  CheckListIndex(newIndex, Count());
   void* item = Items(curIndex);
   fItems.erase(fItems.begin() + curIndex);
   fItems.insert(fItems.begin() + newIndex, item);
@@ -156,7 +165,7 @@ void TList::Sort(const TListSortCompare& compare) {
 TStringList::~TStringList() { Clear(); }
 
 void TStringList::CheckIndex(Integer index) const {
-  if (index < 0 || index >= Count()) StringListError(SysConst::SListIndexError, index);
+  CheckStringListIndex(index, Count());
 }
 
 void TStringList::ReleaseSlot(Item& item) noexcept {
@@ -252,13 +261,13 @@ void TStringList::Insert(Integer index, std::string_view s) {
 
 void TStringList::InsertObject(Integer index, std::string_view s, TObject* object) {
   if (fSorted) StringListError(SysConst::SSortedListError, 0);
-  if (index < 0 || index > Count()) StringListError(SysConst::SListIndexError, index);
+  CheckStringListIndex(index, Count() + 1);
   InsertItem(index, s, object, true);
 }
 
 void TStringList::InsertObject(Integer index, std::string_view s, void* data) {
   if (fSorted) StringListError(SysConst::SSortedListError, 0);
-  if (index < 0 || index > Count()) StringListError(SysConst::SListIndexError, index);
+  CheckStringListIndex(index, Count() + 1);
   InsertItem(index, s, data, false);
 }
 
@@ -472,7 +481,7 @@ void TStringList::SetText(std::string_view text) {
 }
 
 namespace {
-inline bool IsBlank(char c) { return static_cast<unsigned char>(c) <= ' '; }
+using detail::IsBlank;
 }  // namespace
 
 AnsiString TStringList::JoinDelimited(char delimiter, char quoteChar) const {
@@ -603,8 +612,7 @@ bool TInterfaceList::GetInterface(const TGUID& iid, void** obj) {
 
 IPtr<IInterface> OSTREL_STDCALL TInterfaceList::Get(Integer index) {
   std::lock_guard guard(fLock);
-  if (index < 0 || index >= static_cast<Integer>(fItems.size()))
-    ListError(SysConst::SListIndexError, index);
+  CheckListIndex(index, static_cast<Integer>(fItems.size()));
   return fItems[static_cast<std::size_t>(index)];
 }
 
@@ -621,8 +629,7 @@ Integer OSTREL_STDCALL TInterfaceList::GetCount() {
 void OSTREL_STDCALL TInterfaceList::Put(Integer index, const IPtr<IInterface>& item) {
   IPtr<IInterface> old;
   std::lock_guard guard(fLock);
-  if (index < 0 || index >= static_cast<Integer>(fItems.size()))
-    ListError(SysConst::SListIndexError, index);
+  CheckListIndex(index, static_cast<Integer>(fItems.size()));
   old = std::exchange(fItems[static_cast<std::size_t>(index)], item);
 }
 
@@ -653,8 +660,7 @@ void OSTREL_STDCALL TInterfaceList::Clear() {
 void OSTREL_STDCALL TInterfaceList::Delete(Integer index) {
   IPtr<IInterface> dropped;
   std::lock_guard guard(fLock);
-  if (index < 0 || index >= static_cast<Integer>(fItems.size()))
-    ListError(SysConst::SListIndexError, index);
+  CheckListIndex(index, static_cast<Integer>(fItems.size()));
   dropped = std::move(fItems[static_cast<std::size_t>(index)]);
   fItems.erase(fItems.begin() + index);
 }
@@ -662,8 +668,8 @@ void OSTREL_STDCALL TInterfaceList::Delete(Integer index) {
 void OSTREL_STDCALL TInterfaceList::Exchange(Integer index1, Integer index2) {
   std::lock_guard guard(fLock);
   const Integer n = static_cast<Integer>(fItems.size());
-  if (index1 < 0 || index1 >= n) ListError(SysConst::SListIndexError, index1);
-  if (index2 < 0 || index2 >= n) ListError(SysConst::SListIndexError, index2);
+  CheckListIndex(index1, n);
+  CheckListIndex(index2, n);
   fItems[static_cast<std::size_t>(index1)].Swap(fItems[static_cast<std::size_t>(index2)]);
 }
 
@@ -688,8 +694,7 @@ Integer OSTREL_STDCALL TInterfaceList::Add(const IPtr<IInterface>& item) {
 
 void OSTREL_STDCALL TInterfaceList::Insert(Integer index, const IPtr<IInterface>& item) {
   std::lock_guard guard(fLock);
-  if (index < 0 || index > static_cast<Integer>(fItems.size()))
-    ListError(SysConst::SListIndexError, index);
+  CheckListIndex(index, static_cast<Integer>(fItems.size()) + 1);
   fItems.insert(fItems.begin() + index, item);
 }
 

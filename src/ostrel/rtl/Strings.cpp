@@ -1,4 +1,5 @@
 #include <ostrel/rtl/Strings.h>
+#include <ostrel/rtl/detail/Common.h>
 
 #include <algorithm>
 
@@ -320,20 +321,20 @@ std::size_t AnsiHashText(std::string_view s) {
 
 AnsiString Trim(std::string_view s) {
   std::size_t b = 0, e = s.size();
-  while (b < e && U(s[b]) <= 32) ++b;
-  while (e > b && U(s[e - 1]) <= 32) --e;
+  while (b < e && detail::IsBlank(s[b])) ++b;
+  while (e > b && detail::IsBlank(s[e - 1])) --e;
   return AnsiString(s.substr(b, e - b));
 }
 
 AnsiString TrimLeft(std::string_view s) {
   std::size_t b = 0;
-  while (b < s.size() && U(s[b]) <= 32) ++b;
+  while (b < s.size() && detail::IsBlank(s[b])) ++b;
   return AnsiString(s.substr(b));
 }
 
 AnsiString TrimRight(std::string_view s) {
   std::size_t e = s.size();
-  while (e > 0 && U(s[e - 1]) <= 32) --e;
+  while (e > 0 && detail::IsBlank(s[e - 1])) --e;
   return AnsiString(s.substr(0, e));
 }
 

@@ -21,6 +21,14 @@ inline constexpr HRESULT E_NOINTERFACE = static_cast<HRESULT>(0x80004002u);
 inline constexpr HRESULT E_NOTIMPL = static_cast<HRESULT>(0x80004001u);
 inline constexpr HRESULT E_FAIL = static_cast<HRESULT>(0x80004005u);
 
+/// The value of a hexadecimal digit (0-9, A-F, a-f), or -1 for any other character.
+constexpr int HexDigitValue(char c) noexcept {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  return -1;
+}
+
 struct TGUID {
   std::uint32_t D1 = 0;
   std::uint16_t D2 = 0;
@@ -39,16 +47,10 @@ struct TGUID {
     if (s.size() != 38 || s[0] != '{' || s[37] != '}' || s[9] != '-' || s[14] != '-' ||
         s[19] != '-' || s[24] != '-')
       return false;
-    auto hex = [](char c) -> int {
-      if (c >= '0' && c <= '9') return c - '0';
-      if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-      if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-      return -1;
-    };
     auto read = [&](std::size_t from, int digits, std::uint64_t& v) {
       v = 0;
       for (int i = 0; i < digits; ++i) {
-        int h = hex(s[from + i]);
+        int h = HexDigitValue(s[from + i]);
         if (h < 0) return false;
         v = (v << 4) | static_cast<std::uint64_t>(h);
       }

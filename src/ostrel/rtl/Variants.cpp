@@ -3,6 +3,7 @@
 
 #include <ostrel/rtl/DateTime.h>
 #include <ostrel/rtl/Format.h>
+#include <ostrel/rtl/detail/Common.h>
 
 #include <cfloat>
 #include <charconv>
@@ -38,15 +39,7 @@ constexpr std::string_view kBadVarType = "Invalid variant type";
 
 [[noreturn]] void InvalidOpError() { throw EVariantInvalidOpError(SysConst::SVarInvalidOp); }
 
-// The classic Round: to the nearest integer, halves to the even neighbour. Works on the
-// full extended value so that a double like 2.5 is seen exactly.
-Extended RoundHalfEven(Extended x) {
-  Extended lower = std::floor(x);
-  Extended diff = x - lower;
-  if (diff > 0.5L) return lower + 1;
-  if (diff < 0.5L) return lower;
-  return std::fmod(lower, 2.0L) == 0 ? lower : lower + 1;
-}
+using detail::RoundHalfEven;
 
 // Rounds and checks the range of a signed 64-bit result; NaN and infinities overflow.
 Int64 RoundToInt64(Extended x) {
@@ -76,12 +69,13 @@ Int64 RoundCurrency(Int64 raw) {
   return q;
 }
 
-bool IsBlank(char c) { return c == ' ' || c == '\t'; }
+// Number texts allow spaces and tabs around them, nothing else.
+bool IsSpaceOrTab(char c) { return c == ' ' || c == '\t'; }
 
 // Plain unsigned decimal text (blanks around allowed), for values beyond the signed range.
 bool TryParseUInt64(std::string_view s, UInt64& value) {
-  while (!s.empty() && IsBlank(s.front())) s.remove_prefix(1);
-  while (!s.empty() && IsBlank(s.back())) s.remove_suffix(1);
+  while (!s.empty() && IsSpaceOrTab(s.front())) s.remove_prefix(1);
+  while (!s.empty() && IsSpaceOrTab(s.back())) s.remove_suffix(1);
   if (!s.empty() && s.front() == '+') s.remove_prefix(1);
   if (s.empty()) return false;
   auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), value);

@@ -4,6 +4,7 @@
 #include <ostrel/services/VarServ.h>
 #include <ostrel/xml/Xmlutils.h>
 #include <ostrel/xml/detail/XAttrTable.h>
+#include <ostrel/rtl/detail/Common.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -25,7 +26,7 @@ namespace {
 constexpr std::string_view kCDATAOpen = "<![CDATA[";
 constexpr std::string_view kCDATAClose = "]]>";
 
-bool IsBlank(char c) { return static_cast<unsigned char>(c) <= 32; }
+using detail::IsBlank;
 
 // Whether s is "<![CDATA[" ... "]]>", the markers compared ignoring letter case.
 bool IsCDATAWrapped(std::string_view s) {
@@ -36,10 +37,6 @@ bool IsCDATAWrapped(std::string_view s) {
 
 std::string_view UnwrapCDATA(std::string_view s) {
   return s.substr(kCDATAOpen.size(), s.size() - kCDATAOpen.size() - kCDATAClose.size());
-}
-
-[[noreturn]] void RaiseIndex(Integer index) {
-  throw EListError(Format(SysConst::SListIndexError, index));
 }
 
 }  // namespace
@@ -241,7 +238,7 @@ void TXItem::RemoveItem(TXItem* item) {
 }
 
 TXItem* TXItem::InsertItem(Integer index, TXItem* item) {
-  if (index < 0 || index > get_Count()) RaiseIndex(index);
+  CheckListIndex(index, get_Count() + 1);
   if (!item || item == this) BUG("TXItem.InsertItem: invalid item");
   // A new item (no parent, no children, no wrapper) needs none of the checks below, which
   // walk up the tree: reading a deep document stays linear.
@@ -309,7 +306,7 @@ Integer TXItem::get_Index() const {
 }
 
 TXItem* TXItem::get_Items(Integer index) const {
-  if (index < 0 || index >= get_Count()) RaiseIndex(index);
+  CheckListIndex(index, get_Count());
   return fItems[static_cast<std::size_t>(index)];
 }
 

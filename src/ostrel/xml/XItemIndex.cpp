@@ -24,8 +24,7 @@ class TXItemList final : public TkxInterfacedObject, public IXItemList {
 
   Integer OSTREL_STDCALL get_Count() override { return static_cast<Integer>(fItems.size()); }
   IPtr<IXItem> OSTREL_STDCALL get_Items(Integer index) override {
-    if (index < 0 || index >= get_Count())
-      throw EListError(Format(SysConst::SListIndexError, index));
+    CheckListIndex(index, get_Count());
     return fItems[static_cast<std::size_t>(index)];
   }
   Integer OSTREL_STDCALL Add(const IPtr<IXItem>& item) override {

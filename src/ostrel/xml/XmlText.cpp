@@ -6,6 +6,7 @@
 #include <ostrel/rtl/SafeFile.h>
 #include <ostrel/services/ErrServ.h>
 #include <ostrel/xml/Xmlutils.h>
+#include <ostrel/rtl/detail/Common.h>
 
 #include <array>
 #include <bit>
@@ -22,7 +23,7 @@ TXFixProc XFixProc = nullptr;
 
 namespace {
 
-bool IsBlank(char c) { return static_cast<unsigned char>(c) <= 32; }
+using detail::IsBlank;
 
 // The first c in from .. end - 1, or end. Most runs searched here are short (an attribute
 // value, a few words of text), where a library call costs more than the search itself: the

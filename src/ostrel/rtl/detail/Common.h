@@ -1,0 +1,26 @@
+// Small mechanisms that several of the library's sources share, each written once here. Not
+// part of the installed interface.
+#pragma once
+
+#include <ostrel/rtl/Types.h>
+
+#include <cmath>
+
+namespace ostrel::detail {
+
+// The classic blank: a control character or the space (every byte up to 32), as Trim and
+// the XML reader and path parser skip them.
+constexpr bool IsBlank(char c) noexcept { return static_cast<unsigned char>(c) <= 32; }
+
+// Rounds to the nearest integer, halves to the even neighbour, exactly: the classic Round,
+// on the full extended value so that a double such as 2.5 is seen as it is, whatever the
+// processor's rounding mode.
+inline Extended RoundHalfEven(Extended x) {
+  Extended lower = std::floor(x);
+  Extended diff = x - lower;
+  if (diff > 0.5L) return lower + 1;
+  if (diff < 0.5L) return lower;
+  return std::fmod(lower, 2.0L) == 0 ? lower : lower + 1;
+}
+
+}  // namespace ostrel::detail
