@@ -47,7 +47,7 @@ IPtr<IXDoc> LoadDoc(std::string_view fileName) {
   return doc;
 }
 
-TXItem* RootOf(const IPtr<IXDoc>& doc) { return static_cast<TXDocIntf*>(doc.Get())->Root(); }
+TXItem* RootOf(const IPtr<IXDoc>& doc) { return XRootOf(doc.Get()); }
 
 // The document to the file named by -o, or to the terminal.
 void Emit(Cli& cli, const IPtr<IXDoc>& doc, const Args& args) {

@@ -30,12 +30,7 @@ std::unique_ptr<TXItem> Parse(std::string_view text) {
   return item;
 }
 
-std::string Text(const TXItem* item) {
-  TMemoryStream stream;
-  SaveXData(item, false, stream);
-  return std::string(static_cast<const char*>(stream.Memory()),
-                     static_cast<std::size_t>(stream.GetSize()));
-}
+std::string Text(const TXItem* item) { return XDataText(item, false); }
 
 class LayoutFiles : public testing::Test {
  protected:

@@ -166,7 +166,7 @@ TEST(XKeySearch, FindsByNameAndKeyDepthFirst) {
 TEST(XKeySearch, SearchesADeepTreeWithoutDeepCalls) {
   IPtr<IXDoc> doc;
   GetXDocIntf("", doc);
-  TXItem* item = static_cast<TXDocIntf*>(doc.Get())->Root();
+  TXItem* item = XRootOf(doc.Get());
   for (int i = 0; i < 200000; ++i) {
     item = item->Add();
     item->set_Name(std::string_view("level"));
@@ -340,6 +340,7 @@ TEST(XCopy, CopiesBetweenAnItemAndItsOwnSubtree) {
   EXPECT_EQ(Text(root), R"(<a><b/></a>)");
   // b went with the old children; its interface lives on, detached.
   EXPECT_EQ(MessageOf([&] { b->get_Name(); }), _SErrXItemDeleted.Str());
+  EXPECT_EQ(MessageOf([&] { XItemOf(b.Get()); }), _SErrXItemDeleted.Str());
 }
 
 TEST(XIndex, SortsByKeyAndFindsTheFirstOfEqualKeys) {
@@ -548,6 +549,10 @@ TEST(XForeignItems, QueriesAnswerAsForTheLibrarysOwnTree) {
   const IPtr<IXItem> own = Load(kDoc);
   const IPtr<IXItem> foreign = AsTestItems(own);
   ASSERT_EQ(Shape(foreign), Shape(own));
+  // The tree behind an interface: only the library's own items have one.
+  EXPECT_EQ(XItemOf(foreign.Get()), nullptr);
+  EXPECT_EQ(XItemOf(nullptr), nullptr);
+  EXPECT_EQ(XItemOf(own.Get())->get_Name(), "r");
   IPtr<IDump> keys = GetDumpIntf();
   keys->set_ByName("ID", 2);
   keys->set_ByName("kind", "C");
@@ -648,7 +653,7 @@ TEST(XWideKeys, ManyAttributesMatchAsGetAttrReadsThem) {
 TEST(XWrappers, EveryInterfaceCountsOnItsDocument) {
   IPtr<IXDoc> doc;
   GetXDocIntf(std::string_view(), doc);
-  TXItem* item = static_cast<TXDocIntf*>(doc.Get())->Root();
+  TXItem* item = XRootOf(doc.Get());
   for (int i = 0; i < 50; ++i) item = item->Add();
   item->set_Name("bottom");
   const IPtr<IXItem> bottom = item->get_Intf();  // first from the bottom: every level between
@@ -668,8 +673,8 @@ TEST(XWrappers, EveryInterfaceCountsOnItsDocument) {
   GetXDocIntf(std::string_view(), other);
   IPtr<IXItem> middle = bottom;
   for (int i = 0; i < 25; ++i) middle = middle->get_Parent();
-  TXItem* moved = static_cast<TXItemIntf*>(middle.Get())->XItem();
-  static_cast<TXDocIntf*>(other.Get())->Root()->AddItem(moved);
+  TXItem* moved = XItemOf(middle.Get());
+  XRootOf(other.Get())->AddItem(moved);
   // The interfaces held from before now fail; new ones count on the other document.
   EXPECT_EQ(MessageOf([&] { bottom->get_Name(); }), _SErrXItemDeleted.Str());
   TXItem* below = moved;

@@ -91,7 +91,7 @@ TEST(XmlTree, InterfaceOperations) {
   EXPECT_EQ(VarToStr(attrs->get_ByName("K")), Cp1251(u8"ключ").Str());
   EXPECT_FALSE(root->GetAttrList(attrs));
   root->get_Items(1)->set_XML("<n x=\"1\">t</n>");
-  EXPECT_EQ(Shape(static_cast<TXDocIntf*>(doc.Get())->Root()),
+  EXPECT_EQ(Shape(XRootOf(doc.Get())),
             "r(a{ k=\"" + Cp1251(u8"ключ").Str() + "\"} n='t'{x=\"1\"})");
   EXPECT_THROW(root->get_Items(2), EListError);
   EXPECT_THROW(root->Delete(-1), EListError);
@@ -112,9 +112,9 @@ TEST(XmlTree, TreeWithoutDocumentHasNoInterfaces) {
 TEST(XmlTree, MovingItemsBetweenTrees) {
   IPtr<IXDoc> first = DocOf("<r><a><b/></a></r>");
   IPtr<IXDoc> second = DocOf("<s/>");
-  TXItem* a = static_cast<TXDocIntf*>(first.Get())->Root()->get_Items(0);
+  TXItem* a = XRootOf(first.Get())->get_Items(0);
   IPtr<IXItem> held = a->get_Items(0)->get_Intf();
-  static_cast<TXDocIntf*>(second.Get())->Root()->AddItem(a);
+  XRootOf(second.Get())->AddItem(a);
   // An interface taken in the old tree lets go of it; new ones belong to the new document.
   EXPECT_EQ(MessageOf([&] { held->get_Name(); }), kDeleted);
   first = nullptr;

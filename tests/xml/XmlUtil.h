@@ -25,10 +25,7 @@ inline std::unique_ptr<TXItem> Parse(std::string_view text) {
 }
 
 inline std::string Write(const TXItem* item, bool withHeader = false) {
-  TMemoryStream stream;
-  SaveXData(item, withHeader, stream);
-  return std::string(static_cast<const char*>(stream.Memory()),
-                     static_cast<std::size_t>(stream.GetSize()));
+  return XDataText(item, withHeader);
 }
 
 // A stream over bytes that gives as many bytes per Read as nextChunk says (at least one; a

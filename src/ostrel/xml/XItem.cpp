@@ -499,6 +499,16 @@ TXItem* TXItemIntf::XItem() const {
   return fXItem;
 }
 
+TXItem* XItemOf(IXItem* item) {
+  auto* intf = dynamic_cast<TXItemIntf*>(item);
+  return intf ? intf->XItem() : nullptr;
+}
+
+TXItem* XRootOf(IXDoc* doc) {
+  auto* intf = dynamic_cast<TXDocIntf*>(doc);
+  return intf ? intf->Root() : nullptr;
+}
+
 void TXItemIntf::DoRelease() {
   if (RefCount() < 1)
     delete this;
@@ -541,12 +551,7 @@ void OSTREL_STDCALL TXItemIntf::set_Attr(std::string_view name, const Variant& v
   XItem()->set_Attr(name, value);
 }
 
-AnsiString OSTREL_STDCALL TXItemIntf::get_XML() {
-  TMemoryStream stream;
-  SaveXData(XItem(), false, stream);
-  return AnsiString(static_cast<const char*>(stream.Memory()),
-                    static_cast<std::size_t>(stream.GetSize()));
-}
+AnsiString OSTREL_STDCALL TXItemIntf::get_XML() { return XDataText(XItem(), false); }
 
 void OSTREL_STDCALL TXItemIntf::set_XML(std::string_view text) {
   TXItem* item = XItem();
@@ -610,12 +615,7 @@ IPtr<IXItem> OSTREL_STDCALL TXDocIntf::get_Root() { return fRoot->get_Intf(); }
 AnsiString OSTREL_STDCALL TXDocIntf::get_FileName() { return fFileName; }
 void OSTREL_STDCALL TXDocIntf::set_FileName(std::string_view fileName) { fFileName = fileName; }
 
-AnsiString OSTREL_STDCALL TXDocIntf::get_XML() {
-  TMemoryStream stream;
-  SaveXData(fRoot, true, stream);
-  return AnsiString(static_cast<const char*>(stream.Memory()),
-                    static_cast<std::size_t>(stream.GetSize()));
-}
+AnsiString OSTREL_STDCALL TXDocIntf::get_XML() { return XDataText(fRoot, true); }
 
 void OSTREL_STDCALL TXDocIntf::SaveToStream(TStream& stream, bool withHeader) {
   SaveXData(fRoot, withHeader, stream);

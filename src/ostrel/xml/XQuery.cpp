@@ -67,10 +67,7 @@ struct TIntfTree {
 
 // The library's item behind an interface, or null for none and for other implementations.
 // A wrapper whose item is gone raises the deleted-item error here.
-TXItem* OwnItem(const IPtr<IXItem>& item) {
-  auto* intf = dynamic_cast<TXItemIntf*>(item.Get());
-  return intf ? intf->XItem() : nullptr;
-}
+TXItem* OwnItem(const IPtr<IXItem>& item) { return XItemOf(item.Get()); }
 
 // Calls fn(tree, node) with the view that suits the item (which may be none).
 template <class Fn>

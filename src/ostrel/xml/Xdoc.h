@@ -296,6 +296,14 @@ class OSTREL_API TXDocIntf : public TInterfacedObject, public IXDoc {
   TXItem* fRoot;
 };
 
+/// The tree item behind an item interface that this library made (an item of a document, or
+/// of a tree made with TXItem), or null for an empty pointer and for another implementation of
+/// IXItem. Raises the deleted-item error when the interface's item has been destroyed.
+OSTREL_API TXItem* XItemOf(IXItem* item);
+/// The root item of a document that this library made, or null for an empty pointer and for
+/// another implementation of IXDoc.
+OSTREL_API TXItem* XRootOf(IXDoc* doc);
+
 // A new document read from the stream (one element into its root).
 OSTREL_API void GetXDocIntf(TStream& stream, IPtr<IXDoc>& doc);
 // A new document with FileName set; when the name is not empty the file is loaded into the

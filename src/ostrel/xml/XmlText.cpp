@@ -699,6 +699,13 @@ void SaveXData(const TXItem* item, bool withHeader, TStream& stream) {
   writer.WriteItem(item);
 }
 
+AnsiString XDataText(const TXItem* item, bool withHeader) {
+  TMemoryStream stream;
+  SaveXData(item, withHeader, stream);
+  return AnsiString(static_cast<const char*>(stream.Memory()),
+                    static_cast<std::size_t>(stream.GetSize()));
+}
+
 void SaveXData(const TXItem* item, bool withHeader, std::string_view fileName) {
   TSafeFileWriter file(fileName);
   SaveXData(item, withHeader, file);

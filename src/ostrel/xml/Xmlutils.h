@@ -164,6 +164,8 @@ OSTREL_API void LoadXData(TXItem* item, TStream& stream);
 OSTREL_API void LoadXData(TXItem* item, std::string_view fileName, bool callFix);
 // Writes item (and the declaration line first when withHeader) to the stream.
 OSTREL_API void SaveXData(const TXItem* item, bool withHeader, TStream& stream);
+// The same as text: what SaveXData writes to a stream.
+OSTREL_API AnsiString XDataText(const TXItem* item, bool withHeader);
 // The same to a file, written to a temporary file beside it first, which then replaces the
 // file: a failure leaves an existing file as it was.
 OSTREL_API void SaveXData(const TXItem* item, bool withHeader, std::string_view fileName);
