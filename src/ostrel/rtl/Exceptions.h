@@ -93,6 +93,13 @@ OSTREL_DECLARE_EXCEPTION(EVariantOverflowError, EVariantError);
 OSTREL_DECLARE_EXCEPTION(EVariantInvalidOpError, EVariantError);
 OSTREL_DECLARE_EXCEPTION(EListError, Exception);
 OSTREL_DECLARE_EXCEPTION(EStringListError, EListError);
+OSTREL_DECLARE_EXCEPTION(EComponentError, Exception);
+OSTREL_DECLARE_EXCEPTION(EStreamError, Exception);
+OSTREL_DECLARE_EXCEPTION(EFileStreamError, EStreamError);
+OSTREL_DECLARE_EXCEPTION(EFOpenError, EFileStreamError);
+OSTREL_DECLARE_EXCEPTION(EFCreateError, EFileStreamError);
+OSTREL_DECLARE_EXCEPTION(EReadError, EStreamError);
+OSTREL_DECLARE_EXCEPTION(EWriteError, EStreamError);
 
 /// Raises EListError "List index (%d) out of bounds" with the index.
 [[noreturn]] OSTREL_API void RaiseListIndexError(Integer index);
@@ -107,13 +114,6 @@ inline void CheckListIndex(Integer index, Integer count) {
 inline void CheckStringListIndex(Integer index, Integer count) {
   if (index < 0 || index >= count) RaiseStringListIndexError(index);
 }
-OSTREL_DECLARE_EXCEPTION(EComponentError, Exception);
-OSTREL_DECLARE_EXCEPTION(EStreamError, Exception);
-OSTREL_DECLARE_EXCEPTION(EFileStreamError, EStreamError);
-OSTREL_DECLARE_EXCEPTION(EFOpenError, EFileStreamError);
-OSTREL_DECLARE_EXCEPTION(EFCreateError, EFileStreamError);
-OSTREL_DECLARE_EXCEPTION(EReadError, EStreamError);
-OSTREL_DECLARE_EXCEPTION(EWriteError, EStreamError);
 
 // An operating-system call failed; carries the system's error code.
 class OSTREL_API EOSError : public Exception {
