@@ -56,11 +56,7 @@ void ServeUntil(Done done) {
 template <class... Intf>
 class TIntfObject : public TInterfacedObject, public Intf... {
  public:
-  HRESULT OSTREL_STDCALL QueryInterface(const TGUID& iid, void** obj) override {
-    return TInterfacedObject::QueryInterface(iid, obj);
-  }
-  Integer OSTREL_STDCALL _AddRef() override { return TInterfacedObject::_AddRef(); }
-  Integer OSTREL_STDCALL _Release() override { return TInterfacedObject::_Release(); }
+  OSTREL_INTERFACED_IINTERFACE
   bool GetInterface(const TGUID& iid, void** obj) override {
     return GetInterfaceEntry<Intf...>(this, iid, obj) || TInterfacedObject::GetInterface(iid, obj);
   }

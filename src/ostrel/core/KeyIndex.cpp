@@ -133,9 +133,7 @@ TkxKeyIndex::TkxKeyIndex(TDuplicates duplicates, bool ignoreCase, bool sorted)
 
 TkxKeyIndex::~TkxKeyIndex() { Clear(); }
 
-void TkxKeyIndex::CheckIndex(Integer index) const {
-  CheckListIndex(index, fRecs.Count());
-}
+void TkxKeyIndex::CheckIndex(Integer index) const { CheckListIndex(index, fRecs.Count()); }
 
 int TkxKeyIndex::CompareKeys(const Variant& recKey, const Variant& key) const {
   // Integer keys and case-blind string keys are the common ones; they are compared here
@@ -305,14 +303,6 @@ TkxKeyData::TkxKeyData(TDuplicates duplicates, bool ignoreCase, bool sorted)
     : fIndex(duplicates, ignoreCase, sorted) {}
 
 TkxKeyData::~TkxKeyData() = default;
-
-HRESULT OSTREL_STDCALL TkxKeyData::QueryInterface(const TGUID& iid, void** obj) {
-  return TInterfacedObject::QueryInterface(iid, obj);
-}
-
-Integer OSTREL_STDCALL TkxKeyData::_AddRef() { return TInterfacedObject::_AddRef(); }
-
-Integer OSTREL_STDCALL TkxKeyData::_Release() { return TInterfacedObject::_Release(); }
 
 bool TkxKeyData::GetInterface(const TGUID& iid, void** obj) {
   if (GetInterfaceEntry<IkxKeyData>(this, iid, obj)) return true;

@@ -153,9 +153,7 @@ class OSTREL_API TkxKeyData : public TInterfacedObject, public IkxKeyData {
   TkxKeyData(TDuplicates duplicates, bool ignoreCase, bool sorted);
   ~TkxKeyData() override;
 
-  HRESULT OSTREL_STDCALL QueryInterface(const TGUID& iid, void** obj) override;
-  Integer OSTREL_STDCALL _AddRef() override;
-  Integer OSTREL_STDCALL _Release() override;
+  OSTREL_INTERFACED_IINTERFACE
   bool GetInterface(const TGUID& iid, void** obj) override;
 
   Integer OSTREL_STDCALL get_Count() override;

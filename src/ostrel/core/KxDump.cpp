@@ -354,14 +354,6 @@ TkxDumpList::TkxDumpList() : fList(IPtr<IInterfaceList>(new TInterfaceList)) {}
 
 TkxDumpList::~TkxDumpList() = default;
 
-HRESULT OSTREL_STDCALL TkxDumpList::QueryInterface(const TGUID& iid, void** obj) {
-  return TInterfacedObject::QueryInterface(iid, obj);
-}
-
-Integer OSTREL_STDCALL TkxDumpList::_AddRef() { return TInterfacedObject::_AddRef(); }
-
-Integer OSTREL_STDCALL TkxDumpList::_Release() { return TInterfacedObject::_Release(); }
-
 bool TkxDumpList::GetInterface(const TGUID& iid, void** obj) {
   if (GetInterfaceEntry<IDumpList>(this, iid, obj)) return true;
   return TInterfacedObject::GetInterface(iid, obj);

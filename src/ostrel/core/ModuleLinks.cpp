@@ -20,11 +20,7 @@ constexpr std::string_view kDefaultIntfName = "get_intf";
 class TkxPassLcLib : public TInterfacedObject, public IkxLcLib {
   OSTREL_CLASS(TkxPassLcLib, TInterfacedObject)
  public:
-  HRESULT OSTREL_STDCALL QueryInterface(const TGUID& iid, void** obj) override {
-    return TInterfacedObject::QueryInterface(iid, obj);
-  }
-  Integer OSTREL_STDCALL _AddRef() override { return TInterfacedObject::_AddRef(); }
-  Integer OSTREL_STDCALL _Release() override { return TInterfacedObject::_Release(); }
+  OSTREL_INTERFACED_IINTERFACE
   bool GetInterface(const TGUID& iid, void** obj) override {
     if (GetInterfaceEntry<IkxLcLib>(this, iid, obj)) return true;
     return TInterfacedObject::GetInterface(iid, obj);

@@ -258,9 +258,7 @@ class OSTREL_API TkxDumpList : public TInterfacedObject, public IDumpList {
   TkxDumpList();
   ~TkxDumpList() override;
 
-  HRESULT OSTREL_STDCALL QueryInterface(const TGUID& iid, void** obj) override;
-  Integer OSTREL_STDCALL _AddRef() override;
-  Integer OSTREL_STDCALL _Release() override;
+  OSTREL_INTERFACED_IINTERFACE
   bool GetInterface(const TGUID& iid, void** obj) override;
 
   IPtr<IDump> OSTREL_STDCALL get_Item(Integer index) override;

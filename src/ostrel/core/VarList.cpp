@@ -31,14 +31,6 @@ TkxVarItem::TkxVarItem(std::string_view name) : fName(name) {}
 
 TkxVarItem::~TkxVarItem() = default;
 
-HRESULT OSTREL_STDCALL TkxVarItem::QueryInterface(const TGUID& iid, void** obj) {
-  return TInterfacedObject::QueryInterface(iid, obj);
-}
-
-Integer OSTREL_STDCALL TkxVarItem::_AddRef() { return TInterfacedObject::_AddRef(); }
-
-Integer OSTREL_STDCALL TkxVarItem::_Release() { return TInterfacedObject::_Release(); }
-
 bool TkxVarItem::GetInterface(const TGUID& iid, void** obj) {
   if (GetInterfaceEntry<IkxVarItem>(this, iid, obj)) return true;
   return TInterfacedObject::GetInterface(iid, obj);
@@ -55,14 +47,6 @@ void OSTREL_STDCALL TkxVarItem::set_Value(const Variant& value) { fValue = value
 TkxVarList::TkxVarList() : fList(IPtr<IInterfaceList>(new TInterfaceList)) {}
 
 TkxVarList::~TkxVarList() = default;
-
-HRESULT OSTREL_STDCALL TkxVarList::QueryInterface(const TGUID& iid, void** obj) {
-  return TInterfacedObject::QueryInterface(iid, obj);
-}
-
-Integer OSTREL_STDCALL TkxVarList::_AddRef() { return TInterfacedObject::_AddRef(); }
-
-Integer OSTREL_STDCALL TkxVarList::_Release() { return TInterfacedObject::_Release(); }
 
 bool TkxVarList::GetInterface(const TGUID& iid, void** obj) {
   if (GetInterfaceEntry<IkxVarList, IDump>(this, iid, obj)) return true;
@@ -144,14 +128,6 @@ void OSTREL_STDCALL TkxVarList::Delete(Integer index) const { fList->Delete(inde
 TkxIDList::TkxIDList() = default;
 
 TkxIDList::~TkxIDList() = default;
-
-HRESULT OSTREL_STDCALL TkxIDList::QueryInterface(const TGUID& iid, void** obj) {
-  return TInterfacedObject::QueryInterface(iid, obj);
-}
-
-Integer OSTREL_STDCALL TkxIDList::_AddRef() { return TInterfacedObject::_AddRef(); }
-
-Integer OSTREL_STDCALL TkxIDList::_Release() { return TInterfacedObject::_Release(); }
 
 bool TkxIDList::GetInterface(const TGUID& iid, void** obj) {
   if (GetInterfaceEntry<IkxIDList, IObjectRTTI, IObjectReference>(this, iid, obj)) return true;

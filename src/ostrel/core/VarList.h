@@ -17,9 +17,7 @@ class OSTREL_API TkxVarItem : public TInterfacedObject, public IkxVarItem {
   explicit TkxVarItem(std::string_view name);
   ~TkxVarItem() override;
 
-  HRESULT OSTREL_STDCALL QueryInterface(const TGUID& iid, void** obj) override;
-  Integer OSTREL_STDCALL _AddRef() override;
-  Integer OSTREL_STDCALL _Release() override;
+  OSTREL_INTERFACED_IINTERFACE
   bool GetInterface(const TGUID& iid, void** obj) override;
 
   AnsiString OSTREL_STDCALL get_Name() override;
@@ -40,9 +38,7 @@ class OSTREL_API TkxVarList : public TInterfacedObject, public IkxVarList {
   TkxVarList();
   ~TkxVarList() override;
 
-  HRESULT OSTREL_STDCALL QueryInterface(const TGUID& iid, void** obj) override;
-  Integer OSTREL_STDCALL _AddRef() override;
-  Integer OSTREL_STDCALL _Release() override;
+  OSTREL_INTERFACED_IINTERFACE
   // IkxVarList, and IDump with the same table.
   bool GetInterface(const TGUID& iid, void** obj) override;
 
@@ -85,9 +81,7 @@ class OSTREL_API TkxIDList : public TInterfacedObject,
   TkxIDList();
   ~TkxIDList() override;
 
-  HRESULT OSTREL_STDCALL QueryInterface(const TGUID& iid, void** obj) override;
-  Integer OSTREL_STDCALL _AddRef() override;
-  Integer OSTREL_STDCALL _Release() override;
+  OSTREL_INTERFACED_IINTERFACE
   bool GetInterface(const TGUID& iid, void** obj) override;
 
   // IObjectReference

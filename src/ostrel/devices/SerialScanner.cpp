@@ -49,11 +49,7 @@ class TSerialBCReader : public TInterfacedObject, public IBCReader {
   }
   ~TSerialBCReader() override { fPort.Close(); }
 
-  HRESULT OSTREL_STDCALL QueryInterface(const TGUID& iid, void** obj) override {
-    return TInterfacedObject::QueryInterface(iid, obj);
-  }
-  Integer OSTREL_STDCALL _AddRef() override { return TInterfacedObject::_AddRef(); }
-  Integer OSTREL_STDCALL _Release() override { return TInterfacedObject::_Release(); }
+  OSTREL_INTERFACED_IINTERFACE
   bool GetInterface(const TGUID& iid, void** obj) override {
     return GetInterfaceEntry<IBCReader, IDevice>(this, iid, obj) ||
            TInterfacedObject::GetInterface(iid, obj);
@@ -97,11 +93,7 @@ class TSerialDevices : public TInterfacedObject, public IDevices {
   explicit TSerialDevices(std::vector<TSerialScannerConfig> scanners)
       : fScanners(std::move(scanners)) {}
 
-  HRESULT OSTREL_STDCALL QueryInterface(const TGUID& iid, void** obj) override {
-    return TInterfacedObject::QueryInterface(iid, obj);
-  }
-  Integer OSTREL_STDCALL _AddRef() override { return TInterfacedObject::_AddRef(); }
-  Integer OSTREL_STDCALL _Release() override { return TInterfacedObject::_Release(); }
+  OSTREL_INTERFACED_IINTERFACE
   bool GetInterface(const TGUID& iid, void** obj) override {
     return GetInterfaceEntry<IDevices>(this, iid, obj) || TInterfacedObject::GetInterface(iid, obj);
   }

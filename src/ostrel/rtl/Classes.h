@@ -361,9 +361,7 @@ class OSTREL_API TInterfaceList : public TInterfacedObject, public IInterfaceLis
   TInterfaceList() = default;
   ~TInterfaceList() override;
 
-  HRESULT OSTREL_STDCALL QueryInterface(const TGUID& iid, void** obj) override;
-  Integer OSTREL_STDCALL _AddRef() override;
-  Integer OSTREL_STDCALL _Release() override;
+  OSTREL_INTERFACED_IINTERFACE
   bool GetInterface(const TGUID& iid, void** obj) override;
 
   IPtr<IInterface> OSTREL_STDCALL Get(Integer index) override;

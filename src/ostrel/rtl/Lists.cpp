@@ -164,9 +164,7 @@ void TList::Sort(const TListSortCompare& compare) {
 
 TStringList::~TStringList() { Clear(); }
 
-void TStringList::CheckIndex(Integer index) const {
-  CheckStringListIndex(index, Count());
-}
+void TStringList::CheckIndex(Integer index) const { CheckStringListIndex(index, Count()); }
 
 void TStringList::ReleaseSlot(Item& item) noexcept {
   if (!fOwnsObjects || !item.IsObject || !item.Ptr) return;
@@ -593,14 +591,6 @@ void TStringList::SaveToFile(std::string_view fileName) const {
 // ---- TInterfaceList -------------------------------------------------------------------
 
 TInterfaceList::~TInterfaceList() = default;
-
-HRESULT OSTREL_STDCALL TInterfaceList::QueryInterface(const TGUID& iid, void** obj) {
-  return TInterfacedObject::QueryInterface(iid, obj);
-}
-
-Integer OSTREL_STDCALL TInterfaceList::_AddRef() { return TInterfacedObject::_AddRef(); }
-
-Integer OSTREL_STDCALL TInterfaceList::_Release() { return TInterfacedObject::_Release(); }
 
 bool TInterfaceList::GetInterface(const TGUID& iid, void** obj) {
   if (GetInterfaceEntry<IInterfaceList>(this, iid, obj)) return true;

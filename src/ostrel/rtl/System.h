@@ -292,4 +292,19 @@ class OSTREL_API TInterfacedObject : public TObject, public IInterface {
   std::atomic<Integer> fRefCount{0};
 };
 
+// Descendants of TInterfacedObject that add interfaces route the IInterface slots of those
+// interfaces to TInterfacedObject with this macro (each added interface brings its own copy of
+// the three slots); OSTREL_KXOBJECT_IINTERFACE does the same for TkxObject.
+#define OSTREL_INTERFACED_IINTERFACE                                                      \
+  ::ostrel::HRESULT OSTREL_STDCALL QueryInterface(const ::ostrel::TGUID& iid, void** obj) \
+      override {                                                                          \
+    return ::ostrel::TInterfacedObject::QueryInterface(iid, obj);                         \
+  }                                                                                       \
+  ::ostrel::Integer OSTREL_STDCALL _AddRef() override {                                   \
+    return ::ostrel::TInterfacedObject::_AddRef();                                        \
+  }                                                                                       \
+  ::ostrel::Integer OSTREL_STDCALL _Release() override {                                  \
+    return ::ostrel::TInterfacedObject::_Release();                                       \
+  }
+
 }  // namespace ostrel

@@ -1,10 +1,10 @@
 // The item tree, its interface wrappers and the document.
 #include <ostrel/core/Dump.h>
+#include <ostrel/rtl/detail/Common.h>
 #include <ostrel/services/ErrServ.h>
 #include <ostrel/services/VarServ.h>
 #include <ostrel/xml/Xmlutils.h>
 #include <ostrel/xml/detail/XAttrTable.h>
-#include <ostrel/rtl/detail/Common.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -600,12 +600,6 @@ void OSTREL_STDCALL TXItemIntf::SaveToStream(TStream& stream) { SaveXData(XItem(
 TXDocIntf::TXDocIntf() : fRoot(new TXItem(static_cast<IXDoc*>(this))) {}
 
 TXDocIntf::~TXDocIntf() { delete fRoot; }
-
-HRESULT OSTREL_STDCALL TXDocIntf::QueryInterface(const TGUID& iid, void** obj) {
-  return TInterfacedObject::QueryInterface(iid, obj);
-}
-Integer OSTREL_STDCALL TXDocIntf::_AddRef() { return TInterfacedObject::_AddRef(); }
-Integer OSTREL_STDCALL TXDocIntf::_Release() { return TInterfacedObject::_Release(); }
 
 bool TXDocIntf::GetInterface(const TGUID& iid, void** obj) {
   return GetInterfaceEntry<IXDoc>(this, iid, obj) || TInterfacedObject::GetInterface(iid, obj);

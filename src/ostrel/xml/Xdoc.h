@@ -277,9 +277,7 @@ class OSTREL_API TXDocIntf : public TInterfacedObject, public IXDoc {
   TXDocIntf();
   ~TXDocIntf() override;
 
-  HRESULT OSTREL_STDCALL QueryInterface(const TGUID& iid, void** obj) override;
-  Integer OSTREL_STDCALL _AddRef() override;
-  Integer OSTREL_STDCALL _Release() override;
+  OSTREL_INTERFACED_IINTERFACE
   bool GetInterface(const TGUID& iid, void** obj) override;
 
   IPtr<IXItem> OSTREL_STDCALL get_Root() override;
