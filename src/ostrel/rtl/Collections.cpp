@@ -65,9 +65,7 @@ TCollection::TCollection(TItemFactory itemFactory, TObject* owner)
 
 TCollection::~TCollection() { Clear(); }
 
-void TCollection::CheckIndex(Integer index) const {
-  CheckListIndex(index, Count());
-}
+void TCollection::CheckIndex(Integer index) const { CheckListIndex(index, Count()); }
 
 TCollectionItem* TCollection::Items(Integer index) const {
   CheckIndex(index);

@@ -2,10 +2,10 @@
 #include <ostrel/xml/Xdata.h>
 
 #include <ostrel/rtl/Strings.h>
+#include <ostrel/rtl/detail/Common.h>
 #include <ostrel/services/ErrServ.h>
 #include <ostrel/services/VarServ.h>
 #include <ostrel/xml/detail/XAttrTable.h>
-#include <ostrel/rtl/detail/Common.h>
 
 #include <algorithm>
 #include <memory>
@@ -14,7 +14,6 @@
 
 namespace ostrel {
 namespace {
-
 
 // The queries are functions over IXItem and work for any implementation of it. For the
 // library's own items they walk the plain tree behind the wrappers instead, which makes no
@@ -111,7 +110,8 @@ bool FindPath(Tree, typename Tree::Node current, std::string_view path, bool rai
               IPtr<IXItem>& found) {
   using Node = typename Tree::Node;
   std::string_view rest = path;
-  while (!rest.empty() && (detail::IsBlank(rest.front()) || rest.front() == '/')) rest.remove_prefix(1);
+  while (!rest.empty() && (detail::IsBlank(rest.front()) || rest.front() == '/'))
+    rest.remove_prefix(1);
   AnsiString failed;  // the name of the step being taken
   Node result{};
   while (!rest.empty()) {

@@ -4,9 +4,9 @@
 #include <ostrel/rtl/Files.h>
 #include <ostrel/rtl/Format.h>
 #include <ostrel/rtl/SafeFile.h>
+#include <ostrel/rtl/detail/Common.h>
 #include <ostrel/services/ErrServ.h>
 #include <ostrel/xml/Xmlutils.h>
-#include <ostrel/rtl/detail/Common.h>
 
 #include <array>
 #include <bit>
