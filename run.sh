@@ -40,31 +40,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 
 required=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev pkg-config)
 
-# Installs (as root) or names (otherwise) the Debian packages of "$@" that are missing.
-# Exits non-zero when something is missing and cannot be installed here.
-ensure_packages() {
-  if ! command -v dpkg-query >/dev/null 2>&1; then
-    echo "run.sh: not a Debian system; assuming these are installed: $*" >&2
-    return 0
-  fi
-  local missing=() pkg
-  for pkg in "$@"; do
-    if ! dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed'; then
-      missing+=("$pkg")
-    fi
-  done
-  [[ ${#missing[@]} -eq 0 ]] && return 0
-  if [[ $(id -u) -eq 0 ]]; then
-    echo "run.sh: installing ${missing[*]}" >&2
-    export DEBIAN_FRONTEND=noninteractive
-    apt-get update
-    apt-get install -y --no-install-recommends "${missing[@]}"
-  else
-    echo "run.sh: missing Debian packages; install them with:" >&2
-    echo "sudo apt-get install -y --no-install-recommends ${missing[*]}" >&2
-    exit 1
-  fi
-}
+source .ci/packages.sh
 
 [[ $mode == fuzz ]] && required+=(clang libclang-rt-14-dev)
 # The XML benchmark's peers (it runs without them, Ostrel alone).

@@ -21,21 +21,7 @@ kind=${1:-}
 [[ $kind == debian || $kind == windows ]] || { echo "usage: $0 debian|windows" >&2; exit 2; }
 
 say() { echo "package: $*" >&2; }
-installed() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
-ensure() {
-  local missing=() pkg
-  for pkg in "$@"; do installed "$pkg" || missing+=("$pkg"); done
-  [[ ${#missing[@]} -eq 0 ]] && return 0
-  if [[ $(id -u) -ne 0 ]]; then
-    say "missing Debian packages; install them with:"
-    echo "sudo apt-get install -y --no-install-recommends ${missing[*]}" >&2
-    exit 1
-  fi
-  say "installing ${missing[*]}"
-  export DEBIAN_FRONTEND=noninteractive
-  apt-get update -qq
-  apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
-}
+source .ci/packages.sh
 
 jobs=$(nproc 2>/dev/null || echo 2)
 version=$(sed -n 's/^project(Ostrel VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
@@ -61,7 +47,7 @@ package() {
 }
 
 if [[ $kind == debian ]]; then
-  ensure cmake ninja-build g++ pkg-config dpkg-dev fakeroot file lintian
+  ensure_packages cmake ninja-build g++ pkg-config dpkg-dev fakeroot file lintian
   arch=$(dpkg --print-architecture)
   rm -f dist/*_"$arch".deb
   package build-package -DCMAKE_INSTALL_PREFIX=/usr -DOSTREL_PACKAGE_DEBIAN=ON
@@ -90,7 +76,7 @@ if [[ $kind == debian ]]; then
   bash tests/consumer_check.sh --libdir "$libdir" "$sysroot/usr"
   say "Debian packages built and checked: ${debs[*]}"
 else
-  ensure cmake ninja-build g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix wine wine64 zip unzip
+  ensure_packages cmake ninja-build g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix wine wine64 zip unzip
   source .ci/wine-env.sh
   rm -f dist/ostrel-*-win64.zip dist/ostrel-*-win32.zip
   for arch in x86_64 i686; do

@@ -6,18 +6,8 @@ set -euo pipefail
 
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-if ! command -v clang++ >/dev/null 2>&1 ||
-   ! dpkg-query -W -f='${Status}' libclang-rt-14-dev 2>/dev/null | grep -q 'install ok installed'; then
-  if [[ $(id -u) -eq 0 ]]; then
-    export DEBIAN_FRONTEND=noninteractive
-    apt-get update
-    apt-get install -y --no-install-recommends clang libclang-rt-14-dev
-  else
-    echo "ci: clang is missing; install it with:" >&2
-    echo "sudo apt-get install -y --no-install-recommends clang libclang-rt-14-dev" >&2
-    exit 1
-  fi
-fi
+source .ci/packages.sh
+ensure_packages clang libclang-rt-14-dev
 
 config=(-S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-g -O1"
         -DCMAKE_CXX_COMPILER=clang++ -DOSTREL_BUILD_TOOLS=OFF

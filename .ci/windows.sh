@@ -28,19 +28,8 @@ installed() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install o
 is_root() { [[ $(id -u) -eq 0 ]]; }
 say() { echo "windows: $*" >&2; }
 
-missing=()
-for pkg in "${required[@]}"; do installed "$pkg" || missing+=("$pkg"); done
-if [[ ${#missing[@]} -gt 0 ]]; then
-  if ! is_root; then
-    say "missing Debian packages; install them with:"
-    echo "sudo apt-get install -y --no-install-recommends ${missing[*]}" >&2
-    exit 1
-  fi
-  say "installing ${missing[*]}"
-  export DEBIAN_FRONTEND=noninteractive
-  apt-get update -qq
-  apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
-fi
+source .ci/packages.sh
+ensure_packages "${required[@]}"
 
 # 32-bit Wine, tried only in a way that cannot harm the amd64 system: apt's plan is simulated
 # first and refused when it would remove anything or upgrade a package that is not i386 (the
