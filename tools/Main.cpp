@@ -8,8 +8,9 @@
 #include <vector>
 
 #if defined(_WIN32)
-#include <shellapi.h>
 #include <windows.h>
+// After windows.h, whose types it uses.
+#include <shellapi.h>
 
 #include <ostrel/rtl/Strings.h>
 

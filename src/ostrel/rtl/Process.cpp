@@ -9,8 +9,9 @@
 #include <iterator>
 
 #if defined(_WIN32)
-#include <shellapi.h>
 #include <windows.h>
+// After windows.h, whose types it uses.
+#include <shellapi.h>
 #else
 #include <unistd.h>
 #endif
