@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <random>
 #include <vector>
 
 using namespace ostrel;
@@ -71,6 +72,19 @@ TEST(AnsiCase, NonLettersAndAsciiFormsLeaveTheRestAlone) {
   EXPECT_EQ(LowerCase(Ansi(u8"ABCЖ")), Ansi(u8"abcЖ"));
   EXPECT_FALSE(SameText(Ansi(u8"ж"), Ansi(u8"Ж")));
   EXPECT_TRUE(SameText("Abc", "aBC"));
+  // CompareText and SameText agree with comparing the ASCII upper-case forms, over prefixes,
+  // bytes above 127 (unsigned order) and the letters' neighbours.
+  const char pool[] = {'a', 'A', 'z', '[', '`', '{', '\x80', '\xC6', '\xE6', '\0'};
+  std::mt19937 rng(7);
+  for (int round = 0; round < 20000; ++round) {
+    AnsiString a, b;
+    for (int n = rng() % 4; n > 0; --n) a += pool[rng() % sizeof pool];
+    for (int n = rng() % 4; n > 0; --n) b += pool[rng() % sizeof pool];
+    if (rng() % 2) b.insert(0, a);
+    const int model = CompareStr(UpperCase(a), UpperCase(b));
+    ASSERT_EQ(CompareText(a, b), model) << a << " / " << b;
+    ASSERT_EQ(SameText(a, b), model == 0) << a << " / " << b;
+  }
 }
 
 TEST(AnsiCompare, AlphabetOrderPutsYoRightAfterYe) {

@@ -335,5 +335,23 @@ TEST(XmlValues, ConversionsBothWays) {
   EXPECT_THROW(XMLCast(Variant("x"), varInteger), EConvertError);
 }
 
+TEST(XmlReader, StreamStandsJustAfterTheElement) {
+  // Two elements one after the other come out of one stream in two loads, whether the
+  // reader reads the stream in place (memory) or through its window (any other stream).
+  const std::string text = "<a x=\"1\"><b/></a>  <c>t</c>";
+  TMemoryStream memory;
+  memory.WriteBuffer(text.data(), static_cast<Integer>(text.size()));
+  memory.SetPosition(0);
+  ChunkedStream chunked(text, [] { return 3; });
+  for (TStream* stream : {static_cast<TStream*>(&memory), static_cast<TStream*>(&chunked)}) {
+    TXItem first, second;
+    LoadXData(&first, *stream);
+    EXPECT_EQ(stream->GetPosition(), 17);
+    LoadXData(&second, *stream);
+    EXPECT_EQ(Shape(&first) + " " + Shape(&second), "a{x=\"1\"}(b) c='t'");
+    EXPECT_EQ(stream->GetPosition(), static_cast<Int64>(text.size()));
+  }
+}
+
 }  // namespace
 }  // namespace ostrel

@@ -59,7 +59,7 @@ bool StartTagPosition(std::string_view fileName, std::size_t index, Int64& line,
     reader.ReadValue(text, cdata);
     do reader.SkipSpaces();
     while (reader.SkipComment());
-    const Int64 at = reader.Stream().GetPosition();
+    const Int64 at = reader.Position();
     AnsiString name, attrs;
     bool selfClosing = false, endTag = false;
     reader.ReadTag(name, attrs, selfClosing, endTag);

@@ -294,11 +294,29 @@ bool AnsiSameStr(std::string_view a, std::string_view b) { return a == b; }
 
 int CompareStr(std::string_view a, std::string_view b) { return Sign(a.compare(b)); }
 
+namespace {
+inline unsigned char AsciiUpper(char c) {
+  return static_cast<unsigned char>(c >= 'a' && c <= 'z' ? c - 32 : c);
+}
+}  // namespace
+
+// As CompareStr over the upper-case forms, without making them: both run on every name a
+// query or the reader compares.
 int CompareText(std::string_view a, std::string_view b) {
-  return CompareStr(UpperCase(a), UpperCase(b));
+  const std::size_t n = std::min(a.size(), b.size());
+  for (std::size_t i = 0; i < n; ++i) {
+    const unsigned char x = AsciiUpper(a[i]), y = AsciiUpper(b[i]);
+    if (x != y) return x < y ? -1 : 1;
+  }
+  return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
 }
 
-bool SameText(std::string_view a, std::string_view b) { return CompareText(a, b) == 0; }
+bool SameText(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i)
+    if (AsciiUpper(a[i]) != AsciiUpper(b[i])) return false;
+  return true;
+}
 
 AnsiString AnsiFoldCase(std::string_view s) {
   AnsiString r(s);

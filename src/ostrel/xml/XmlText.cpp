@@ -283,23 +283,66 @@ Variant XMLCast(const Variant& value, TVarType varType) {
 // ---------------------------------------------------------------------------------------
 // TXReader
 
-TXReader::TXReader(TStream& stream)
-    : fStream(&stream, false, fBuffer, kBufSize), fStart(fStream.GetPosition()) {}
+TXReader::TXReader(TStream& stream) : fSource(stream), fStart(stream.GetPosition()) {
+  fWindowPos = fStart;
+  if (auto* memory = dynamic_cast<TMemoryStream*>(&stream)) {
+    // The bytes are in memory already: read where they are.
+    const char* data = static_cast<const char*>(memory->Memory());
+    const Int64 size = memory->GetSize();
+    fInPlace = fExhausted = true;
+    fWindow = fCur = data + std::min(fStart, size);
+    fEnd = data + size;
+  } else {
+    fOwned.reset(new char[kBufSize]);
+    fWindow = fCur = fEnd = fOwned.get();
+  }
+}
 
-TXReader::~TXReader() = default;
+TXReader::~TXReader() {
+  try {
+    fSource.SetPosition(Position());
+  } catch (const Exception&) {
+  }
+}
 
-bool TXReader::AtEnd() {
-  // A stream that gives fewer bytes than its size ends where its bytes end.
-  if (!fStream.Buffered().empty()) return false;
-  return fStream.Eof() || fStream.LoadBuf(0) <= 0;
+bool TXReader::Refill() {
+  if (fExhausted) return fCur < fEnd;
+  const std::size_t keep = static_cast<std::size_t>(fEnd - fCur);
+  char* const window = fOwned.get();
+  fWindowPos += fCur - fWindow;
+  std::memmove(window, fCur, keep);
+  fWindow = fCur = window;
+  fEnd = window + keep;
+  // The window is filled however few bytes each read gives, so that an error of the stream
+  // within its reach is met now, as a read of the whole would meet it.
+  while (fEnd < window + kBufSize) {
+    char* const free = window + (fEnd - window);
+    const Integer got = fSource.Read(free, static_cast<Integer>(window + kBufSize - free));
+    if (got <= 0) {
+      fExhausted = true;
+      break;
+    }
+    fEnd += got;
+  }
+  return fCur < fEnd;
+}
+
+bool TXReader::Match(std::string_view text, bool advance) {
+  // Look-ahead is a few bytes (the longest is "<![CDATA["), far below the window's size.
+  while (static_cast<std::size_t>(fEnd - fCur) < text.size() && !fExhausted) Refill();
+  if (static_cast<std::size_t>(fEnd - fCur) < text.size() ||
+      !SameText(std::string_view(fCur, text.size()), text))
+    return false;
+  if (advance) fCur += text.size();
+  return true;
 }
 
 void TXReader::SkipSpaces() {
   while (!AtEnd()) {
-    const std::string_view v = fStream.Buffered();
+    const std::string_view v = Buffered();
     std::size_t i = 0;
     while (i < v.size() && IsBlank(v[i])) ++i;
-    fStream.MovePos(static_cast<Int64>(i));
+    MovePos(i);
     if (i < v.size()) return;
   }
 }
@@ -307,22 +350,22 @@ void TXReader::SkipSpaces() {
 bool TXReader::MayBeBang() {
   // Whether "<!" may come next: a quick look at the buffered bytes, so that the common case
   // (a tag) does not go through MatchStr.
-  const std::string_view v = fStream.Buffered();
+  const std::string_view v = Buffered();
   return v.size() < 2 || (v[0] == '<' && v[1] == '!');
 }
 
 bool TXReader::SkipComment() {
-  if (!MayBeBang() || !fStream.MatchStr("<!--", false, true)) return false;
+  if (!MayBeBang() || !Match("<!--", true)) return false;
   while (!AtEnd()) {
-    const std::string_view v = fStream.Buffered();
+    const std::string_view v = Buffered();
     const std::size_t dash = v.find('-');
     if (dash == std::string_view::npos) {
-      fStream.MovePos(static_cast<Int64>(v.size()));
+      MovePos(v.size());
       continue;
     }
-    fStream.MovePos(static_cast<Int64>(dash));
-    if (fStream.MatchStr("-->", false, true)) break;
-    fStream.MovePos(1);
+    MovePos(dash);
+    if (Match("-->", true)) break;
+    MovePos(1);
   }
   return true;
 }
@@ -334,13 +377,13 @@ void TXReader::ReadTag(AnsiString& name, AnsiString& attrText, bool& selfClosing
   do SkipSpaces();
   while (SkipComment());
   if (AtEnd()) return;
-  fTagPos = fStream.GetPosition();
-  if (fStream.Buffered()[0] != '<') RaiseException("< expected");
-  fStream.MovePos(1);
+  fTagPos = Position();
+  if (Buffered()[0] != '<') RaiseException("< expected");
+  MovePos(1);
   bool inQuotes = false, inName = true;
   for (;;) {
     if (AtEnd()) RaiseException({});  // the input ends inside the tag
-    const std::string_view v = fStream.Buffered();
+    const std::string_view v = Buffered();
     const char* run = v.data();
     const char* p = run;
     const char* const end = run + v.size();
@@ -373,10 +416,10 @@ void TXReader::ReadTag(AnsiString& name, AnsiString& attrText, bool& selfClosing
       }
     }
     (inName ? name : attrText).append(run, p);
-    fStream.MovePos(p - v.data());
+    MovePos(static_cast<std::size_t>(p - v.data()));
     if (p == end) continue;
     if (*p == '<') RaiseException({});
-    fStream.MovePos(1);
+    MovePos(1);
     break;
   }
   if (!name.empty() && name[0] == '/') {
@@ -397,13 +440,13 @@ void TXReader::ReadText(AnsiString& text, bool& cdata, bool dropLeading) {
   // and the bytes up to that "<" need not be searched again for each piece.
   Int64 ltAt = -1;
   while (!AtEnd()) {
-    const std::string_view v = fStream.Buffered();
+    const std::string_view v = Buffered();
     std::size_t from = 0;
     if (dropLeading && text.empty())
       while (from < v.size() && IsBlank(v[from])) ++from;
     // Two scans beat one loop over the bytes: the next "<", then an "&" before it.
     const char* const base = v.data();
-    const Int64 at = fStream.GetPosition();
+    const Int64 at = Position();
     std::size_t stop;
     if (ltAt >= at && ltAt - at < static_cast<Int64>(v.size())) {
       stop = static_cast<std::size_t>(ltAt - at);
@@ -413,49 +456,49 @@ void TXReader::ReadText(AnsiString& text, bool& cdata, bool dropLeading) {
     }
     const std::size_t i = static_cast<std::size_t>(FindByte(base + from, base + stop, '&') - base);
     text.append(v.data() + from, i - from);
-    fStream.MovePos(static_cast<Int64>(i));
+    MovePos(i);
     if (i == v.size()) continue;
     if (v[i] == '<' && !MayBeBang()) return;  // a tag
     if (v[i] == '&') {
       // Up to and with the next ";", or to the end of the input; decoded in place when the
       // buffer holds all of it.
-      const std::string_view w = fStream.Buffered();
+      const std::string_view w = Buffered();
       const std::size_t semi =
           static_cast<std::size_t>(FindByte(w.data(), w.data() + w.size(), ';') - w.data());
       if (semi < w.size()) {
         DecodeTo(text, w.substr(0, semi + 1));
-        fStream.MovePos(static_cast<Int64>(semi + 1));
+        MovePos(semi + 1);
         continue;
       }
       fEntity.clear();
       while (!AtEnd()) {
-        const std::string_view w = fStream.Buffered();
+        const std::string_view w = Buffered();
         const std::size_t semi = w.find(';');
         const std::size_t take = semi == std::string_view::npos ? w.size() : semi + 1;
         fEntity.append(w.data(), take);
-        fStream.MovePos(static_cast<Int64>(take));
+        MovePos(take);
         if (semi != std::string_view::npos) break;
       }
       DecodeTo(text, fEntity);
-    } else if (fStream.MatchStr("<!--", false, false)) {
+    } else if (Match("<!--", false)) {
       SkipComment();
-    } else if (fStream.MatchStr("<![CDATA[", false, true)) {
+    } else if (Match("<![CDATA[", true)) {
       cdata = true;
       while (!AtEnd()) {
-        const std::string_view w = fStream.Buffered();
+        const std::string_view w = Buffered();
         const std::size_t bracket = w.find(']');
         if (bracket == std::string_view::npos) {
           text.append(w);
-          fStream.MovePos(static_cast<Int64>(w.size()));
+          MovePos(w.size());
           continue;
         }
         text.append(w.data(), bracket);
-        fStream.MovePos(static_cast<Int64>(bracket));
-        if (fStream.MatchStr("]]>", false, true)) break;
+        MovePos(bracket);
+        if (Match("]]>", true)) break;
         text += ']';
-        fStream.MovePos(1);
+        MovePos(1);
       }
-    } else if (fStream.MatchStr("<!", false, false)) {
+    } else if (Match("<!", false)) {
       // Neither a comment nor CDATA (a DOCTYPE, say): not part of the dialect.
       RaiseException({});
     } else {
@@ -523,7 +566,7 @@ void TXReader::ReadItem(TXItem* item) {
   }
 }
 
-void TXReader::RaiseException(std::string_view detail) { RaiseAt(fStream.GetPosition(), detail); }
+void TXReader::RaiseException(std::string_view detail) { RaiseAt(Position(), detail); }
 
 void TXReader::RaiseAt(Int64 position, std::string_view detail) {
   AnsiString message(_SErrXMLFormat);
@@ -531,28 +574,36 @@ void TXReader::RaiseAt(Int64 position, std::string_view detail) {
     message += "\r\r";
     message += detail;
   }
-  // Lines and columns are counted only now, by reading the input again up to the place.
+  // Lines and columns are counted only now, over the input again up to the place.
   Int64 line = 1, column = 1;
-  try {
-    fStream.SetPosition(fStart);
-    bool afterCR = false;
-    for (Int64 at = fStart; at < position && !AtEnd();) {
-      const std::string_view v = fStream.Buffered();
-      const std::size_t n = static_cast<std::size_t>(std::min<Int64>(v.size(), position - at));
-      for (std::size_t i = 0; i < n; ++i) {
-        const char c = v[i];
-        if (c == '\n' || c == '\r') {
-          if (!(c == '\n' && afterCR)) ++line;
-          column = 1;
-        } else {
-          ++column;
-        }
-        afterCR = c == '\r';
+  bool afterCR = false;
+  auto count = [&](std::string_view bytes) {
+    for (const char c : bytes) {
+      if (c == '\n' || c == '\r') {
+        if (!(c == '\n' && afterCR)) ++line;
+        column = 1;
+      } else {
+        ++column;
       }
-      fStream.MovePos(static_cast<Int64>(n));
-      at += static_cast<Int64>(n);
+      afterCR = c == '\r';
     }
-  } catch (const Exception&) {
+  };
+  if (fInPlace) {
+    count(std::string_view(fWindow - (fWindowPos - fStart),
+                           static_cast<std::size_t>(std::max<Int64>(position - fStart, 0))));
+  } else {
+    try {
+      fSource.SetPosition(fStart);
+      std::unique_ptr<char[]> chunk(new char[kBufSize]);
+      for (Int64 at = fStart; at < position;) {
+        const Integer got =
+            fSource.Read(chunk.get(), static_cast<Integer>(std::min<Int64>(kBufSize, position - at)));
+        if (got <= 0) break;
+        count(std::string_view(chunk.get(), static_cast<std::size_t>(got)));
+        at += got;
+      }
+    } catch (const Exception&) {
+    }
   }
   throw EXMLError(message, line, column);
 }

@@ -84,12 +84,15 @@ OSTREL_API Extended XML2FLOAT(const Variant& value);
 // Whether the text is "true" in any letter case.
 OSTREL_API bool XML2BOOL(const Variant& value);
 
-// Reads XML text into items through a buffered reader of 4096 bytes over the stream.
+// Reads XML text into items. A memory stream is read in place; any other stream through a
+// window of kBufSize bytes that moves along it.
 class OSTREL_API TXReader {
  public:
-  static constexpr Integer kBufSize = 4096;
+  static constexpr Integer kBufSize = 64 * 1024;
 
-  // Reads from the stream's current position; the stream is not owned.
+  // Reads from the stream's current position; the stream is not owned and must outlive the
+  // reader. When the reader goes, the stream is set just after the last byte it took (a
+  // stream that cannot seek stays where its reads left it).
   explicit TXReader(TStream& stream);
   ~TXReader();
   TXReader(const TXReader&) = delete;
@@ -112,11 +115,24 @@ class OSTREL_API TXReader {
   // Raises EXMLError at the current position, with the detail when it is not empty.
   [[noreturn]] void RaiseException(std::string_view detail);
 
-  TkxBufStream& Stream() noexcept { return fStream; }
+  // The stream position of the next byte to be read.
+  Int64 Position() const noexcept { return fWindowPos + (fCur - fWindow); }
 
  private:
+  // The bytes from the position on that the window holds (empty when used up: Refill brings
+  // the next ones), and moving over them.
+  std::string_view Buffered() const noexcept {
+    return std::string_view(fCur, static_cast<std::size_t>(fEnd - fCur));
+  }
+  void MovePos(std::size_t count) noexcept { fCur += count; }
   // Whether no byte is left (also when the stream gives fewer bytes than its size).
-  bool AtEnd();
+  bool AtEnd() { return fCur == fEnd && !Refill(); }
+  // Moves the unread bytes to the front of the window and reads more behind them; false when
+  // the stream gives none.
+  bool Refill();
+  // Whether the text comes next, Latin letters compared without case; a match is moved past
+  // when advance is set.
+  bool Match(std::string_view text, bool advance);
   // ReadValue into a string, empty for none; with dropLeading, without its leading blanks.
   void ReadText(AnsiString& text, bool& cdata, bool dropLeading);
   // Whether the bytes ahead may be "<!" (false only when they surely are not).
@@ -124,12 +140,17 @@ class OSTREL_API TXReader {
   // Raises EXMLError, counting line and column up to position by reading the input again.
   [[noreturn]] void RaiseAt(Int64 position, std::string_view detail);
 
-  // The buffer lives in the reader, which lives as long as one load.
-  alignas(64) char fBuffer[kBufSize + 1];
-  TkxBufStream fStream;
-  Int64 fStart;       // where reading began, for counting lines
-  Int64 fTagPos = 0;  // where the last tag began
-  AnsiString fText;   // text and entity buffers, reused from element to element
+  TStream& fSource;
+  std::unique_ptr<char[]> fOwned;  // the window of a stream that is not read in place
+  const char* fWindow = nullptr;   // the window: fWindow .. fEnd, the position at fCur
+  const char* fCur = nullptr;
+  const char* fEnd = nullptr;
+  Int64 fWindowPos = 0;  // the stream position of fWindow
+  bool fInPlace = false;
+  bool fExhausted = false;  // the stream gave no more bytes
+  Int64 fStart;             // where reading began, for counting lines
+  Int64 fTagPos = 0;        // where the last tag began
+  AnsiString fText;         // text and entity buffers, reused from element to element
   AnsiString fEntity;
 };
 
