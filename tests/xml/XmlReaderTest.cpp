@@ -186,11 +186,11 @@ std::string OutcomeFrom(TStream& stream) {
   return Shape(&root);
 }
 
-// A thousand items with an entity, a comment and CDATA each: several buffers long, so that
-// every kind of markup also meets a buffer's end somewhere.
+// Items with an entity, a comment and CDATA each, several of the reader's windows long, so
+// that every kind of markup also meets a window's end somewhere.
 std::string ThousandItems() {
   std::string s = "<?xml version=\"1.0\"?>\r\n<list>\r\n";
-  for (int i = 0; i < 1000; ++i)
+  for (int i = 0; i < 3000; ++i)
     s += "  <item n=\"" + std::to_string(i) + "\">a &amp; b<!-- c " + std::to_string(i) +
          " --><![CDATA[x<y]]]]></item>\r\n";
   return s + "</list>\r\n";
@@ -216,12 +216,28 @@ TEST(XmlReader, ChunksOfTheStreamChangeNothing) {
       EXPECT_EQ(OutcomeFrom(stream), expected) << "random reads: " << text.substr(0, 80);
     }
   }
+  // Each document again behind blanks, so that the reader's window ends at each of its first
+  // bytes: read where it lies in memory the window never ends, through a stream it does.
+  std::vector<std::string_view> texts;
+  for (const auto& c : kDialect) texts.push_back(c.text);
+  for (const auto& c : kErrorPlaces) texts.push_back(c.text);
+  for (const std::string_view text : texts) {
+    for (std::size_t cut = 1; cut <= std::min<std::size_t>(text.size(), 40); ++cut) {
+      const std::string padded = std::string(TXReader::kBufSize - cut, ' ') + std::string(text);
+      TMemoryStream memory;
+      memory.WriteBuffer(padded.data(), static_cast<Integer>(padded.size()));
+      memory.SetPosition(0);
+      ChunkedStream stream(padded, [] { return kWhole; });
+      EXPECT_EQ(OutcomeFrom(stream), OutcomeFrom(memory)) << cut << ": " << text;
+    }
+  }
 }
 
 TEST(XmlReader, StreamErrorReachesTheCaller) {
   const std::string text = ThousandItems();
   const Int64 size = static_cast<Int64>(text.size());
-  for (Int64 at : {Int64(0), Int64(1), Int64(4095), Int64(4096), size / 2, size - 1})
+  for (Int64 at : {Int64(0), Int64(1), Int64(TXReader::kBufSize - 1), Int64(TXReader::kBufSize),
+                   size / 2, size - 1})
     for (Integer chunk : {Integer(1), Integer(7), kWhole}) {
       ChunkedStream stream(
           text, [=] { return chunk; }, at);
@@ -240,9 +256,9 @@ TEST(XmlReader, StreamErrorReachesTheCaller) {
   GetXDocIntf(std::string_view(), empty);
   EXPECT_THROW(empty->get_Root()->LoadFromStream(stream), EReadError);
   // An error past what the reader needs is never met: it reads one element and stops.
-  const std::string longer = text + std::string(10000, ' ') + "<next/>";
+  const std::string longer = text + std::string(TXReader::kBufSize + 10000, ' ') + "<next/>";
   ChunkedStream tail(
-      longer, [] { return kWhole; }, size + 9000);
+      longer, [] { return kWhole; }, size + TXReader::kBufSize + 9000);
   EXPECT_EQ(OutcomeFrom(tail), [&] {
     ChunkedStream whole(text, [] { return kWhole; });
     return OutcomeFrom(whole);
