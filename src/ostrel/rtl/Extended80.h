@@ -369,7 +369,10 @@ inline Extended80 operator/(Extended80 a, Extended80 b) {
   return Pack(negative, exp, (static_cast<U128>(q) << 64) | low);
 }
 
-[[gnu::always_inline]] inline Extended80 operator+(Extended80 a, Extended80 b) {
+namespace detail80 {
+
+// Any sum: NaN, infinities, zeros, denormals, cancellation and far-apart exponents.
+inline Extended80 AddAny(Extended80 a, Extended80 b) {
   using namespace detail80;
   // NaN, infinities and zeros behind one test.
   if (!IsFinite(a) || !IsFinite(b) || a.Mantissa() == 0 || b.Mantissa() == 0) {
@@ -392,6 +395,76 @@ inline Extended80 operator/(Extended80 a, Extended80 b) {
   const U128 diff = big - small;
   if (diff == 0) return Extended80();  // x - x is +0 when rounding to nearest
   return Pack(pa.negative, pa.exp - 63, diff);
+}
+
+// The common sum, of two normal numbers whose exponents differ by less than 64, in 64-bit
+// words: false (and r untouched) for any other, and where the result would leave the normal
+// range or a difference of nearly equal numbers needs more than one bit of normalising.
+[[gnu::always_inline]] inline bool AddNormal(Extended80 a, Extended80 b, Extended80& r) {
+  int ea = a.BiasedExp(), eb = b.BiasedExp();
+  UInt64 ma = a.Mantissa(), mb = b.Mantissa();
+  if ((ma & mb & kTop) == 0 || static_cast<unsigned>(ea - 1) >= Extended80::kMaxExp - 1 ||
+      static_cast<unsigned>(eb - 1) >= Extended80::kMaxExp - 1)
+    return false;
+  bool negative = a.Negative();
+  if (ea < eb || (ea == eb && ma < mb)) {
+    std::swap(ea, eb);
+    std::swap(ma, mb);
+    negative = b.Negative();
+  }
+  const int d = ea - eb;
+  if (d >= 64) return false;
+  // The smaller significand aligned: hi in the larger's place, lo the bits below it.
+  const UInt64 hi = mb >> d, lo = d == 0 ? 0 : mb << (64 - d);
+  UInt64 mant, rest;
+  int exp = ea;
+  if (a.Negative() == b.Negative()) {
+    mant = ma + hi;
+    rest = lo;
+    if (mant < ma) {  // carried: one place right (lo's lowest bit is clear, nothing is lost)
+      rest = (mant << 63) | (lo >> 1);
+      mant = (mant >> 1) | kTop;
+      ++exp;
+    }
+  } else {
+    if (d == 1) return false;
+    if (d == 0) {  // exact; zero when equal
+      const UInt64 diff = ma - mb;
+      if (diff == 0) {
+        r = Extended80();
+        return true;
+      }
+      const int lz = std::countl_zero(diff);
+      if (ea - lz < 1) return false;
+      r = Extended80::FromBits(static_cast<Word>((negative ? kSign : 0) | (ea - lz)), diff << lz);
+      return true;
+    }
+    // The smaller is below half the larger: the difference loses at most its top bit.
+    rest = 0 - lo;
+    mant = ma - hi - (lo != 0 ? 1 : 0);
+    if ((mant & kTop) == 0) {
+      mant = (mant << 1) | (rest >> 63);
+      rest <<= 1;
+      --exp;
+    }
+  }
+  if (rest > kTop || (rest == kTop && (mant & 1) != 0)) {
+    if (++mant == 0) {
+      mant = kTop;
+      ++exp;
+    }
+  }
+  if (exp < 1 || exp >= Extended80::kMaxExp) return false;
+  r = Extended80::FromBits(static_cast<Word>((negative ? kSign : 0) | exp), mant);
+  return true;
+}
+
+}  // namespace detail80
+
+[[gnu::always_inline]] inline Extended80 operator+(Extended80 a, Extended80 b) {
+  Extended80 r;
+  if (detail80::AddNormal(a, b, r)) return r;
+  return detail80::AddAny(a, b);
 }
 
 inline Extended80 operator-(Extended80 a, Extended80 b) { return a + (-b); }
