@@ -338,8 +338,49 @@ inline int CompareMagnitude(Extended80 a, Extended80 b) {
   return Pack(negative, pa.exp + pb.exp, static_cast<U128>(pa.mant) * pb.mant);
 }
 
+namespace detail80 {
+
+// A 64-bit quotient with its top bit set: num's high half is below the divisor.
+inline UInt64 Divide(U128 num, UInt64 divisor, UInt64& rest) {
+#if defined(__x86_64__)
+  UInt64 q;
+  // One divq: the quotient fits in 64 bits since the high half is below the divisor.
+  __asm__("divq %4"
+          : "=a"(q), "=d"(rest)
+          : "a"(static_cast<UInt64>(num)), "d"(static_cast<UInt64>(num >> 64)), "rm"(divisor));
+  return q;
+#else
+  rest = static_cast<UInt64>(num % divisor);
+  return static_cast<UInt64>(num / divisor);
+#endif
+}
+
+}  // namespace detail80
+
 inline Extended80 operator/(Extended80 a, Extended80 b) {
   using namespace detail80;
+  const int ea = a.BiasedExp(), eb = b.BiasedExp();
+  if ((a.Mantissa() & b.Mantissa() & kTop) != 0 &&
+      static_cast<unsigned>(ea - 1) < Extended80::kMaxExp - 1 &&
+      static_cast<unsigned>(eb - 1) < Extended80::kMaxExp - 1) {
+    // Two normal numbers: the quotient is normalised as it comes, and rounds on its remainder.
+    const bool shifted = a.Mantissa() >= b.Mantissa();
+    UInt64 r;
+    UInt64 mant =
+        Divide(static_cast<U128>(a.Mantissa()) << (shifted ? 63 : 64), b.Mantissa(), r);
+    int biased = ea - eb + Extended80::kBias - (shifted ? 0 : 1);
+    // Up when the remainder is above half the divisor; a quotient of two 64-bit significands
+    // never lies exactly half-way between two 64-bit values.
+    if (r > b.Mantissa() - r) {
+      if (++mant == 0) {
+        mant = kTop;
+        ++biased;
+      }
+    }
+    if (biased >= 1 && biased < Extended80::kMaxExp)
+      return Extended80::FromBits(
+          static_cast<Word>((a.Negative() != b.Negative() ? kSign : 0) | biased), mant);
+  }
   if (IsNaN(a) || IsNaN(b)) return PropagateNaN(a, b);
   const bool negative = a.Negative() != b.Negative();
   if (!IsFinite(a)) return IsFinite(b) ? Infinity(negative) : kIndefinite;
@@ -350,16 +391,8 @@ inline Extended80 operator/(Extended80 a, Extended80 b) {
   // A 64-bit quotient with its top bit set, then the remainder as guard and sticky bits.
   const bool shifted = pa.mant >= pb.mant;
   const U128 num = static_cast<U128>(pa.mant) << (shifted ? 63 : 64);
-  UInt64 q, r;
-#if defined(__x86_64__)
-  // One divq: the quotient fits in 64 bits since the high half is below the divisor.
-  __asm__("divq %4"
-          : "=a"(q), "=d"(r)
-          : "a"(static_cast<UInt64>(num)), "d"(static_cast<UInt64>(num >> 64)), "rm"(pb.mant));
-#else
-  q = static_cast<UInt64>(num / pb.mant);
-  r = static_cast<UInt64>(num % pb.mant);
-#endif
+  UInt64 r;
+  const UInt64 q = Divide(num, pb.mant, r);
   UInt64 low = 0;
   if (r != 0) {
     const UInt64 other = pb.mant - r;  // r / mant compared with one half
