@@ -88,6 +88,41 @@ template <class F>
   return ip == c.zero ? c.zero : ip;  // ip + 0, which turns -0 into +0
 }
 
+// The same for the software type, read off y's bits: the whole part is the significand with
+// its fraction bits cleared, and the rounded fraction is 1 exactly when those bits are above
+// one half. Values that are not normal take the general steps.
+[[gnu::always_inline]] inline Extended80 TwoPiece(Extended80 y, int& k,
+                                                  const Constants<Extended80>& c) {
+  const int biased = y.BiasedExp();
+  const UInt64 mant = y.Mantissa();
+  constexpr UInt64 kTop = UInt64{1} << 63;
+  if ((mant & kTop) == 0 || biased == 0 || biased == Extended80::kMaxExp) {
+    const Extended80 ip = Trunc(y);
+    const Extended80 f = y - ip;
+    k = f > c.half ? 1 : (f < -c.half ? -1 : 0);
+    if (k != 0) return ip + (k > 0 ? c.one : -c.one);
+    return ip == c.zero ? c.zero : ip;
+  }
+  const bool negative = y.Negative();
+  const int e = biased - Extended80::kBias;  // y = mant * 2^(e - 63)
+  k = 0;
+  if (e < -1) return c.zero;  // below one half
+  if (e == -1) {              // [0.5, 1): one when above the half, else 0
+    if (mant == kTop) return c.zero;
+    k = negative ? -1 : 1;
+    return negative ? -c.one : c.one;
+  }
+  if (e >= 63) return y;  // no fraction
+  const int fracBits = 63 - e;
+  const UInt64 mask = (UInt64{1} << fracBits) - 1;
+  const UInt64 whole = mant & ~mask;
+  if ((mant & mask) <= (UInt64{1} << (fracBits - 1))) return Extended80::FromBits(y.SignExp(), whole);
+  k = negative ? -1 : 1;
+  const UInt64 up = whole + (UInt64{1} << fracBits);  // one more in magnitude
+  if (up == 0) return Extended80::FromBits(static_cast<Word>(y.SignExp() + 1), kTop);
+  return Extended80::FromBits(y.SignExp(), up);
+}
+
 template <class F>
 F Power10In(F x, int n, const Constants<F>& c) {
   Int64 count = n < 0 ? -static_cast<Int64>(n) : n;
