@@ -304,6 +304,27 @@ TEST(XmlCoding, EncodeAndDecode) {
   EXPECT_EQ(TkxXMLPr::Decode(TkxXMLPr::Encode(all, true)), all);
   EXPECT_EQ(TkxXMLPr::Decode("x&#0;y"), std::string("x\0y", 3));
   EXPECT_EQ(TkxXMLPr::Decode("&quot&amp;"), "&quot&");
+  // Every byte at every place of runs longer than the writer's sixteen-byte steps, both ways,
+  // against the rule written out byte by byte.
+  auto model = [](std::string_view s, bool strict) {
+    std::string out;
+    for (unsigned char c : s) {
+      if (c == '"') out += "&quot;";
+      else if (c == '&') out += "&amp;";
+      else if (c == '<') out += "&lt;";
+      else if (c == '>') out += "&gt;";
+      else if (c < 32 && (strict || (c != '\r' && c != '\n'))) out += "&#" + std::to_string(c) + ";";
+      else out += static_cast<char>(c);
+    }
+    return out;
+  };
+  for (int c = 0; c < 256; ++c)
+    for (std::size_t at : {0, 7, 15, 16, 17, 31, 40}) {
+      std::string s(41, 'x');
+      s[at] = static_cast<char>(c);
+      for (bool strict : {false, true})
+        ASSERT_EQ(TkxXMLPr::Encode(s, strict), model(s, strict)) << c << " at " << at;
+    }
 }
 
 TEST(XmlValues, ConversionsBothWays) {
