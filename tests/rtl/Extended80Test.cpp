@@ -267,9 +267,9 @@ TEST(Extended80Test, AgreesWithTheX87UnitBitForBit) {
     if (i % 4 == 0 && (b.BiasedExp() == 0) == (a.BiasedExp() == 0))  // near ties and equal values
       b = Extended80::FromBits(b.SignExp(), a.Mantissa() ^ (rng() % 4));
     if (i % 4 == 1 && a.BiasedExp() > 70 && (b.Mantissa() >> 63) != 0)  // 0 to 69 apart
-      b = Extended80::FromBits(
-          static_cast<Word>((b.SignExp() & 0x8000) | (a.BiasedExp() - static_cast<int>(rng() % 70))),
-          b.Mantissa());
+      b = Extended80::FromBits(static_cast<Word>((b.SignExp() & 0x8000) |
+                                                 (a.BiasedExp() - static_cast<int>(rng() % 70))),
+                               b.Mantissa());
     const long double x = a.ToExtended(), y = b.ToExtended();
     const struct {
       Extended80 soft;

@@ -309,12 +309,18 @@ TEST(XmlCoding, EncodeAndDecode) {
   auto model = [](std::string_view s, bool strict) {
     std::string out;
     for (unsigned char c : s) {
-      if (c == '"') out += "&quot;";
-      else if (c == '&') out += "&amp;";
-      else if (c == '<') out += "&lt;";
-      else if (c == '>') out += "&gt;";
-      else if (c < 32 && (strict || (c != '\r' && c != '\n'))) out += "&#" + std::to_string(c) + ";";
-      else out += static_cast<char>(c);
+      if (c == '"')
+        out += "&quot;";
+      else if (c == '&')
+        out += "&amp;";
+      else if (c == '<')
+        out += "&lt;";
+      else if (c == '>')
+        out += "&gt;";
+      else if (c < 32 && (strict || (c != '\r' && c != '\n')))
+        out += "&#" + std::to_string(c) + ";";
+      else
+        out += static_cast<char>(c);
     }
     return out;
   };

@@ -366,8 +366,7 @@ inline Extended80 operator/(Extended80 a, Extended80 b) {
     // Two normal numbers: the quotient is normalised as it comes, and rounds on its remainder.
     const bool shifted = a.Mantissa() >= b.Mantissa();
     UInt64 r;
-    UInt64 mant =
-        Divide(static_cast<U128>(a.Mantissa()) << (shifted ? 63 : 64), b.Mantissa(), r);
+    UInt64 mant = Divide(static_cast<U128>(a.Mantissa()) << (shifted ? 63 : 64), b.Mantissa(), r);
     int biased = ea - eb + Extended80::kBias - (shifted ? 0 : 1);
     // Up when the remainder is above half the divisor; a quotient of two 64-bit significands
     // never lies exactly half-way between two 64-bit values.

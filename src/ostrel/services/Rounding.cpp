@@ -116,7 +116,8 @@ template <class F>
   const int fracBits = 63 - e;
   const UInt64 mask = (UInt64{1} << fracBits) - 1;
   const UInt64 whole = mant & ~mask;
-  if ((mant & mask) <= (UInt64{1} << (fracBits - 1))) return Extended80::FromBits(y.SignExp(), whole);
+  if ((mant & mask) <= (UInt64{1} << (fracBits - 1)))
+    return Extended80::FromBits(y.SignExp(), whole);
   k = negative ? -1 : 1;
   const UInt64 up = whole + (UInt64{1} << fracBits);  // one more in magnitude
   if (up == 0) return Extended80::FromBits(static_cast<Word>(y.SignExp() + 1), kTop);

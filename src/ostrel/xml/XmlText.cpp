@@ -80,8 +80,8 @@ inline const char* FindEncodable(const char* from, const char* end, unsigned cha
     const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
     __m128i control = _mm_cmpeq_epi8(_mm_min_epu8(b, below), b);  // codes 0 to 31
     if (!strict)
-      control = _mm_andnot_si128(_mm_or_si128(_mm_cmpeq_epi8(b, cr), _mm_cmpeq_epi8(b, lf)),
-                                 control);
+      control =
+          _mm_andnot_si128(_mm_or_si128(_mm_cmpeq_epi8(b, cr), _mm_cmpeq_epi8(b, lf)), control);
     const __m128i hit =
         _mm_or_si128(_mm_or_si128(control, _mm_cmpeq_epi8(b, quote)),
                      _mm_or_si128(_mm_cmpeq_epi8(b, amp),
@@ -622,8 +622,8 @@ void TXReader::RaiseAt(Int64 position, std::string_view detail) {
       fSource.SetPosition(fStart);
       std::unique_ptr<char[]> chunk(new char[kBufSize]);
       for (Int64 at = fStart; at < position;) {
-        const Integer got =
-            fSource.Read(chunk.get(), static_cast<Integer>(std::min<Int64>(kBufSize, position - at)));
+        const Integer got = fSource.Read(
+            chunk.get(), static_cast<Integer>(std::min<Int64>(kBufSize, position - at)));
         if (got <= 0) break;
         count(std::string_view(chunk.get(), static_cast<std::size_t>(got)));
         at += got;
