@@ -200,6 +200,15 @@ TEST(CommPortSettings, OutOfRangeLineSettingsAreRefused) {
   TkxCommPort port;
   port.SetParity(ptOdd);
   const AnsiString before = port.ParamsText();
+  // A device block of 1200 baud with the given bits, parity and stop bits.
+  auto block = [&](Byte bits, Byte parity, Byte stop) {
+    TDCB d;
+    d.BaudRate = 1200;
+    d.ByteSize = bits;
+    d.Parity = parity;
+    d.StopBits = stop;
+    port.AssignDCB(d);
+  };
   struct Case {
     const char* what;
     std::function<void()> set;
@@ -208,29 +217,9 @@ TEST(CommPortSettings, OutOfRangeLineSettingsAreRefused) {
       {"stop bits", [&] { port.SetStopBits(static_cast<TkxCommPortStopBits>(3)); }},
       {"flow control", [&] { port.SetFlowControl(static_cast<TkxCommPortFlowControl>(3)); }},
       {"data bits", [&] { port.SetDataBits(9); }},
-      {"block parity",
-       [&] {
-         TDCB d;
-         d.BaudRate = 1200;
-         d.ByteSize = 7;
-         d.Parity = 200;
-         port.AssignDCB(d);
-       }},
-      {"block stop bits",
-       [&] {
-         TDCB d;
-         d.BaudRate = 1200;
-         d.ByteSize = 7;
-         d.StopBits = 3;
-         port.AssignDCB(d);
-       }},
-      {"block data bits",
-       [&] {
-         TDCB d;
-         d.BaudRate = 1200;
-         d.ByteSize = 4;
-         port.AssignDCB(d);
-       }},
+      {"block parity", [&] { block(7, 200, 0); }},
+      {"block stop bits", [&] { block(7, 0, 3); }},
+      {"block data bits", [&] { block(4, 0, 0); }},
   };
   for (auto& c : cases) {
     EXPECT_THROW(c.set(), EInvalidArgument) << c.what;
