@@ -66,10 +66,12 @@ TEST(CommPortVolume, ReadAndWrite) {
   port.Open();
 
   std::thread feeder([&] { FeedMaster(pty, 1); });
-  EXPECT_EQ(Drain(1, [&](char* buf) {
+  EXPECT_EQ(
+      Drain(1,
+            [&](char* buf) {
               return static_cast<std::size_t>(port.Read(buf, static_cast<Integer>(Chunk), 10000));
             }),
-            Volume);
+      Volume);
   feeder.join();
 
   std::size_t drained = 0;
