@@ -38,23 +38,28 @@ windows_lines() {
   if [[ $ostrel == *.exe ]]; then sed -i 's/\r$//' "$@"; fi
 }
 status() { cat "$work/$1.rc"; }
+# run_status CODE NAME ARGS...: run, and expect that exit status.
+run_status() {
+  local want=$1 name=$2
+  shift
+  run "$@"
+  [[ $(status "$name") == "$want" ]] ||
+    fail "'ostrel ${*:2}' exited $(status "$name"), not $want: $(cat "$work/$name.err")"
+}
 
 # --version and --help
-run version --version
-[[ $(status version) == 0 ]] || fail "--version exited $(status version)"
+run_status 0 version --version
 [[ $(cat "$work/version.out") == "ostrel $version" ]] ||
   fail "--version printed '$(cat "$work/version.out")', not 'ostrel $version'"
 
-run help --help
-[[ $(status help) == 0 ]] || fail "--help exited $(status help)"
+run_status 0 help --help
 expect_line "$work/help.out" '^  demo +Show the platform layer' "--help lists demo with its summary"
 
 run demohelp demo --help
 expect_line "$work/demohelp.out" '^Usage: ostrel demo \[TEXT\.\.\.\]$' "demo --help"
 
 # The demo in UTF-8
-run demo demo
-[[ $(status demo) == 0 ]] || fail "demo exited $(status demo): $(cat "$work/demo.err")"
+run_status 0 demo demo
 demo=$work/demo.out
 expect_line "$demo" '^  VarToStr\(Variant\(1234\.5\)\) += 1234,5$' "float variant as Russian text"
 expect_line "$demo" '^  VarToDouble\(Variant\("1234,5"\)\) \+ 0\.25 += 1234,75$' "Russian text variant as a number"
@@ -98,8 +103,7 @@ fi
 check_usage() {
   local name=$1 message=$2
   shift 2
-  run "$name" "$@"
-  [[ $(status "$name") == 2 ]] || fail "'ostrel $*' exited $(status "$name"), not 2"
+  run_status 2 "$name" "$@"
   [[ -s $work/$name.out ]] && fail "'ostrel $*' wrote to stdout"
   expect_line "$work/$name.err" "$message" "'ostrel $*' explains itself"
 }
@@ -112,8 +116,7 @@ check_usage cyrcmd "unknown command 'ёжик'" ёжик
 check_cmd() {  # check_cmd NAME EXPECTED ARGS...: exit 0 and this exact output
   local name=$1 expected=$2
   shift 2
-  run "$name" "$@"
-  [[ $(status "$name") == 0 ]] || fail "$name exited $(status "$name"): $(cat "$work/$name.err")"
+  run_status 0 "$name" "$@"
   [[ $(cat "$work/$name.out") == "$expected" ]] ||
     fail "$name printed '$(cat "$work/$name.out")', expected '$expected'"
 }
@@ -143,8 +146,7 @@ grep -q "'abc'" "$work/stdin.err" || fail "the bad line is not named in the erro
 # ostrel xml on the sample payment orders: files are CP1251 with CR LF, the terminal UTF-8.
 payments=$(dirname "$0")/../examples/xml/payments.xml
 printf '<a>\r\n  <b x="1">\r\n</a>\r\n' >"$work/bad.xml"
-run xmlcheck xml check "$payments" "$work/bad.xml" "$work/none.xml"
-[[ $(status xmlcheck) == 1 ]] || fail "xml check with a bad file exited $(status xmlcheck)"
+run_status 1 xmlcheck xml check "$payments" "$work/bad.xml" "$work/none.xml"
 expect_line "$work/xmlcheck.out" '/payments\.xml: ok$' "xml check of the sample"
 expect_line "$work/xmlcheck.out" '/bad\.xml:3:[0-9]+: Ошибка в формате XML\. Отсутствует завершающий таг "</b>"$' \
   "xml check names the line of a reader error"
@@ -161,14 +163,12 @@ check_cmd xmlitem '<purpose>Предоплата по контракту № 7/2
 run xmlattrs xml find "$payments" 'payment[@number="319"]' --attrs
 expect_line "$work/xmlattrs.out" '^sum=1021\.05$' "xml find --attrs lists the attributes"
 expect_line "$work/xmlattrs.out" '^payee=Globex Ltd\.$' "xml find --attrs lists the attributes"
-run xmlmissing xml find "$payments" 'payment[@number="999"]/purpose'
-[[ $(status xmlmissing) == 1 ]] || fail "xml find of a missing path exited $(status xmlmissing)"
+run_status 1 xmlmissing xml find "$payments" 'payment[@number="999"]/purpose'
 expect_line "$work/xmlmissing.err" '^ostrel: FindXPath fail "payment\[@number="999"\]/purpose"$' "path in the not-found message"
 expect_line "$work/xmlmissing.err" '^Tag <payment> not found$' "tag in the not-found message"
 run xmlnoattr xml find "$payments" 'payment' --attr nothing
 expect_line "$work/xmlnoattr.err" '^ostrel: Tag <payment>: аttribute "nothing" not found$' "xml find of a missing attribute"
-run xmlusage xml find "$payments"
-[[ $(status xmlusage) == 2 ]] || fail "xml find without a path exited $(status xmlusage)"
+run_status 2 xmlusage xml find "$payments"
 iconv -f UTF-8 -t CP1251 >"$work/fixes.xml" <<'EOF'
 <fixes>
   <documents>
@@ -178,8 +178,7 @@ iconv -f UTF-8 -t CP1251 >"$work/fixes.xml" <<'EOF'
   </documents>
 </fixes>
 EOF
-run xmlfix xml fix "$payments" "$work/fixes.xml" -o "$work/fixed.xml"
-[[ $(status xmlfix) == 0 ]] || fail "xml fix exited $(status xmlfix): $(cat "$work/xmlfix.err")"
+run_status 0 xmlfix xml fix "$payments" "$work/fixes.xml" -o "$work/fixed.xml"
 check_cmd xmlfixed 'Возврат предоплаты' xml find "$work/fixed.xml" 'payment[@number="319"]/purpose' --value
 check_cmd xmlfirst '318' xml find "$work/fixed.xml" 'payment' --attr number
 check_cmd xmladded '1' xml find "$work/fixed.xml" 'payment[@number="320"]' --attr sum
@@ -188,11 +187,9 @@ expect_line "$demo" '^    Сумма: 15.320,46 \(Пятнадцать тыся�
 # `ostrel layout`: the example form, frame and schema drawn, merged, hidden and saved; a
 # fatal merge error printed with exit status 1.
 layouts=$(cd "$(dirname "${BASH_SOURCE[0]}")/../examples/layouts" && pwd)
-run layout_show layout show "$layouts/form.xml"
-[[ $(status layout_show) == 0 ]] || fail "layout show exited $(status layout_show): $(cat "$work/layout_show.err")"
+run_status 0 layout_show layout show "$layouts/form.xml"
 expect_line "$work/layout_show.out" '^  Buttons: btnOk \(TButton\), btnCancel \(TButton\)$' "layout show draws a panel"
-run layout_merge layout merge "$layouts/form.xml" "$layouts/frame.xml" "$layouts/schema.xml"
-[[ $(status layout_merge) == 0 ]] || fail "layout merge exited $(status layout_merge): $(cat "$work/layout_merge.err")"
+run_status 0 layout_merge layout merge "$layouts/form.xml" "$layouts/frame.xml" "$layouts/schema.xml"
 [[ $(sed -n 4,9p "$work/layout_merge.out") == $'    Customer: edCustomer (TkxLookupEdit)\n    Address: edCity (TkxEdit)\n      Street: edStreet (TkxEdit)\n    Amount: edAmount (TkxEdit)\n  Contacts: edPhone (TkxEdit)\n  Buttons: btnOk (TButton), btnCancel (TButton)' ]] ||
   fail "layout merge placed the frame's panels wrongly: $(cat "$work/layout_merge.out")"
 [[ $(tail -1 "$work/layout_merge.out") == AddressGrid ]] || fail "the frame keeps no panels after the merge"
@@ -204,15 +201,13 @@ run layout_reshow layout show "$work/merged.xml"
 [[ $(cat "$work/layout_reshow.out") == "$(sed '$d' "$work/layout_merge.out")" ]] ||
   fail "the saved merge reads back differently: $(cat "$work/layout_reshow.out")"
 sed 's/targetname="btnOk"/targetname="btnHelp"/' "$layouts/schema.xml" >"$work/badschema.xml"
-run layout_bad layout merge "$layouts/form.xml" "$layouts/frame.xml" "$work/badschema.xml"
-[[ $(status layout_bad) == 1 ]] || fail "a failing merge exited $(status layout_bad), not 1"
+run_status 1 layout_bad layout merge "$layouts/form.xml" "$layouts/frame.xml" "$work/badschema.xml"
 [[ $(cat "$work/layout_bad.err") == "ostrel: $work/badschema.xml: item 2 of 2 (edPhone root > btnHelp root): TkxLayoutMergeSchema: TargetPoint  = nil" ]] ||
   fail "a failing merge printed '$(cat "$work/layout_bad.err")'"
 # ... and draws the layouts as the failure left them: the first item applied, the second not.
 expect_line "$work/layout_bad.out" '^    Address: edCity \(TkxEdit\)$' "the item before the failure stays applied"
 expect_line "$work/layout_bad.out" '^  Contacts: edPhone \(TkxEdit\)$' "the failing item's panel stays in the frame"
-run layout_usage layout merge "$layouts/form.xml"
-[[ $(status layout_usage) == 2 ]] || fail "layout merge with one file exited $(status layout_usage), not 2"
+run_status 2 layout_usage layout merge "$layouts/form.xml"
 # --no-merge with both layouts saved: the hidden state of the frame is kept in its file.
 run layout_frame layout merge "$layouts/form.xml" "$layouts/frame.xml" "$layouts/schema.xml" --no-merge \
   -o "$work/nm-form.xml" --frame-out="$work/nm-frame.xml"
@@ -221,15 +216,13 @@ run layout_frame_show layout show "$work/nm-frame.xml"
 expect_line "$work/layout_frame_show.out" '^    Street: edStreet \(TkxEdit, hidden\)$' "--frame-out saves the hidden sources"
 # A misspelt attribute is an error naming the file, line and column and the allowed names.
 sed 's/targetshift=""/shift=""/' "$layouts/schema.xml" >"$work/misspelt.xml"
-run layout_misspelt layout merge "$layouts/form.xml" "$layouts/frame.xml" "$work/misspelt.xml"
-[[ $(status layout_misspelt) == 1 ]] || fail "a misspelt schema exited $(status layout_misspelt), not 1"
+run_status 1 layout_misspelt layout merge "$layouts/form.xml" "$layouts/frame.xml" "$work/misspelt.xml"
 expect_line "$work/layout_misspelt.err" "^ostrel: $work/misspelt\.xml:[0-9]+:3: unknown attribute \"shift\" of <item>; allowed: mode, source, sourceshift, target, targetname, targetshift$" \
   "a misspelt attribute names its place"
 # Pictures: well-formed XML, one group per panel and control.
 run layout_svg layout show "$layouts/form.xml" --svg "$work/form.svg"
 run layout_merge_svg layout merge "$layouts/form.xml" "$layouts/frame.xml" "$layouts/schema.xml" --svg "$work/merge.svg"
-run svgcheck xml check "$work/form.svg" "$work/merge.svg"
-[[ $(status svgcheck) == 0 ]] || fail "the pictures are not well-formed: $(cat "$work/svgcheck.out")"
+run_status 0 svgcheck xml check "$work/form.svg" "$work/merge.svg"
 [[ $(grep -c '<g class="panel' "$work/form.svg") == 6 ]] || fail "the form's picture has not one group per panel"
 [[ $(grep -c '<g class="panel' "$work/merge.svg") == 20 ]] || fail "the merge picture has not four layouts' panels"
 # 300 000 nested panels are drawn, not a crash.
@@ -243,18 +236,17 @@ run layout_deep layout show "$work/deep.xml"
 run cmds --help
 for cmd in $(sed -n '/^Commands:/,/^$/p' "$work/cmds.out" | sed -n 's/^  \([a-z]\+\( [a-z]\+\)\?\)  .*/\1/p' | tr ' ' '_'); do
   words=(${cmd//_/ })
-  run "help_$cmd" "${words[@]}" --help
-  [[ $(status "help_$cmd") == 0 ]] || fail "'${words[*]} --help' exited $(status "help_$cmd")"
+  run_status 0 "help_$cmd" "${words[@]}" --help
   expect_line "$work/help_$cmd.out" "^Usage: ostrel ${words[*]}( |$)" "'${words[*]} --help' shows the usage"
   expect_line "$work/help_$cmd.out" '^  --help +show this help$' "'${words[*]} --help' lists the options"
 done
-run help_late layout merge a.xml b.xml --help
-[[ $(status help_late) == 0 ]] && expect_line "$work/help_late.out" '^  --frame-out OUT ' "--help after arguments"
+run_status 0 help_late layout merge a.xml b.xml --help
+expect_line "$work/help_late.out" '^  --frame-out OUT ' "--help after arguments"
 check_cmd eq_value "Twenty-one dollars 00 cents" words 21 --lang=EN --currency=USD
 check_cmd eq_mode "2" round --mode=HalfEven 2.5 0
 check_cmd negative "-3" round -- -2.5 0
-run dashdash xml check -- -p.xml
-[[ $(status dashdash) == 1 ]] && expect_line "$work/dashdash.out" '^-p\.xml: .+' "'--' hands '-p.xml' to the command"
+run_status 1 dashdash xml check -- -p.xml
+expect_line "$work/dashdash.out" '^-p\.xml: .+' "'--' hands '-p.xml' to the command"
 # A bad value typed by the user is bad usage (2); a library error is 1, printed one way.
 check_usage bad_date "'32.01.2025' is not a valid date" bankday 32.01.2025 1
 check_usage bad_count 'N must be an integer' bankday 01.01.2025 x
@@ -276,8 +268,7 @@ grep -q 'Exception:' "$work"/*.err && fail "an error names an exception class"
 # Serial devices: bad usage, and a device that is not there.
 check_usage serial_noport 'serial takes PORT' serial
 check_usage scan_badbaud '--baud must be a positive integer' scan 1 --baud fast
-run scan_missing scan /nonexistent/tty --count 1
-[[ $(status scan_missing) == 1 ]] || fail "scan of a missing device exited $(status scan_missing), not 1"
+run_status 1 scan_missing scan /nonexistent/tty --count 1
 expect_line "$work/scan_missing.err" 'Устройство /nonexistent/tty недоступно: нет такого устройства\.' \
   "scan names the missing device and why"
 check_usage serial_rawlines '--raw and --lines exclude each other' serial 1 --raw --lines
@@ -287,8 +278,7 @@ if [[ $ostrel != *.exe && ${#runner[@]} -eq 0 ]]; then
   mkdir -p "$work/adir"
   for case in "/dev/null:это не последовательный порт и не терминал" "$work/adir:это каталог"; do
     path=${case%%:*} reason=${case#*:}
-    run serial_path serial "$path" </dev/null
-    [[ $(status serial_path) == 1 ]] || fail "serial $path exited $(status serial_path), not 1"
+    run_status 1 serial_path serial "$path" </dev/null
     expect_line "$work/serial_path.err" "Устройство $path недоступно: $reason\.\$" "serial $path says why"
   done
   # A device that stalls, goes away or meets a signal, over pseudo-terminals.

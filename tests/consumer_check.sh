@@ -42,6 +42,12 @@ fail() {
   echo "consumer check: $*" >&2
   exit 1
 }
+# logged LOG WHAT COMMAND...: runs the command with its output in LOG, shown if it fails.
+logged() {
+  local log=$1 what=$2
+  shift 2
+  "$@" >"$log" 2>&1 || { cat "$log"; fail "$what failed"; }
+}
 # run PROGRAM OUTPUT: runs a built program (through the runner) and compares its output.
 run_and_compare() {
   local what=$1 program=$2 out=$work/$1.txt
@@ -74,16 +80,11 @@ cross=()
 [[ -n $toolchain ]] && cross=(-DCMAKE_TOOLCHAIN_FILE="$toolchain"
                               -DOstrel_DIR="$prefix/lib/cmake/Ostrel")
 [[ -n $toolchain ]] || cross=(-DCMAKE_CXX_COMPILER="$cxx")
-cmake -S "$consumer" -B "$work/consumer-build" -G "$generator" "${cross[@]}" \
+logged "$work/configure.log" "configuring the consumer" \
+  cmake -S "$consumer" -B "$work/consumer-build" -G "$generator" "${cross[@]}" \
   -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_EXE_LINKER_FLAGS="$flags" \
-  -DCMAKE_PREFIX_PATH="$prefix" >"$work/configure.log" 2>&1 || {
-  cat "$work/configure.log"
-  fail "configuring the consumer failed"
-}
-cmake --build "$work/consumer-build" >"$work/build.log" 2>&1 || {
-  cat "$work/build.log"
-  fail "building the consumer failed"
-}
+  -DCMAKE_PREFIX_PATH="$prefix"
+logged "$work/build.log" "building the consumer" cmake --build "$work/consumer-build"
 program=$(find "$work/consumer-build" -maxdepth 1 -name 'consumer' -o -maxdepth 1 -name 'consumer.exe' | head -n 1)
 run_and_compare cmake "$program"
 
@@ -105,10 +106,8 @@ pclibdir=$(pkg-config --variable=libdir ostrel)
 [[ -f $pclibdir/libostrel.so || -f $pclibdir/libostrel.a ]] ||
   fail "pkg-config's libdir '$pclibdir' holds no libostrel"
 # shellcheck disable=SC2086  # the flags are meant to split into words
-"$cxx" $flags "$consumer/main.cpp" $pcflags -o "$work/consumer-pc" 2>"$work/pc-build.log" || {
-  cat "$work/pc-build.log"
-  fail "compiling with pkg-config's flags failed"
-}
+logged "$work/pc-build.log" "compiling with pkg-config's flags" \
+  "$cxx" $flags "$consumer/main.cpp" $pcflags -o "$work/consumer-pc"
 libdir=${libdir:-$pclibdir}
 run_and_compare pkg-config "$work/consumer-pc"
 echo "consumer check: passed"

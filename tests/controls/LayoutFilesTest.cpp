@@ -5,11 +5,11 @@
 #include <ostrel/xml/Xmlutils.h>
 
 #include <TestUtil.h>
+#include "xml/XmlUtil.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
 #include <filesystem>
 #include <random>
 
@@ -20,17 +20,7 @@ namespace fs = std::filesystem;
 using testutil::MakeGrid;
 using testutil::MessageOf;
 using testutil::Shape;
-
-std::unique_ptr<TXItem> Parse(std::string_view text) {
-  TMemoryStream stream;
-  stream.WriteBuffer(text.data(), static_cast<Integer>(text.size()));
-  stream.SetPosition(0);
-  auto item = std::make_unique<TXItem>();
-  LoadXData(item.get(), stream);
-  return item;
-}
-
-std::string Text(const TXItem* item) { return XDataText(item, false); }
+using xmltest::Parse;
 
 class LayoutFiles : public testing::Test {
  protected:
@@ -40,6 +30,13 @@ class LayoutFiles : public testing::Test {
   }
   void TearDown() override { fs::remove_all(fDir); }
   AnsiString File(const char* leaf) const { return (fDir / leaf).string(); }
+  // Writes text as the file leaf and gives its name.
+  AnsiString Save(const char* leaf, std::string_view text) const {
+    TMemoryStream m;
+    m.WriteBuffer(text.data(), static_cast<Integer>(text.size()));
+    m.SaveToFile(File(leaf));
+    return File(leaf);
+  }
   static std::string Read(const AnsiString& name) {
     TMemoryStream m;
     m.LoadFromFile(name);
@@ -148,9 +145,7 @@ TEST_F(LayoutFiles, MalformedLayoutsNameTheFileLineAndColumn) {
     auto* edB = NewComponent<TControl>(form);  // a plain control cannot hold others
     edB->SetName("edB");
     edB->SetParent(grid);
-    TMemoryStream file;
-    file.WriteBuffer(c.xml, static_cast<Integer>(std::strlen(c.xml)));
-    file.SaveToFile(File("bad.xml"));
+    Save("bad.xml", c.xml);
     EXPECT_EQ(MessageOf([&] { Layout_LoadFromFile(*grid, File("bad.xml")); }),
               File("bad.xml") + ":" + c.message)
         << c.xml;
@@ -163,9 +158,7 @@ TEST_F(LayoutFiles, MalformedLayoutsNameTheFileLineAndColumn) {
             }),
             "LoadLayout: unknown attribute \"x\" of <panel>; allowed: name");
   // A file the XML reader refuses names itself in front of the reader's message.
-  TMemoryStream bad;
-  bad.WriteBuffer("<layout><panel></layout>", 24);
-  bad.SaveToFile(File("bad.xml"));
+  Save("bad.xml", "<layout><panel></layout>");
   const std::string message = MessageOf([&] { Layout_LoadFromFile(*grid, File("bad.xml")); });
   EXPECT_EQ(message.rfind(Cp1251(u8"Загрузка XML файла:\r").Str(), 0), 0u) << message;
   EXPECT_NE(message.find("bad.xml"), std::string::npos);
@@ -200,7 +193,7 @@ TEST_F(LayoutFiles, ControlsInsideControlsAndOutsidePanelsRoundTrip) {
   EXPECT_EQ(static_cast<TControl*>(form.FindComponent("lblHint"))->Parent(), grid);
   TXItem out;
   Layout_SaveToXItem(*grid, &out);
-  EXPECT_EQ(Text(&out), text);
+  EXPECT_EQ(xmltest::Write(&out), text);
 }
 
 std::string NestedPanels(int depth, std::string_view inner) {
@@ -273,10 +266,7 @@ TEST_F(LayoutFiles, DeepTreesLoadSaveDrawAndFreeWithoutRecursion) {
 // Files of deep trees go through the same walks (kept shallower: the XML writer indents
 // each level, so such a file grows with the square of its depth).
 TEST_F(LayoutFiles, DeepFilesReadBackAsTheyWereWritten) {
-  TMemoryStream file;
-  const std::string text = NestedPanels(2000, "<control name=\"edLeaf\"/>");
-  file.WriteBuffer(text.data(), static_cast<Integer>(text.size()));
-  file.SaveToFile(File("deep.xml"));
+  Save("deep.xml", NestedPanels(2000, "<control name=\"edLeaf\"/>"));
   TComponent form(nullptr), other(nullptr);
   auto* grid = NewComponent<TkxLayoutGrid>(form);
   Layout_LoadFromFile(*grid, File("deep.xml"));
@@ -351,7 +341,7 @@ TEST_F(LayoutFiles, ASchemaRoundTripsAndResolvesNamesAgainstTheGrids) {
   EXPECT_EQ(loaded.TargetLayout(), nullptr);
   TXItem out;
   MergeSchema_SaveToXItem(loaded, &out);
-  EXPECT_EQ(Text(&out), "<mergeschema targetlayout=\"\"/>\r\n");
+  EXPECT_EQ(xmltest::Write(&out), "<mergeschema targetlayout=\"\"/>\r\n");
 }
 
 TEST_F(LayoutFiles, MergeModesTakeTheSpellingsAUserTries) {
@@ -402,9 +392,7 @@ TEST_F(LayoutFiles, AMalformedSchemaNamesItsPlaceAndLeavesTheSchemaAsItWas) {
        "1:1: targetlayout=\"Form\": no such layout (Grid; \"\" for none)"},
   };
   for (const Case& c : cases) {
-    TMemoryStream file;
-    file.WriteBuffer(c.xml, static_cast<Integer>(std::strlen(c.xml)));
-    file.SaveToFile(File("schema.xml"));
+    Save("schema.xml", c.xml);
     EXPECT_EQ(MessageOf([&] { MergeSchema_LoadFromFile(schema, File("schema.xml"), {grid}); }),
               File("schema.xml") + ":" + c.message);
     EXPECT_EQ(testutil::Join(schema.Items()->Count(), schema.Items()->Items(0)->SourceShift()),

@@ -52,25 +52,16 @@ TEST(LayoutMergePoint, ShiftStepsClimbFromTheControlsPanel) {
     const char* expected;
   };
   const Case cases[] = {
-      {"c", "", "Deep"},
-      {"c", "root", "Top"},
-      {"c", "Root", "Top"},
-      {"c", "ROOT", "Top"},
-      {"c", "parent", "Mid"},
-      {"c", "parent.parent", "Top"},
-      {"c", "Parent.PARENT", "Top"},
-      {"c", "parent.root", "Top"},
-      {"c", "root.root", "Top"},
-      {"a", "root", "Top"},
-      {"d", "root", "Side"},
-      {"b", "root.parent", "<root>"},
-      {"a", "parent", "<root>"},
-      {"r", "root", "<root>"},
-      {"r", "", "<root>"},
+      // clang-format off
+      {"c", "", "Deep"}, {"c", "root", "Top"}, {"c", "Root", "Top"}, {"c", "ROOT", "Top"},
+      {"c", "parent", "Mid"}, {"c", "parent.parent", "Top"}, {"c", "Parent.PARENT", "Top"},
+      {"c", "parent.root", "Top"}, {"c", "root.root", "Top"}, {"a", "root", "Top"},
+      {"d", "root", "Side"}, {"b", "root.parent", "<root>"}, {"a", "parent", "<root>"},
+      {"r", "root", "<root>"}, {"r", "", "<root>"},
       {"a", "parent.parent", "<false>"},  // above the top of the tree
-      {"a", "parent.parent.root", "<false>"},
-      {"loose", "root", "<false>"},
+      {"a", "parent.parent.root", "<false>"}, {"loose", "root", "<false>"},
       {"loose", "up", "<false>"},  // not found: the shift is not looked at
+      // clang-format on
   };
   for (const Case& c : cases) {
     TkxLayoutPanel* panel = nullptr;

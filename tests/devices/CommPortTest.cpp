@@ -161,29 +161,17 @@ TEST(CommPortSettings, ModeStrings) {
     const char* result;
     bool own = false;
   } cases[] = {
-      {"9600,n,8,1", "9600 0 8 0"},
-      {" 1200 , o , 7 , 2 ", "1200 1 7 2", own},
-      {"96,e", "9600 2 7 0", own},
-      {"11", "110 2 7 2", own},
-      {"19200,m,5,1.5,p", "19200 3 5 1"},
+      // clang-format off
+      {"9600,n,8,1", "9600 0 8 0"}, {" 1200 , o , 7 , 2 ", "1200 1 7 2", own},
+      {"96,e", "9600 2 7 0", own}, {"11", "110 2 7 2", own}, {"19200,m,5,1.5,p", "19200 3 5 1"},
       {"baud=9600 parity=n data=8 stop=1", "9600 0 8 0"},
       {"BAUD=57600 PARITY=S DATA=6 STOP=1.5 xon=on rts=hs dtr=off to=on", "57600 4 6 1", own},
-      {"COM3: BAUD=4800 PARITY=E DATA=7 STOP=2", "4800 2 7 2"},
-      {"baud=300", "300 9 9 9", own},
-      {"", "fail", own},
-      {"hello", "fail"},
-      {"9600,x,8,1", "fail"},
-      {"9600,n,9,1", "fail"},
-      {"9600,n,8,3", "fail"},
-      {"9600,n,8,1,q", "fail"},
-      {"9600,n,8,1,p,1", "fail"},
-      {"baud=9600 speed=1", "fail"},
-      {"parity=n data=8", "fail", own},
-      {"baud=fast", "fail"},
-      {"baud=9600 xon=maybe", "fail"},
-      {"-9600,n,8,1", "fail"},
-      {",n,8,1", "fail"},
-      {",,,", "fail"},
+      {"COM3: BAUD=4800 PARITY=E DATA=7 STOP=2", "4800 2 7 2"}, {"baud=300", "300 9 9 9", own},
+      {"", "fail", own}, {"hello", "fail"}, {"9600,x,8,1", "fail"}, {"9600,n,9,1", "fail"},
+      {"9600,n,8,3", "fail"}, {"9600,n,8,1,q", "fail"}, {"9600,n,8,1,p,1", "fail"},
+      {"baud=9600 speed=1", "fail"}, {"parity=n data=8", "fail", own}, {"baud=fast", "fail"},
+      {"baud=9600 xon=maybe", "fail"}, {"-9600,n,8,1", "fail"}, {",n,8,1", "fail"}, {",,,", "fail"},
+      // clang-format on
       {"COM1:hello", "fail"}};
   for (auto c : cases) {
     if (c.own && SystemParsesModes) continue;
@@ -212,6 +200,15 @@ TEST(CommPortSettings, OutOfRangeLineSettingsAreRefused) {
   TkxCommPort port;
   port.SetParity(ptOdd);
   const AnsiString before = port.ParamsText();
+  // A device block of 1200 baud with the given bits, parity and stop bits.
+  auto block = [&](Byte bits, Byte parity, Byte stop) {
+    TDCB d;
+    d.BaudRate = 1200;
+    d.ByteSize = bits;
+    d.Parity = parity;
+    d.StopBits = stop;
+    port.AssignDCB(d);
+  };
   struct Case {
     const char* what;
     std::function<void()> set;
@@ -220,29 +217,9 @@ TEST(CommPortSettings, OutOfRangeLineSettingsAreRefused) {
       {"stop bits", [&] { port.SetStopBits(static_cast<TkxCommPortStopBits>(3)); }},
       {"flow control", [&] { port.SetFlowControl(static_cast<TkxCommPortFlowControl>(3)); }},
       {"data bits", [&] { port.SetDataBits(9); }},
-      {"block parity",
-       [&] {
-         TDCB d;
-         d.BaudRate = 1200;
-         d.ByteSize = 7;
-         d.Parity = 200;
-         port.AssignDCB(d);
-       }},
-      {"block stop bits",
-       [&] {
-         TDCB d;
-         d.BaudRate = 1200;
-         d.ByteSize = 7;
-         d.StopBits = 3;
-         port.AssignDCB(d);
-       }},
-      {"block data bits",
-       [&] {
-         TDCB d;
-         d.BaudRate = 1200;
-         d.ByteSize = 4;
-         port.AssignDCB(d);
-       }},
+      {"block parity", [&] { block(7, 200, 0); }},
+      {"block stop bits", [&] { block(7, 0, 3); }},
+      {"block data bits", [&] { block(4, 0, 0); }},
   };
   for (auto& c : cases) {
     EXPECT_THROW(c.set(), EInvalidArgument) << c.what;

@@ -96,12 +96,22 @@ def pattern(size):
 
 GONE = "отключено"
 
+
+def opened(name, *args, **kw):
+    """A fresh device and the program started on it, once the port is open; None (and a
+    failure) if it never opens."""
+    dev = Device()
+    proc = start(*args, dev.path, **kw)
+    if dev.wait_open(proc):
+        return dev, proc
+    fail(f"{name}: the port never opened: " + finish(proc)[2])
+    return None, None
+
 # A device that stops reading for two seconds in the middle: everything still arrives, in
 # order, and the program ends normally.
-dev = Device()
 data = pattern(1_060_000)
-proc = start("serial", dev.path)
-if dev.wait_open(proc):
+dev, proc = opened("stalled device", "serial")
+if dev:
     feeder = feed(proc, data)
     got = dev.read_all(100_000)
     time.sleep(2)
@@ -111,13 +121,10 @@ if dev.wait_open(proc):
         fail(f"stalled device: {len(got)} of {len(data)} bytes arrived intact")
     if status != 0:
         fail(f"stalled device: status {status}: {err}")
-else:
-    fail("stalled device: the port never opened: " + finish(proc)[2])
 
 # Bytes both ways unchanged: stdin to the port, the port to stdout.
-dev = Device()
-proc = start("serial", dev.path, "--raw")
-if dev.wait_open(proc):
+dev, proc = opened("raw", "serial", "--raw")
+if dev:
     os.write(dev.master, bytes(range(256)))
     time.sleep(0.5)
     feed(proc, bytes(range(255, -1, -1)))
@@ -127,28 +134,21 @@ if dev.wait_open(proc):
         fail(f"--raw sent {got!r}")
     if out != bytes(range(256)):
         fail(f"--raw printed {out!r}")
-else:
-    fail("raw: the port never opened: " + finish(proc)[2])
 
 # Lines: each one ends with CR LF on the line, whatever ended it on input.
-dev = Device()
-proc = start("serial", dev.path, "--lines")
-if dev.wait_open(proc):
+dev, proc = opened("lines", "serial", "--lines")
+if dev:
     feed(proc, b"first\nsecond\r\nlast")
     got = dev.read_all(len(b"first\r\nsecond\r\nlast\r\n"))
     finish(proc)
     if got != b"first\r\nsecond\r\nlast\r\n":
         fail(f"--lines sent {got!r}")
-else:
-    fail("lines: the port never opened: " + finish(proc)[2])
 
 
 # The device goes away while the program waits for input, and while it sends.
 def hang_up_case(name, command, sending):
-    dev = Device()
-    proc = start(*command, dev.path)
-    if not dev.wait_open(proc):
-        fail(f"{name}: the port never opened: " + finish(proc)[2])
+    dev, proc = opened(name, *command)
+    if not dev:
         return
     if sending:
         feed(proc, pattern(50_000_000))
@@ -171,11 +171,10 @@ hang_up_case("scan idle", ["scan"], False)
 # signal ends a program, and the line has the settings it had before.
 for signum in (signal.SIGINT, signal.SIGTERM):
     for command in (["serial"], ["scan"]):
-        dev = Device()
-        proc = start(*command, dev.path, stdin=subprocess.PIPE if command == ["serial"] else subprocess.DEVNULL)
         name = f"{command[0]} on {signal.Signals(signum).name}"
-        if not dev.wait_open(proc):
-            fail(f"{name}: the port never opened: " + finish(proc)[2])
+        dev, proc = opened(name, *command,
+                           stdin=subprocess.PIPE if command == ["serial"] else subprocess.DEVNULL)
+        if not dev:
             continue
         if command == ["serial"]:
             feed(proc, pattern(50_000_000))

@@ -49,28 +49,19 @@ TEST(ParseParams, SubstitutesReferences) {
     char marker;
     std::u8string_view expected;
   } cases[] = {{"a%%b", '%', u8"a%b"},
-               {"'%x'", '%', u8"'%x'"},
-               {"\"%x\"", '%', u8"\"%x\""},
+               // clang-format off
+               {"'%x'", '%', u8"'%x'"}, {"\"%x\"", '%', u8"\"%x\""},
                {"\"it's %x\" %x", '%', u8"\"it's %x\" X"},
-               {"'unterminated %x", '%', u8"'unterminated %x"},
-               {"%name, more", '%', u8"5, more"},
-               {"%NAME", '%', u8"5"},
-               {"%\"long name\"!", '%', u8"LN!"},
-               {"%x%x", '%', u8"XX"},
-               {"%x\"y\"", '%', u8"X\"y\""},
-               {"%1st", '%', u8"%1st"},
-               {"%1 st", '%', u8"one st"},
-               {"x%", '%', u8"x"},
-               {"%", '%', u8""},
-               {"[%nullv]", '%', u8"[]"},
-               {"[%emptyv]", '%', u8"[%emptyv]"},
-               {"%abc", '%', u8"%abc"},
-               {"%,x", '%', u8"%,x"},
-               {"%\"unterminated", '%', u8"%\"unterminated"},
-               {"%\"\"", '%', u8"%\"\""},
+               {"'unterminated %x", '%', u8"'unterminated %x"}, {"%name, more", '%', u8"5, more"},
+               {"%NAME", '%', u8"5"}, {"%\"long name\"!", '%', u8"LN!"}, {"%x%x", '%', u8"XX"},
+               {"%x\"y\"", '%', u8"X\"y\""}, {"%1st", '%', u8"%1st"}, {"%1 st", '%', u8"one st"},
+               {"x%", '%', u8"x"}, {"%", '%', u8""}, {"[%nullv]", '%', u8"[]"},
+               {"[%emptyv]", '%', u8"[%emptyv]"}, {"%abc", '%', u8"%abc"}, {"%,x", '%', u8"%,x"},
+               {"%\"unterminated", '%', u8"%\"unterminated"}, {"%\"\"", '%', u8"%\"\""},
                {"#x #name ##", '#', u8"X 5 #"},
                {"%pct of %x", '%', u8"50% of X"},  // values are not scanned again
                {"%x\xDF", '%', u8"XЯ"},            // no letter beyond ASCII belongs to a name
+               // clang-format on
                {std::string("%x\0%name", 8), '%', u8"X"}};
   for (const auto& c : cases)
     EXPECT_EQ(AnsiToUtf8(ParseParams(c.text, SampleDump(), c.marker, false)), U8(c.expected))

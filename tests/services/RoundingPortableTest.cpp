@@ -50,14 +50,12 @@ std::vector<Extended80> TableValues() {
   // Huge, tiny and denormal values, zeros and infinities.
   for (const auto& [digits, e] :
        std::vector<std::pair<const char*, Int64>>{{"1", 4900},
-                                                  {"118973149535723176502", 4912},
-                                                  {"1", 4000},
-                                                  {"5", 30},
-                                                  {"1", 18},
-                                                  {"1", -4940},
-                                                  {"336210314311209350626", -4952},
-                                                  {"1", -300},
+                                                  // clang-format off
+                                                  {"118973149535723176502", 4912}, {"1", 4000},
+                                                  {"5", 30}, {"1", 18}, {"1", -4940},
+                                                  {"336210314311209350626", -4952}, {"1", -300},
                                                   {"5", -20},
+                                                  // clang-format on
                                                   {"0", 0}}) {
     v.push_back(Dec(digits, e));
     v.push_back(Dec(digits, e, true));

@@ -34,82 +34,42 @@ TEST(RoundExt, GivesTheBookkeepersResultInEveryMode) {
     int places;
     TDecimalRoundingCtrl mode;
     Extended expected;
-  } cases[] = {{2.675, 2, drHalfUp, 2.68L},
-               {-2.675, 2, drHalfUp, -2.68L},
-               {2.675L, 2, drHalfUp, 2.68L},
-               {1.005, 2, drHalfUp, 1.01L},
-               {2.5, 0, drHalfUp, 3},
-               {-2.5, 0, drHalfUp, -3},
-               {2.4999, 0, drHalfUp, 2},
-               {1234.5, -2, drHalfUp, 1200},
-               {1250, -2, drHalfUp, 1300},
-               {-1250, -2, drHalfUp, -1300},
-               {0.3, 0, drHalfUp, 0},
-               {0.1 + 0.2, 1, drHalfUp, 0.3L},
-               {kHalfMinusIn, 0, drHalfUp, 3},
-               {kHalfMinusOut, 0, drHalfUp, 2},
-               {123456789.125, 2, drHalfUp, 123456789.13L},
-
-               {2.5, 0, drHalfEven, 2},
-               {3.5, 0, drHalfEven, 3},
-               {3.51, 0, drHalfEven, 4},
-               {-3.5, 0, drHalfEven, -3},
-               {-3.51, 0, drHalfEven, -4},
-               {2.6, 0, drHalfEven, 3},
-               {2.4, 0, drHalfEven, 2},
-               {2.675, 2, drHalfEven, 2.67L},
-               {1350, -2, drHalfEven, 1300},
-               {1351, -2, drHalfEven, 1400},
-               {kHalfPlusIn, 0, drHalfEven, 2},
-               {kHalfPlusOut, 0, drHalfEven, 3},
-
-               {2.5, 0, drHalfPos, 3},
-               {-2.5, 0, drHalfPos, -2},
-               {2.675, 2, drHalfPos, 2.68L},
-               {-2.675, 2, drHalfPos, -2.67L},
-               {-150, -2, drHalfPos, -100},
-               {2.5, 0, drHalfNeg, 2},
-               {-2.5, 0, drHalfNeg, -3},
-               {2.675, 2, drHalfNeg, 2.67L},
-               {-2.675, 2, drHalfNeg, -2.68L},
-               {150, -2, drHalfNeg, 100},
-               {2.5, 0, drHalfDown, 2},
-               {-2.5, 0, drHalfDown, -2},
-               {2.6, 0, drHalfDown, 3},
-               {-2.6, 0, drHalfDown, -3},
-               {-2.675, 2, drHalfDown, -2.67L},
-               {kHalfPlusIn, 0, drHalfDown, 2},
-               {kHalfPlusOut, 0, drHalfDown, 3},
-
-               {2.1, 0, drRndNeg, 2},
-               {-2.1, 0, drRndNeg, -3},
-               {2, 0, drRndNeg, 2},
-               {-2, 0, drRndNeg, -2},
-               {1299, -2, drRndNeg, 1200},
-               {-1201, -2, drRndNeg, -1300},
-               {2.1, 0, drRndPos, 3},
-               {-2.9, 0, drRndPos, -2},
-               {2, 0, drRndPos, 2},
-               {1201, -2, drRndPos, 1300},
-               {2.9, 0, drRndDown, 2},
-               {-2.9, 0, drRndDown, -2},
-               {1.15, 1, drRndDown, 1.1L},
-               {-1299, -2, drRndDown, -1200},
-               {2.1, 0, drRndUp, 3},
-               {-2.1, 0, drRndUp, -3},
-               {2, 0, drRndUp, 2},
-               {1201, -2, drRndUp, 1300},
-               // Representation noise within the tolerance is forgiven.
-               {1.0000000000000002, 0, drRndUp, 1},
-               {0.1 + 0.2, 1, drRndUp, 0.3L},
-               {0.7 - 0.4, 1, drRndDown, 0.3L},
-               {0.7 - 0.4, 1, drRndNeg, 0.3L},
-
-               {2.675L, 2, drNone, 2.675L},
-               {-7.77L, -1, drNone, -7.77L},
-               // An ordinal beyond the modes rounds the scaled value as it is.
-               {2.6, 0, beyond, 3},
-               {2.5, 0, beyond, 2}};
+  } cases[] = {
+      // clang-format off
+      {2.675, 2, drHalfUp, 2.68L}, {-2.675, 2, drHalfUp, -2.68L}, {2.675L, 2, drHalfUp, 2.68L},
+      {1.005, 2, drHalfUp, 1.01L}, {2.5, 0, drHalfUp, 3}, {-2.5, 0, drHalfUp, -3},
+      {2.4999, 0, drHalfUp, 2}, {1234.5, -2, drHalfUp, 1200}, {1250, -2, drHalfUp, 1300},
+      {-1250, -2, drHalfUp, -1300}, {0.3, 0, drHalfUp, 0}, {0.1 + 0.2, 1, drHalfUp, 0.3L},
+      {kHalfMinusIn, 0, drHalfUp, 3}, {kHalfMinusOut, 0, drHalfUp, 2},
+      {123456789.125, 2, drHalfUp, 123456789.13L},
+      {2.5, 0, drHalfEven, 2}, {3.5, 0, drHalfEven, 3}, {3.51, 0, drHalfEven, 4},
+      {-3.5, 0, drHalfEven, -3}, {-3.51, 0, drHalfEven, -4}, {2.6, 0, drHalfEven, 3},
+      {2.4, 0, drHalfEven, 2}, {2.675, 2, drHalfEven, 2.67L}, {1350, -2, drHalfEven, 1300},
+      {1351, -2, drHalfEven, 1400}, {kHalfPlusIn, 0, drHalfEven, 2},
+      {kHalfPlusOut, 0, drHalfEven, 3},
+      {2.5, 0, drHalfPos, 3}, {-2.5, 0, drHalfPos, -2}, {2.675, 2, drHalfPos, 2.68L},
+      {-2.675, 2, drHalfPos, -2.67L}, {-150, -2, drHalfPos, -100},
+      {2.5, 0, drHalfNeg, 2}, {-2.5, 0, drHalfNeg, -3}, {2.675, 2, drHalfNeg, 2.67L},
+      {-2.675, 2, drHalfNeg, -2.68L}, {150, -2, drHalfNeg, 100},
+      {2.5, 0, drHalfDown, 2}, {-2.5, 0, drHalfDown, -2}, {2.6, 0, drHalfDown, 3},
+      {-2.6, 0, drHalfDown, -3}, {-2.675, 2, drHalfDown, -2.67L}, {kHalfPlusIn, 0, drHalfDown, 2},
+      {kHalfPlusOut, 0, drHalfDown, 3},
+      {2.1, 0, drRndNeg, 2}, {-2.1, 0, drRndNeg, -3}, {2, 0, drRndNeg, 2}, {-2, 0, drRndNeg, -2},
+      {1299, -2, drRndNeg, 1200}, {-1201, -2, drRndNeg, -1300},
+      {2.1, 0, drRndPos, 3}, {-2.9, 0, drRndPos, -2}, {2, 0, drRndPos, 2},
+      {1201, -2, drRndPos, 1300},
+      {2.9, 0, drRndDown, 2}, {-2.9, 0, drRndDown, -2}, {1.15, 1, drRndDown, 1.1L},
+      {-1299, -2, drRndDown, -1200},
+      {2.1, 0, drRndUp, 3}, {-2.1, 0, drRndUp, -3}, {2, 0, drRndUp, 2}, {1201, -2, drRndUp, 1300},
+      // Representation noise within the tolerance is forgiven.
+      {1.0000000000000002, 0, drRndUp, 1}, {0.1 + 0.2, 1, drRndUp, 0.3L},
+      {0.7 - 0.4, 1, drRndDown, 0.3L},
+      {0.7 - 0.4, 1, drRndNeg, 0.3L},
+      {2.675L, 2, drNone, 2.675L}, {-7.77L, -1, drNone, -7.77L},
+      // An ordinal beyond the modes rounds the scaled value as it is.
+      {2.6, 0, beyond, 3}, {2.5, 0, beyond, 2}
+      // clang-format on
+  };
   for (const auto& c : cases)
     EXPECT_EQ(RoundExt(c.x, c.places, c.mode), c.mode == drNone ? c.expected : X(c.expected))
         << "RoundExt(" << static_cast<double>(c.x) << ", " << c.places << ", mode "
@@ -222,18 +182,16 @@ TEST(Formatting, FixedPointInTheRussianLocale) {
     bool mark;
     std::u8string_view expected;
   } cases[] = {{1.5, 0, 2, false, u8"1,5"},
-               {1.2345, 0, 2, true, u8"~1,23"},
-               {1.2345, 0, 2, false, u8"1,23"},
-               {1.0, 0, 2, false, u8"1"},
-               {1.2, 2, 4, false, u8"1,20"},
+               // clang-format off
+               {1.2345, 0, 2, true, u8"~1,23"}, {1.2345, 0, 2, false, u8"1,23"},
+               {1.0, 0, 2, false, u8"1"}, {1.2, 2, 4, false, u8"1,20"},
                {1.23456, 2, 4, false, u8"1,2346"},
                {0.1 + 0.2, 0, 2, true, u8"0,3"},  // representation noise is no approximation
-               {1.005, 0, 2, false, u8"1,01"},
-               {0.0, 0, 3, false, u8"0"},
+               {1.005, 0, 2, false, u8"1,01"}, {0.0, 0, 3, false, u8"0"},
                {-1234567.891, 0, 2, false, u8"-1\u00A0234\u00A0567,89"},
                {1234567.0, 0, 2, false, u8"1\u00A0234\u00A0567"},
-               {1234.5, 2, 15, false, u8"1\u00A0234,50"},
-               {1234.5, -3, 0, false, u8"1\u00A0235"},
+               {1234.5, 2, 15, false, u8"1\u00A0234,50"}, {1234.5, -3, 0, false, u8"1\u00A0235"},
+               // clang-format on
                {1234.5, 0, -2, true, u8"~1\u00A0200"}};
   for (const Case& c : cases)
     EXPECT_EQ(AnsiToUtf8(FToStr(c.x, c.lo, c.hi, c.mark)), U8(c.expected))
@@ -260,13 +218,11 @@ TEST(Formatting, IntegersAndMemorySizes) {
             "007|123|0-5|42||");
 
   const std::pair<AnsiString, std::u8string_view> sizes[] = {
-      {MemSizeStr(1000), u8"1\u00A0000 B"},
-      {MemSizeStr(0), u8"0 B"},
-      {MemSizeStr(1536), u8"2 kB"},
-      {MemSizeStr(5000000), u8"4,77 MB"},
-      {MemSizeStr(5000000, 1), u8"4\u00A0883 kB"},
-      {MemSizeStr(5000000, 0), u8"5\u00A0000\u00A0000 B"},
-      {MemSizeStr(3LL << 40), u8"3,00 TB"},
+      // clang-format off
+      {MemSizeStr(1000), u8"1\u00A0000 B"}, {MemSizeStr(0), u8"0 B"}, {MemSizeStr(1536), u8"2 kB"},
+      {MemSizeStr(5000000), u8"4,77 MB"}, {MemSizeStr(5000000, 1), u8"4\u00A0883 kB"},
+      {MemSizeStr(5000000, 0), u8"5\u00A0000\u00A0000 B"}, {MemSizeStr(3LL << 40), u8"3,00 TB"},
+      // clang-format on
       {MemSizeStr(INT64_MAX), u8"8,00 EB"}};
   for (const auto& [got, expected] : sizes) EXPECT_EQ(AnsiToUtf8(got), U8(expected));
 }

@@ -23,22 +23,16 @@ namespace {
 
 const TCharSet kSemi{';'};
 
-// ---------------------------------------------------------------------------------------
-// Tokenising
-
 TEST(StrServTokens, ExtractStrYieldsNonEmptyTokensThenFalseWithEmptyToken) {
   const struct {
     const char* s;
     int startPos;
     std::vector<std::string> tokens;
   } cases[] = {{";a;;b;", 1, {"a", "b"}},
-               {"a;b", 0, {"a", "b"}},
-               {"ab;c", -7, {"ab", "c"}},
-               {"", 1, {}},
-               {";;;", 1, {}},
-               {"abc", 4, {}},
-               {"abc", 1000, {}},
-               {"xy;z", 2, {"y", "z"}},
+               // clang-format off
+               {"a;b", 0, {"a", "b"}}, {"ab;c", -7, {"ab", "c"}}, {"", 1, {}}, {";;;", 1, {}},
+               {"abc", 4, {}}, {"abc", 1000, {}}, {"xy;z", 2, {"y", "z"}},
+               // clang-format on
                {"one", 1, {"one"}}};
   for (const auto& c : cases) {
     int pos = c.startPos;
@@ -109,9 +103,6 @@ TEST(StrServTokens, StrDivSplitsAtTheFirstCharAndTrimsBothParts) {
   }
 }
 
-// ---------------------------------------------------------------------------------------
-// Joining, trimming, deleting
-
 TEST(StrServJoin, EmptyPiecesNeverDoubleOrLeadSeparators) {
   AnsiString s;
   for (const char* piece : {"", "x", "", "y", ""}) StrJoin(s, piece, ", ");
@@ -149,9 +140,6 @@ TEST(StrServJoin, TrimAndDeleteRemoveOnlyCharactersOfTheSet) {
   }
 }
 
-// ---------------------------------------------------------------------------------------
-// Comparing
-
 TEST(StrServCompare, CompareVarGivesSignAndIsAntisymmetric) {
   EXPECT_EQ(CompareInt(7, 7), 0);
   EXPECT_EQ(testutil::Join(CompareInt(INT64_MIN, INT64_MAX), CompareInt(INT64_MAX, -1)), "-1 1");
@@ -160,21 +148,19 @@ TEST(StrServCompare, CompareVarGivesSignAndIsAntisymmetric) {
     bool ignoreCase;
     int expected;
   } cases[] = {{"abc", "ABC", true, 0},
-               {"abc", "abd", true, -1},
-               {Ansi(u8"ёЛка"), Ansi(u8"ЁлКА"), true, 0},
+               // clang-format off
+               {"abc", "abd", true, -1}, {Ansi(u8"ёЛка"), Ansi(u8"ЁлКА"), true, 0},
                {"abc", "ABC", false, -1},
                {VarArrayOf({"b"}), VarArrayOf({"B"}), false, -1},  // case counts
                {Variant(u"Abc"), "aBC", true, 0},
                // Not both strings: the case flag does not turn numbers into text.
-               {10, "9", true, 1},
-               {10, 9.5, false, 1},
-               {1, 2.5, false, -1},
-               {Variant::Null(), 1, false, 0},
-               {Variant(), Variant::Null(), true, 0},
+               {10, "9", true, 1}, {10, 9.5, false, 1}, {1, 2.5, false, -1},
+               {Variant::Null(), 1, false, 0}, {Variant(), Variant::Null(), true, 0},
                {VarArrayOf({1, 5, 0}), VarArrayOf({1, 2, 9}), false, 1},
                {VarArrayOf({1, "b", 3}), VarArrayOf({1, "B", 0}), true, 1},
                {VarArrayOf({1, 2, 3}), VarArrayOf({0}), false, 1},
                {VarArrayOf({1, 2}), VarArrayOf({1, 2, 3}), false, 0},
+               // clang-format on
                {VarArrayCreate(0, -1), VarArrayOf({1}), false, 0}};
   for (std::size_t i = 0; i < std::size(cases); ++i) {
     const auto& c = cases[i];
@@ -189,9 +175,6 @@ TEST(StrServCompare, ArrayAgainstShorterArrayFailsOnAccess) {
   EXPECT_THROW(CompareVar(VarArrayOf({1, 2, 3}), VarArrayOf({1, 2}), false), EVariantError);
   EXPECT_THROW(CompareVar(VarArrayOf({1}), Variant(1), false), EVariantError);
 }
-
-// ---------------------------------------------------------------------------------------
-// Sorting
 
 int CompareInts(void* list, int i, int j, void*) {
   auto& v = *static_cast<std::vector<int>*>(list);
@@ -253,9 +236,6 @@ TEST(StrServSort, SelfContradictingCompareRaisesInsteadOfLeavingTheRange) {
   EXPECT_THROW(ListQuickSort(0, 7, swap, [](int, int) { return 1; }), Exception);
 }
 
-// ---------------------------------------------------------------------------------------
-// Variant conversions
-
 TEST(StrServVarAs, NullAndEmptyGiveZeroValuesOthersConvert) {
   TFormatSettingsGuard guard(TFormatSettings::Russian());
   for (const Variant& v : {Variant::Null(), Variant()})
@@ -278,9 +258,6 @@ TEST(StrServVarAs, DateTimeShowsTimeOnlyWithPositiveFraction) {
   FormatSettings.LongTimeFormat = "hh:nn:ss";
   EXPECT_EQ(VarAsStr(Variant::FromDate(45000.25)), "2023-03-15 06:00");
 }
-
-// ---------------------------------------------------------------------------------------
-// Error reports
 
 // Message and class name of what `f` raises.
 template <class F>

@@ -16,15 +16,7 @@ namespace {
 using testutil::MessageOf;
 
 // A document read from text written in UTF-8 (the reader sees it as CP1251).
-IPtr<IXItem> Load(std::string_view utf8) {
-  const AnsiString text = Utf8ToAnsi(utf8);
-  TMemoryStream stream;
-  stream.Write(text.data(), static_cast<Integer>(text.size()));
-  stream.SetPosition(0);
-  IPtr<IXDoc> doc;
-  GetXDocIntf(stream, doc);
-  return doc->get_Root();
-}
+IPtr<IXItem> Load(std::string_view utf8) { return xmltest::Doc(Utf8ToAnsi(utf8))->get_Root(); }
 
 // Where an item stands: the names from the root down, each with its index after "#".
 std::string Where(IPtr<IXItem> item) {
@@ -69,23 +61,18 @@ TEST(XPath, FindsThroughNamesAndFilters) {
     std::string_view path;
     std::string where;
   } cases[] = {
+      // clang-format off
       {R"(forms/form[@name="main"]/fields)", "forms#0/form#1/fields#0"},
-      {"/forms/form", "forms#0/form#0"},
-      {" // forms", "forms#0"},
+      {"/forms/form", "forms#0/form#0"}, {" // forms", "forms#0"},
       {R"(FORMS/Form[@NAME="MAIN"])", "forms#0/form#1"},
       {R"(forms/form[@id="5"])", "forms#0/form#1"},
       {R"(forms/form[@name="main"  @id="&#53;"])", "forms#0/form#1"},
       {R"(forms/form[@name="main" @id="6"])", "-"},
-      {R"(forms/form [ @name="main" ] ] )", "forms#0/form#1"},
-      {"forms/form[]", "forms#0/form#0"},
-      {R"(row[@id="5"])", "row#3"},
-      {R"(row[@kind="СЧЁТ"])", "row#3"},
-      {"a/c", "a#1/c#0"},
+      {R"(forms/form [ @name="main" ] ] )", "forms#0/form#1"}, {"forms/form[]", "forms#0/form#0"},
+      {R"(row[@id="5"])", "row#3"}, {R"(row[@kind="СЧЁТ"])", "row#3"}, {"a/c", "a#1/c#0"},
       {"a/b", "-"},  // the first a is taken; the b under the second is not looked for
-      {"forms/ form", "-"},
-      {"forms/", "forms#0"},
-      {"", "-"},
-      {" /// ", "-"},
+      {"forms/ form", "-"}, {"forms/", "forms#0"}, {"", "-"}, {" /// ", "-"},
+      // clang-format on
   };
   for (const Case& c : cases) {
     IPtr<IXItem> found;
@@ -360,13 +347,10 @@ TEST(XIndex, SortsByKeyAndFindsTheFirstOfEqualKeys) {
     Variant key;
     std::string n;
   } cases[] = {{"2", "c"},
-               {2, "c"},
-               {"1", "b"},
-               {"3", "a"},
-               {"", "e"},
-               {Utf8ToAnsi("б"), "f"},
-               {Utf8ToAnsi("А"), "g"},
-               {"0", "-"},
+               // clang-format off
+               {2, "c"}, {"1", "b"}, {"3", "a"}, {"", "e"}, {Utf8ToAnsi("б"), "f"},
+               {Utf8ToAnsi("А"), "g"}, {"0", "-"},
+               // clang-format on
                {"4", "-"}};
   for (const Case& c : cases) {
     IPtr<IXItem> found;

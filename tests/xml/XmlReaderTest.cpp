@@ -40,40 +40,25 @@ struct DialectCase {
   std::string shape;
 };
 const DialectCase kDialect[] = {
-    {"<a>text</a>", "a='text'"},
-    {"<a>x<b/>y</a>", "a('x' b 'y')"},
-    {"<a>  </a>", "a"},
-    {"<a>\r\n <b/> \t</a>", "a(b)"},
-    {"<a x=\"1>2\"/>", "a{x=\"1>2\"}"},
-    {"<a x='1'/>", "a{x='1'}"},
-    {"<a></A>", "a"},
-    {"<a>&#65;&lt;&gt;&quot;&amp;</a>", "a='A<>\"&'"},
-    {"<a>&apos;&ltx;</a>", "a='&apos;&ltx;'"},
-    {"<a>&#321;&#-1;</a>", "a='A\xFF'"},
-    {"<a><b>", "a(b)"},
-    {"<a><b>open text", "a(b('open text'))"},
-    {"", ""},
+    // clang-format off
+    {"<a>text</a>", "a='text'"}, {"<a>x<b/>y</a>", "a('x' b 'y')"}, {"<a>  </a>", "a"},
+    {"<a>\r\n <b/> \t</a>", "a(b)"}, {"<a x=\"1>2\"/>", "a{x=\"1>2\"}"}, {"<a x='1'/>", "a{x='1'}"},
+    {"<a></A>", "a"}, {"<a>&#65;&lt;&gt;&quot;&amp;</a>", "a='A<>\"&'"},
+    {"<a>&apos;&ltx;</a>", "a='&apos;&ltx;'"}, {"<a>&#321;&#-1;</a>", "a='A\xFF'"},
+    {"<a><b>", "a(b)"}, {"<a><b>open text", "a(b('open text'))"}, {"", ""},
     {"  <!-- only a comment -->  ", ""},
-    {"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<!-- c --><r/>", "r"},
-    {"<r/><second/>", "r"},
-    {"<r>a<!-- c -->b</r>", "r='ab'"},
-    {"<r><![CDATA[ <raw> & ]]></r>", "r='<raw> &'!"},
-    {"<r><![CDATA[x<y]]></r>", "r='x<y'!"},
-    {"<r><![cdata[x]]>y</r>", "r='xy'!"},
-    {"<r><![CDATA[unterminated", "r('unterminated'!)"},
-    {"<r><!-- unterminated", "r"},
-    {"<r a=\"1\" b = \"2\" />", "r{a=\"1\" b = \"2\" }"},
-    {"<r a=\"1\"/ >", "r{a=\"1\"/ }"},
-    {"<!DOCTYPE x><a/>", "!DOCTYPE{x}(a)"},
-    {"<ns:r\tx=\"1\"></ns:r>", "ns:r{x=\"1\"}"},
-    {"<r>text<b/></r>", "r('text' b)"},
-    {"<r><b/>tail</r>", "r(b 'tail')"},
-    {"<r>&#65</r>", "r('A')"},
-    {"<r>&#65<b/>;x</r>", "r='Ax'"},
+    {"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<!-- c --><r/>", "r"}, {"<r/><second/>", "r"},
+    {"<r>a<!-- c -->b</r>", "r='ab'"}, {"<r><![CDATA[ <raw> & ]]></r>", "r='<raw> &'!"},
+    {"<r><![CDATA[x<y]]></r>", "r='x<y'!"}, {"<r><![cdata[x]]>y</r>", "r='xy'!"},
+    {"<r><![CDATA[unterminated", "r('unterminated'!)"}, {"<r><!-- unterminated", "r"},
+    {"<r a=\"1\" b = \"2\" />", "r{a=\"1\" b = \"2\" }"}, {"<r a=\"1\"/ >", "r{a=\"1\"/ }"},
+    {"<!DOCTYPE x><a/>", "!DOCTYPE{x}(a)"}, {"<ns:r\tx=\"1\"></ns:r>", "ns:r{x=\"1\"}"},
+    {"<r>text<b/></r>", "r('text' b)"}, {"<r><b/>tail</r>", "r(b 'tail')"},
+    {"<r>&#65</r>", "r('A')"}, {"<r>&#65<b/>;x</r>", "r='Ax'"},
     {"<a\"b c\">x</a\"b>", "!" + kFormat},  // the quote in the end tag opens
-    {std::string_view("<r>\0\x01x</r>", 10), "r='x'"},
-    {"<>", ""},
+    {std::string_view("<r>\0\x01x</r>", 10), "r='x'"}, {"<>", ""},
     {"<r><?xml v?>x</r>", "!" + kFormat + "\r\r< expected"},
+    // clang-format on
 };
 
 TEST(XmlReader, DialectAsTrees) {
@@ -86,14 +71,12 @@ TEST(XmlReader, ErrorsWithTheirMessages) {
     std::string detail;
   };
   const Case cases[] = {
-      {"text<a/>", "< expected"},
-      {"<a b=\"1\"<c/>", ""},
+      // clang-format off
+      {"text<a/>", "< expected"}, {"<a b=\"1\"<c/>", ""},
       {"<a>x</b>", Cp1251(u8"Отсутствует завершающий таг \"</a>\"")},
-      {"</a>", Cp1251(u8"Обнаружен завершающий таг \"</a>\"")},
-      {"<a>&nbsp;</a>", ""},
-      {"<a x=\"unterminated/>", ""},
-      {"<a", ""},
-      {"<a><!DOCTYPE b></a>", ""},
+      {"</a>", Cp1251(u8"Обнаружен завершающий таг \"</a>\"")}, {"<a>&nbsp;</a>", ""},
+      {"<a x=\"unterminated/>", ""}, {"<a", ""}, {"<a><!DOCTYPE b></a>", ""},
+      // clang-format on
   };
   for (const auto& c : cases) {
     const std::string expected =
@@ -354,16 +337,13 @@ TEST(XmlValues, ConversionsBothWays) {
     std::string text;
   };
   const Case cases[] = {
-      {Variant(std::int16_t(-5)), "-5"},
-      {Variant(Integer(2147483647)), "2147483647"},
-      {Variant(Byte(200)), "200"},
-      {Variant(Word(65535)), "65535"},
-      {Variant(2.5), "2.5"},
-      {Variant(Currency::FromRaw(123456)), "12.3456"},
-      {Variant::FromDate(day), "2024-03-01"},
-      {Variant(true), "true"},
-      {Variant("a<\"b\">\t"), "a&lt;&quot;b&quot;&gt;&#9;"},
+      // clang-format off
+      {Variant(std::int16_t(-5)), "-5"}, {Variant(Integer(2147483647)), "2147483647"},
+      {Variant(Byte(200)), "200"}, {Variant(Word(65535)), "65535"}, {Variant(2.5), "2.5"},
+      {Variant(Currency::FromRaw(123456)), "12.3456"}, {Variant::FromDate(day), "2024-03-01"},
+      {Variant(true), "true"}, {Variant("a<\"b\">\t"), "a&lt;&quot;b&quot;&gt;&#9;"},
       {Variant(u"щ"), Cp1251(u8"щ")},
+      // clang-format on
   };
   for (const auto& c : cases) EXPECT_EQ(Var2XML(c.value, true), c.text) << c.text;
   for (const Variant& bad : {Variant(), Variant::Null(), Variant(Int64(1)), VarArrayOf({1})})

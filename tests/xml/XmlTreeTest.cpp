@@ -17,6 +17,7 @@ namespace ostrel {
 namespace {
 
 using testutil::MessageOf;
+using xmltest::Doc;
 using xmltest::Parse;
 using xmltest::Shape;
 
@@ -24,19 +25,10 @@ const std::string kDeleted = Cp1251(u8"Обращение к удаленном�
 const std::string kBug =
     Cp1251(u8"Невозможная ошибка (BUG). Пожалуйста, обратитесь к разработчикам.").Str();
 
-IPtr<IXDoc> DocOf(std::string_view text) {
-  TMemoryStream stream;
-  stream.WriteBuffer(text.data(), static_cast<Integer>(text.size()));
-  stream.SetPosition(0);
-  IPtr<IXDoc> doc;
-  GetXDocIntf(stream, doc);
-  return doc;
-}
-
 TEST(XmlTree, ChildKeepsDocumentAlive) {
   IPtr<IXItem> child;
   {
-    IPtr<IXDoc> doc = DocOf("<r><a n=\"1\"/><b/></r>");
+    IPtr<IXDoc> doc = Doc("<r><a n=\"1\"/><b/></r>");
     child = doc->get_Root()->get_Items(1);
     EXPECT_EQ(child.Get(), doc->get_Root()->get_Items(1).Get());  // one wrapper per item
   }
@@ -52,7 +44,7 @@ TEST(XmlTree, ChildKeepsDocumentAlive) {
 }
 
 TEST(XmlTree, DeletedItemDetachesItsInterface) {
-  IPtr<IXDoc> doc = DocOf("<r><a/><b><c/></b></r>");
+  IPtr<IXDoc> doc = Doc("<r><a/><b><c/></b></r>");
   IPtr<IXItem> root = doc->get_Root();
   IPtr<IXItem> b = root->get_Items(1);
   IPtr<IXItem> c = b->get_Items(0);
@@ -72,7 +64,7 @@ TEST(XmlTree, DeletedItemDetachesItsInterface) {
 }
 
 TEST(XmlTree, InterfaceOperations) {
-  IPtr<IXDoc> doc = DocOf("<r/>");
+  IPtr<IXDoc> doc = Doc("<r/>");
   IPtr<IXItem> root = doc->get_Root();
   EXPECT_FALSE(root->get_Parent());
   EXPECT_EQ(root->get_Index(), -1);
@@ -110,8 +102,8 @@ TEST(XmlTree, TreeWithoutDocumentHasNoInterfaces) {
 }
 
 TEST(XmlTree, MovingItemsBetweenTrees) {
-  IPtr<IXDoc> first = DocOf("<r><a><b/></a></r>");
-  IPtr<IXDoc> second = DocOf("<s/>");
+  IPtr<IXDoc> first = Doc("<r><a><b/></a></r>");
+  IPtr<IXDoc> second = Doc("<s/>");
   TXItem* a = XRootOf(first.Get())->get_Items(0);
   IPtr<IXItem> held = a->get_Items(0)->get_Intf();
   XRootOf(second.Get())->AddItem(a);

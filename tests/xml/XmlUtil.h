@@ -24,6 +24,16 @@ inline std::unique_ptr<TXItem> Parse(std::string_view text) {
   return root;
 }
 
+// A document read from the bytes of text.
+inline IPtr<IXDoc> Doc(std::string_view text) {
+  TMemoryStream stream;
+  if (!text.empty()) stream.WriteBuffer(text.data(), static_cast<Integer>(text.size()));
+  stream.SetPosition(0);
+  IPtr<IXDoc> doc;
+  GetXDocIntf(stream, doc);
+  return doc;
+}
+
 inline std::string Write(const TXItem* item, bool withHeader = false) {
   return XDataText(item, withHeader);
 }
