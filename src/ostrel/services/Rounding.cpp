@@ -95,14 +95,9 @@ template <class F>
                                                   const Constants<Extended80>& c) {
   const int biased = y.BiasedExp();
   const UInt64 mant = y.Mantissa();
-  constexpr UInt64 kTop = UInt64{1} << 63;
-  if ((mant & kTop) == 0 || biased == 0 || biased == Extended80::kMaxExp) {
-    const Extended80 ip = Trunc(y);
-    const Extended80 f = y - ip;
-    k = f > c.half ? 1 : (f < -c.half ? -1 : 0);
-    if (k != 0) return ip + (k > 0 ? c.one : -c.one);
-    return ip == c.zero ? c.zero : ip;
-  }
+  using detail80::kTop;
+  if ((mant & kTop) == 0 || biased == 0 || biased == Extended80::kMaxExp)
+    return TwoPiece<Extended80>(y, k, c);
   const bool negative = y.Negative();
   const int e = biased - Extended80::kBias;  // y = mant * 2^(e - 63)
   k = 0;
