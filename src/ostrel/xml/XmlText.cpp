@@ -43,6 +43,59 @@ inline const char* FindByte(const char* from, const char* end, char c) {
   return hit ? static_cast<const char*>(hit) : end;
 }
 
+// The first '<' or '&' in from .. end - 1, or end: where a run of plain text stops.
+inline const char* FindTextStop(const char* from, const char* end) {
+#if defined(__SSE2__)
+  const __m128i lt = _mm_set1_epi8('<'), amp = _mm_set1_epi8('&');
+  for (; end - from >= 16; from += 16) {
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+    const int bits = _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(b, lt), _mm_cmpeq_epi8(b, amp)));
+    if (bits != 0) return from + std::countr_zero(static_cast<unsigned>(bits));
+  }
+#endif
+  while (from < end && *from != '<' && *from != '&') ++from;
+  return from;
+}
+
+// Decodes the entity at the start of s ("&" first) when it is a whole &lt; &gt; &amp; &quot;
+// or &#digits; and appends its character: the bytes taken, or 0 for anything else (which
+// DecodeTo then takes, with its rules for the unusual forms).
+inline std::size_t DecodeOne(std::string_view s, AnsiString& out) {
+  auto is = [&](std::string_view entity) { return s.substr(0, entity.size()) == entity; };
+  if (s.size() < 3) return 0;
+  switch (s[1]) {
+    case 'l':
+      if (!is("&lt;")) return 0;
+      out += '<';
+      return 4;
+    case 'g':
+      if (!is("&gt;")) return 0;
+      out += '>';
+      return 4;
+    case 'a':
+      if (!is("&amp;")) return 0;
+      out += '&';
+      return 5;
+    case 'q':
+      if (!is("&quot;")) return 0;
+      out += '"';
+      return 6;
+    case '#': {
+      unsigned code = 0;
+      for (std::size_t j = 2; j < s.size() && j < 12; ++j) {
+        if (s[j] == ';') {
+          out += static_cast<char>(code);
+          return j + 1;
+        }
+        if (s[j] < '0' || s[j] > '9') return 0;
+        code = (code * 10 + static_cast<unsigned>(s[j] - '0')) & 0xFF;
+      }
+      return 0;
+    }
+    default: return 0;
+  }
+}
+
 std::string_view TrimView(std::string_view s) {
   std::size_t b = 0, e = s.size();
   while (b < e && IsBlank(s[b])) ++b;
@@ -487,33 +540,27 @@ void TXReader::ReadTag(AnsiString& name, AnsiString& attrText, bool& selfClosing
 void TXReader::ReadText(AnsiString& text, bool& cdata, bool dropLeading) {
   text.clear();
   cdata = false;
-  // Where the next "<" is, once found: text with many entities is taken a piece at a time,
-  // and the bytes up to that "<" need not be searched again for each piece.
-  Int64 ltAt = -1;
   while (!AtEnd()) {
     const std::string_view v = Buffered();
     std::size_t from = 0;
     if (dropLeading && text.empty())
       while (from < v.size() && IsBlank(v[from])) ++from;
-    // Two scans beat one loop over the bytes: the next "<", then an "&" before it.
     const char* const base = v.data();
-    const Int64 at = Position();
-    std::size_t stop;
-    if (ltAt >= at && ltAt - at < static_cast<Int64>(v.size())) {
-      stop = static_cast<std::size_t>(ltAt - at);
-    } else {
-      stop = static_cast<std::size_t>(FindByte(base + from, base + v.size(), '<') - base);
-      ltAt = stop < v.size() ? at + static_cast<Int64>(stop) : -1;
-    }
-    const std::size_t i = static_cast<std::size_t>(FindByte(base + from, base + stop, '&') - base);
-    text.append(v.data() + from, i - from);
+    const std::size_t i =
+        static_cast<std::size_t>(FindTextStop(base + from, base + v.size()) - base);
+    text.append(base + from, i - from);
     MovePos(i);
     if (i == v.size()) continue;
     if (v[i] == '<' && !MayBeBang()) return;  // a tag
     if (v[i] == '&') {
+      const std::string_view w = Buffered();
+      // The usual entities whole in the window are decoded here, as DecodeTo would.
+      if (const std::size_t taken = DecodeOne(w, text)) {
+        MovePos(taken);
+        continue;
+      }
       // Up to and with the next ";", or to the end of the input; decoded in place when the
       // buffer holds all of it.
-      const std::string_view w = Buffered();
       const std::size_t semi =
           static_cast<std::size_t>(FindByte(w.data(), w.data() + w.size(), ';') - w.data());
       if (semi < w.size()) {
