@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
 #include <thread>
 
@@ -102,17 +103,28 @@ TEST(XmlTree, TreeWithoutDocumentHasNoInterfaces) {
 }
 
 TEST(XmlTree, MovingItemsBetweenTrees) {
-  IPtr<IXDoc> first = Doc("<r><a><b/></a></r>");
+  IPtr<IXDoc> first = Doc("<r k=\"0\"><a k=\"1\"><b k=\"2\"/></a><c k=\"3\"/></r>");
   IPtr<IXDoc> second = Doc("<s/>");
   TXItem* a = XRootOf(first.Get())->get_Items(0);
   IPtr<IXItem> held = a->get_Items(0)->get_Intf();
   XRootOf(second.Get())->AddItem(a);
   // An interface taken in the old tree lets go of it; new ones belong to the new document.
   EXPECT_EQ(MessageOf([&] { held->get_Name(); }), kDeleted);
+  // Items that leave a tree keep their attribute text when the tree goes: moved to another
+  // tree, taken out on their own, or copied.
+  std::unique_ptr<TXItem> alone(XRootOf(first.Get())->get_Items(0));
+  XRootOf(first.Get())->RemoveItem(alone.get());
+  TXItem copy;
+  copy.Assign(XRootOf(first.Get()));
   first = nullptr;
   IPtr<IXItem> moved = a->get_Items(0)->get_Intf();
   EXPECT_EQ(moved->get_Doc().Get(), second.Get());
-  EXPECT_EQ(second->get_Root()->get_XML(), "<s>\r\n  <a>\r\n    <b/>\r\n  </a>\r\n</s>\r\n");
+  EXPECT_EQ(second->get_Root()->get_XML(),
+            "<s>\r\n  <a k=\"1\">\r\n    <b k=\"2\"/>\r\n  </a>\r\n</s>\r\n");
+  EXPECT_EQ(alone->TagXML() + copy.TagXML(), "<c k=\"3\"><r k=\"0\">");
+  // A text set from a piece of itself.
+  alone->set_AttrText(alone->get_AttrText().substr(1));
+  EXPECT_EQ(alone->get_AttrText(), "=\"3\"");
 }
 
 TEST(XmlTree, TreesOnSeveralThreads) {
@@ -135,6 +147,25 @@ TEST(XmlTree, TreesOnSeveralThreads) {
   t1.join();
   t2.join();
   EXPECT_EQ(r1 + " " + r2, "2000999 2000999");
+  // Items read together share text blocks; one taken out of its tree is a tree of its own,
+  // which another thread may free while this one frees the rest (from the items next to it,
+  // so that both threads would be at one block at once if it were still shared).
+  for (int round = 0; round < 10; ++round) {
+    auto a = Parse(text);
+    std::vector<std::unique_ptr<TXItem>> taken;
+    while (a->get_Count() > 1000) {
+      taken.emplace_back(a->get_Items(a->get_Count() - 1));
+      a->RemoveItem(taken.back().get());
+    }
+    std::atomic<bool> go{false};
+    std::thread t3([&] {
+      while (!go) std::this_thread::yield();
+      taken.clear();
+    });
+    go = true;
+    while (a->get_Count() > 0) delete a->get_Items(a->get_Count() - 1);
+    t3.join();
+  }
 }
 
 TEST(XmlTree, NamesValuesAndCDATA) {

@@ -79,7 +79,7 @@ inline std::string Shape(const TXItem* item) {
   if (!VarIsNull(item->get_Value()))
     s += (item->get_IsText() ? "'" : "='") + VarToStr(item->get_Value()) + "'" +
          (item->get_IsCDATA() ? "!" : "");
-  if (!item->get_AttrText().empty()) s += "{" + item->get_AttrText() + "}";
+  if (!item->get_AttrText().empty()) s += "{" + AnsiString(item->get_AttrText()) + "}";
   if (item->get_Count() > 0) {
     s += "(";
     for (Integer i = 0; i < item->get_Count(); ++i) s += (i ? " " : "") + Shape(item->get_Items(i));

@@ -5,10 +5,12 @@
 #include <ostrel/services/VarServ.h>
 #include <ostrel/xml/Xmlutils.h>
 #include <ostrel/xml/detail/XAttrTable.h>
+#include <ostrel/xml/detail/XTextBlock.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -189,8 +191,50 @@ TXItem::TXItem(IInterface* controller) : fIntf(new TXItemIntf(controller, this))
 
 TXItem::~TXItem() {
   Clear();
-  if (fParent) fParent->RemoveItem(this);
+  if (fParent) fParent->Unlink(this);
   if (TXItemIntf* intf = std::exchange(fIntf, nullptr)) intf->DoRelease();
+  ReleaseAttrText();
+}
+
+void TXItem::ReleaseAttrText() noexcept {
+  if (fAttrBlock)
+    detail::TXTextBlock::Release(fAttrBlock);
+  else
+    delete[] fAttrData;
+  fAttrData = nullptr;
+  fAttrBlock = nullptr;
+  fAttrSize = 0;
+}
+
+void TXItem::set_AttrText(std::string_view text) {
+  // The copy is made before the old text goes: text may be a piece of it.
+  char* copy = nullptr;
+  if (!text.empty()) {
+    copy = new char[text.size()];
+    std::memcpy(copy, text.data(), text.size());
+  }
+  ReleaseAttrText();
+  fAttrData = copy;
+  fAttrSize = static_cast<Cardinal>(text.size());
+}
+
+void TXItem::SetBlockAttrText(detail::TXTextBlock* block, const char* data,
+                              Cardinal size) noexcept {
+  ReleaseAttrText();
+  ++block->users;
+  fAttrBlock = block;
+  fAttrData = data;
+  fAttrSize = size;
+}
+
+void TXItem::OwnTexts() {
+  std::vector<TXItem*> stack{this};
+  while (!stack.empty()) {
+    TXItem* item = stack.back();
+    stack.pop_back();
+    if (item->fAttrBlock) item->set_AttrText(item->get_AttrText());
+    stack.insert(stack.end(), item->fItems.begin(), item->fItems.end());
+  }
 }
 
 void TXItem::Clear() {
@@ -219,7 +263,7 @@ void TXItem::Assign(const TXItem* source) {
     auto [from, to] = stack.back();
     stack.pop_back();
     to->fName = from->fName;
-    to->fAttrText = from->fAttrText;
+    to->set_AttrText(from->get_AttrText());
     to->set_Value(from->fValue);
     to->fIsCDATA = from->fIsCDATA;
     to->fTag = from->fTag;
@@ -233,7 +277,16 @@ void TXItem::Assign(const TXItem* source) {
 void TXItem::RemoveItem(TXItem* item) {
   auto it = std::find(fItems.begin(), fItems.end(), item);
   if (it == fItems.end()) BUG("TXItem.RemoveItem: invalid item");
+  // The item becomes a tree of its own: it may go to another thread, apart from the blocks
+  // its texts share with this tree.
+  item->OwnTexts();
   fItems.erase(it);
+  item->fParent = nullptr;
+}
+
+void TXItem::Unlink(TXItem* item) noexcept {
+  const auto it = std::find(fItems.begin(), fItems.end(), item);
+  if (it != fItems.end()) fItems.erase(it);
   item->fParent = nullptr;
 }
 
@@ -245,8 +298,14 @@ TXItem* TXItem::InsertItem(Integer index, TXItem* item) {
   if (item->fParent || item->fIntf || !item->fItems.empty()) {
     for (TXItem* p = fParent; p; p = p->fParent)
       if (p == item) BUG("TXItem.InsertItem: invalid item");
-    if (item->Root() != Root()) item->DropWrappers();
-    if (item->fParent) item->fParent->RemoveItem(item);
+    const bool otherTree = item->Root() != Root();
+    if (otherTree) item->DropWrappers();
+    if (item->fParent) {
+      // From another tree, which stays behind, the item takes copies of its texts; a whole
+      // tree (a root) brings every user of its blocks along.
+      if (otherTree) item->OwnTexts();
+      item->fParent->Unlink(item);
+    }
   }
   fItems.insert(fItems.begin() + index, item);
   item->fParent = this;
@@ -334,7 +393,7 @@ void TXItem::set_CDATA(std::string_view text) {
 
 AnsiString TXItem::TagXML() const {
   AnsiString s = "<" + fName;
-  const AnsiString attrs = Trim(fAttrText);
+  const AnsiString attrs = Trim(get_AttrText());
   if (!attrs.empty()) s += " " + attrs;
   return s + ">";
 }
@@ -378,7 +437,7 @@ bool TXItem::ScanAttr(std::string_view text, Integer& pos, std::string_view pref
 
 bool TXItem::ExtractAttr(Integer& pos, AnsiString& name, Integer& start, Integer& len,
                          AnsiString& value) const {
-  return ScanAttr(fAttrText, pos, {}, name, start, len, value);
+  return ScanAttr(get_AttrText(), pos, {}, name, start, len, value);
 }
 
 bool TXItem::FindAttr(std::string_view name, AnsiString& value, Integer& start,
@@ -402,18 +461,21 @@ void TXItem::set_Attr(std::string_view name, const Variant& value) {
   AnsiString old;
   Integer start = 0, len = 0;
   const bool found = FindAttr(name, old, start, len);
+  AnsiString text(get_AttrText());
   if (VarIsNull(value)) {
-    if (found) fAttrText.erase(static_cast<std::size_t>(start) - 1, static_cast<std::size_t>(len));
-    return;
+    if (!found) return;
+    text.erase(static_cast<std::size_t>(start) - 1, static_cast<std::size_t>(len));
+  } else {
+    AnsiString attr(name);
+    attr += "=\"";
+    attr += Var2XML(value, true);
+    attr += '"';
+    if (found)
+      text.replace(static_cast<std::size_t>(start) - 1, static_cast<std::size_t>(len), attr);
+    else
+      text += " " + attr;
   }
-  AnsiString attr(name);
-  attr += "=\"";
-  attr += Var2XML(value, true);
-  attr += '"';
-  if (found)
-    fAttrText.replace(static_cast<std::size_t>(start) - 1, static_cast<std::size_t>(len), attr);
-  else
-    fAttrText += " " + attr;
+  set_AttrText(text);
 }
 
 bool TXItem::GetAttrList(IPtr<IDump>& list) const {

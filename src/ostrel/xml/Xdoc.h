@@ -26,6 +26,10 @@ inline constexpr auto _SErrXAttrFormat = Cp1251(u8"Ошибка в формат�
 
 struct IXDoc;
 class TXItem;
+class TXReader;
+namespace detail {
+struct TXTextBlock;
+}
 class TXItemIntf;
 
 // One element of an in-memory XML tree. Operations are in slot order; every one of them
@@ -166,13 +170,10 @@ class OSTREL_API TXItem : public TObject {
   // "<Name AttrText>", the attribute text trimmed, the blank only when there is any.
   AnsiString TagXML() const;
 
-  // The attribute text as read: everything between the name and ">" or "/>".
-  const AnsiString& get_AttrText() const noexcept { return fAttrText; }
-  void set_AttrText(std::string_view text) { fAttrText.assign(text.data(), text.size()); }
-  template <class S, std::enable_if_t<std::is_same_v<S, AnsiString>, int> = 0>
-  void set_AttrText(S&& text) noexcept {
-    fAttrText = std::move(text);
-  }
+  // The attribute text as read: everything between the name and ">" or "/>". The view
+  // lasts until the text is changed or the item goes.
+  std::string_view get_AttrText() const noexcept { return {fAttrData, fAttrSize}; }
+  void set_AttrText(std::string_view text);
   // Attribute access raises _SErrXAttrFormat (with the whole attribute text) when the text
   // is malformed: attributes are name="value", double quotes only.
   Variant get_Attr(std::string_view name) const;
@@ -207,12 +208,25 @@ class OSTREL_API TXItem : public TObject {
   // detached, so none forwards its count to a root it no longer belongs to.
   void DropWrappers();
 
+  friend class TXReader;
+  // The attribute text: a copy of the item's own, or a piece of a text block that the reader
+  // filled for many items at once (then fAttrBlock counts this item among its users). The
+  // items using one block are always of one tree; an item that leaves its tree takes a copy.
+  void SetBlockAttrText(detail::TXTextBlock* block, const char* data, Cardinal size) noexcept;
+  void ReleaseAttrText() noexcept;
+  // Gives every item of the subtree whose text lies in a block a copy of its own.
+  void OwnTexts();
+  // Takes a child out of the list without the checks and copies of RemoveItem.
+  void Unlink(TXItem* item) noexcept;
+
   AnsiString fName;
   Variant fValue = Variant::Null();
-  AnsiString fAttrText;
+  const char* fAttrData = nullptr;
+  detail::TXTextBlock* fAttrBlock = nullptr;
   TXItem* fParent = nullptr;
   std::vector<TXItem*> fItems;
   TXItemIntf* fIntf = nullptr;
+  Cardinal fAttrSize = 0;
   Integer fTag = 0;
   bool fIsCDATA = false;
 };

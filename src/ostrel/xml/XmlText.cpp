@@ -7,6 +7,7 @@
 #include <ostrel/rtl/detail/Common.h>
 #include <ostrel/services/ErrServ.h>
 #include <ostrel/xml/Xmlutils.h>
+#include <ostrel/xml/detail/XTextBlock.h>
 
 #include <array>
 #include <bit>
@@ -393,10 +394,27 @@ TXReader::TXReader(TStream& stream) : fSource(stream), fStart(stream.GetPosition
 }
 
 TXReader::~TXReader() {
+  detail::TXTextBlock::Release(fBlock);
   try {
     fSource.SetPosition(Position());
   } catch (const Exception&) {
   }
+}
+
+void TXReader::StoreAttrText(TXItem* item, std::string_view text) {
+  if (text.empty()) return;
+  if (!fBlock || fBlock->capacity - fBlock->used < text.size()) {
+    constexpr std::size_t kLargest = 64 * 1024;
+    detail::TXTextBlock* block =
+        detail::TXTextBlock::Make(std::max(fBlockSize - sizeof(detail::TXTextBlock), text.size()));
+    detail::TXTextBlock::Release(fBlock);
+    fBlock = block;
+    fBlockSize = std::min(2 * fBlockSize, kLargest);
+  }
+  char* const at = fBlock->Data() + fBlock->used;
+  std::memcpy(at, text.data(), text.size());
+  fBlock->used += text.size();
+  item->SetBlockAttrText(fBlock, at, static_cast<Cardinal>(text.size()));
 }
 
 bool TXReader::Refill() {
@@ -656,7 +674,7 @@ void TXReader::ReadItem(TXItem* item) {
     }
     TXItem* element = parent ? parent->Add() : item;
     element->set_Name(std::move(name));
-    element->set_AttrText(std::move(attrText));
+    StoreAttrText(element, attrText);
     if (!selfClosing)
       parent = element;
     else if (!parent)

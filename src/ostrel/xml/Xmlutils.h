@@ -152,6 +152,11 @@ class OSTREL_API TXReader {
   Int64 fTagPos = 0;        // where the last tag began
   AnsiString fText;         // text and entity buffers, reused from element to element
   AnsiString fEntity;
+  // The block that takes the attribute text of the items read; each new block is twice as
+  // large as the one before, up to a limit, so that a small piece read costs little.
+  detail::TXTextBlock* fBlock = nullptr;
+  std::size_t fBlockSize = 256;
+  void StoreAttrText(TXItem* item, std::string_view text);
 };
 
 // Writes items as indented XML text (two blanks a level, CR LF after every line), gathered

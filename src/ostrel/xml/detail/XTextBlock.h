@@ -1,0 +1,30 @@
+// Text blocks of the item tree: the reader copies the attribute text of many items into one
+// block instead of giving each item a heap string of its own. A block counts the items that
+// use it (and the reader while it fills it) and goes with the last of them. All users of a
+// block are of one tree, which belongs to one thread at a time, so the count is plain.
+#pragma once
+
+#include <ostrel/rtl/Types.h>
+
+#include <cstddef>
+#include <new>
+
+namespace ostrel::detail {
+
+struct TXTextBlock {
+  std::size_t users;
+  std::size_t capacity;
+  std::size_t used;
+
+  char* Data() noexcept { return reinterpret_cast<char*>(this + 1); }
+
+  static TXTextBlock* Make(std::size_t capacity) {
+    void* memory = ::operator new(sizeof(TXTextBlock) + capacity);
+    return new (memory) TXTextBlock{1, capacity, 0};
+  }
+  static void Release(TXTextBlock* block) noexcept {
+    if (block && --block->users == 0) ::operator delete(block);
+  }
+};
+
+}  // namespace ostrel::detail
