@@ -58,6 +58,9 @@ const DialectCase kDialect[] = {
     {"<a\"b c\">x</a\"b>", "!" + kFormat},  // the quote in the end tag opens
     {std::string_view("<r>\0\x01x</r>", 10), "r='x'"}, {"<>", ""},
     {"<r><?xml v?>x</r>", "!" + kFormat + "\r\r< expected"},
+    // Brackets in quoted values of a tag longer than the reader's 16-byte steps.
+    {"<r a=\"0123456789abcdef>\" b=\"<x>\" c=\"\"/>", "r{a=\"0123456789abcdef>\" b=\"<x>\" c=\"\"}"},
+    {"<r a=\"0123456789abcdef\" b=\"x\"<c/>", "!" + kFormat},
     // clang-format on
 };
 

@@ -129,6 +129,33 @@ inline const char* FindTagStop(const char* from, const char* end) {
   return from;
 }
 
+// Whether from .. end - 1 holds an even number of '"' and no '<'. The bytes up to limit may
+// be read (and are not counted), so that the last piece is looked at sixteen at a time too.
+inline bool QuotesPairedNoLt(const char* from, const char* end, const char* limit) {
+  // Only the count's parity matters: the quote masks are folded together with exclusive or
+  // (a population count is a library call on the baseline processor).
+  unsigned quotes = 0;
+#if defined(__SSE2__)
+  const __m128i quote = _mm_set1_epi8('"'), lt = _mm_set1_epi8('<');
+  for (; from < end && limit - from >= 16; from += 16) {
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+    unsigned in = 0xFFFF;
+    if (end - from < 16) in = (1u << (end - from)) - 1;
+    if ((static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(b, lt))) & in) != 0) return false;
+    quotes ^= static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(b, quote))) & in;
+  }
+  quotes ^= quotes >> 8;
+  quotes ^= quotes >> 4;
+  quotes ^= quotes >> 2;
+  quotes ^= quotes >> 1;
+#endif
+  for (; from < end; ++from) {
+    if (*from == '<') return false;
+    quotes ^= *from == '"';
+  }
+  return (quotes & 1) == 0;
+}
+
 // Which bytes Encode must replace: 1 in element text, 2 in attribute values (strict).
 constexpr std::array<unsigned char, 256> kEncodeClass = [] {
   std::array<unsigned char, 256> t{};
@@ -531,6 +558,12 @@ void TXReader::ReadTag(AnsiString& name, AnsiString& attrText, bool& selfClosing
         inQuotes = false;
         ++p;
         continue;
+      }
+      // Most tags end at the next '>' with the quotes before it paired and no '<' among them:
+      // one scan finds it and one checks the bytes up to it, instead of a scan per quote.
+      if (const char* gt = FindByte(p, end, '>'); gt != end && QuotesPairedNoLt(p, gt, end)) {
+        p = gt;
+        break;
       }
       p = FindTagStop<false>(p, end);
       if (p == end || *p != '"') break;
