@@ -131,6 +131,12 @@ TEST(XmlReader, TopElementReusesTheItem) {
   EXPECT_EQ(Shape(root.get()), "new='v'{a=\"1\"}(kept c)");
   xmltest::LoadText(root.get(), "   ");
   EXPECT_EQ(Shape(root.get()), "new='v'{a=\"1\"}(kept c)");
+  // A value read as text stays when the item is read again, with or without attributes.
+  auto leaf = Parse("<a x=\"1\">text</a>");
+  xmltest::LoadText(leaf.get(), "<b/>");
+  EXPECT_EQ(Shape(leaf.get()), "b='text'");
+  xmltest::LoadText(leaf.get(), "<c y=\"2\"/>");
+  EXPECT_EQ(Shape(leaf.get()), "c='text'{y=\"2\"}");
 }
 
 TEST(XmlReader, StreamOfFewerBytesThanItsSizeEnds) {

@@ -30,12 +30,7 @@ constexpr std::string_view kCDATAClose = "]]>";
 
 using detail::IsBlank;
 
-// Whether s is "<![CDATA[" ... "]]>", the markers compared ignoring letter case.
-bool IsCDATAWrapped(std::string_view s) {
-  return s.size() >= kCDATAOpen.size() + kCDATAClose.size() &&
-         SameText(s.substr(0, kCDATAOpen.size()), kCDATAOpen) &&
-         SameText(s.substr(s.size() - kCDATAClose.size()), kCDATAClose);
-}
+using detail::IsCDATAWrapped;
 
 std::string_view UnwrapCDATA(std::string_view s) {
   return s.substr(kCDATAOpen.size(), s.size() - kCDATAOpen.size() - kCDATAClose.size());
@@ -193,38 +188,48 @@ TXItem::~TXItem() {
   Clear();
   if (fParent) fParent->Unlink(this);
   if (TXItemIntf* intf = std::exchange(fIntf, nullptr)) intf->DoRelease();
-  ReleaseAttrText();
+  ReleaseTexts();
 }
 
-void TXItem::ReleaseAttrText() noexcept {
-  if (fAttrBlock)
-    detail::TXTextBlock::Release(fAttrBlock);
+void TXItem::ReleaseTexts() noexcept {
+  if (fBlock)
+    detail::TXTextBlock::Release(fBlock);
   else
-    delete[] fAttrData;
-  fAttrData = nullptr;
-  fAttrBlock = nullptr;
-  fAttrSize = 0;
+    delete[] fText;
+  fText = nullptr;
+  fBlock = nullptr;
+  fAttrSize = fValueSize = 0;
 }
 
-void TXItem::set_AttrText(std::string_view text) {
-  // The copy is made before the old text goes: text may be a piece of it.
+void TXItem::MakeValue() const {
+  fValue = Variant(ValueText());
+  fValueSize = 0;
+}
+
+void TXItem::SetTexts(std::string_view attrText, std::string_view valueText) {
+  // The copy is made before the old texts go: either may be a piece of them.
   char* copy = nullptr;
-  if (!text.empty()) {
-    copy = new char[text.size()];
-    std::memcpy(copy, text.data(), text.size());
+  if (const std::size_t size = attrText.size() + valueText.size(); size != 0) {
+    copy = new char[size];
+    std::memcpy(copy, attrText.data(), attrText.size());
+    std::memcpy(copy + attrText.size(), valueText.data(), valueText.size());
   }
-  ReleaseAttrText();
-  fAttrData = copy;
-  fAttrSize = static_cast<Cardinal>(text.size());
+  ReleaseTexts();
+  fText = copy;
+  fAttrSize = static_cast<Cardinal>(attrText.size());
+  fValueSize = static_cast<Cardinal>(valueText.size());
 }
 
-void TXItem::SetBlockAttrText(detail::TXTextBlock* block, const char* data,
-                              Cardinal size) noexcept {
-  ReleaseAttrText();
+void TXItem::set_AttrText(std::string_view text) { SetTexts(text, ValueText()); }
+
+void TXItem::SetBlockTexts(detail::TXTextBlock* block, const char* text, Cardinal attrSize,
+                           Cardinal valueSize) noexcept {
   ++block->users;
-  fAttrBlock = block;
-  fAttrData = data;
-  fAttrSize = size;
+  ReleaseTexts();
+  fBlock = block;
+  fText = text;
+  fAttrSize = attrSize;
+  fValueSize = valueSize;
 }
 
 void TXItem::OwnTexts() {
@@ -232,7 +237,7 @@ void TXItem::OwnTexts() {
   while (!stack.empty()) {
     TXItem* item = stack.back();
     stack.pop_back();
-    if (item->fAttrBlock) item->set_AttrText(item->get_AttrText());
+    if (item->fBlock) item->SetTexts(item->get_AttrText(), item->ValueText());
     stack.insert(stack.end(), item->fItems.begin(), item->fItems.end());
   }
 }
@@ -263,8 +268,8 @@ void TXItem::Assign(const TXItem* source) {
     auto [from, to] = stack.back();
     stack.pop_back();
     to->fName = from->fName;
-    to->set_AttrText(from->get_AttrText());
-    to->set_Value(from->fValue);
+    to->SetTexts(from->get_AttrText(), from->ValueText());
+    to->fValue = from->fValue;
     to->fIsCDATA = from->fIsCDATA;
     to->fTag = from->fTag;
     to->fItems.reserve(from->fItems.size());
@@ -372,6 +377,7 @@ TXItem* TXItem::get_Items(Integer index) const {
 void TXItem::set_Value(const Variant& value) { set_Value(Variant(value)); }
 
 void TXItem::set_Value(Variant&& value) {
+  fValueSize = 0;
   fIsCDATA = false;
   if (value.VarType() == varString && IsCDATAWrapped(value.StrRef())) {
     fValue = Variant(UnwrapCDATA(value.StrRef()));
@@ -383,11 +389,12 @@ void TXItem::set_Value(Variant&& value) {
 
 AnsiString TXItem::get_CDATA() const {
   if (!fIsCDATA) DIE(_SErrXItemNotCDATA);
-  return VarToStr(fValue);
+  return VarToStr(get_Value());
 }
 
 void TXItem::set_CDATA(std::string_view text) {
   fValue = Variant(IsCDATAWrapped(text) ? UnwrapCDATA(text) : text);
+  fValueSize = 0;
   fIsCDATA = true;
 }
 

@@ -157,7 +157,12 @@ class OSTREL_API TXItem : public TObject {
   void set_Name(S&& name) noexcept {
     fName = std::move(name);
   }
-  const Variant& get_Value() const noexcept { return fValue; }
+  // A value read from text is made a variant on first use (reading it thus changes the
+  // item, as any use of a tree from one thread at a time may).
+  const Variant& get_Value() const {
+    if (fValueSize != 0) MakeValue();
+    return fValue;
+  }
   // IsCDATA false; an 8-bit string wrapped in "<![CDATA[" ... "]]>" (markers compared
   // ignoring case) is unwrapped and sets IsCDATA.
   void set_Value(const Variant& value);
@@ -172,7 +177,7 @@ class OSTREL_API TXItem : public TObject {
 
   // The attribute text as read: everything between the name and ">" or "/>". The view
   // lasts until the text is changed or the item goes.
-  std::string_view get_AttrText() const noexcept { return {fAttrData, fAttrSize}; }
+  std::string_view get_AttrText() const noexcept { return {fText, fAttrSize}; }
   void set_AttrText(std::string_view text);
   // Attribute access raises _SErrXAttrFormat (with the whole attribute text) when the text
   // is malformed: attributes are name="value", double quotes only.
@@ -209,24 +214,33 @@ class OSTREL_API TXItem : public TObject {
   void DropWrappers();
 
   friend class TXReader;
-  // The attribute text: a copy of the item's own, or a piece of a text block that the reader
-  // filled for many items at once (then fAttrBlock counts this item among its users). The
-  // items using one block are always of one tree; an item that leaves its tree takes a copy.
-  void SetBlockAttrText(detail::TXTextBlock* block, const char* data, Cardinal size) noexcept;
-  void ReleaseAttrText() noexcept;
-  // Gives every item of the subtree whose text lies in a block a copy of its own.
+  friend class TXWriter;
+  // The texts: the attribute text, followed by the value's text while no variant has been
+  // made of it. They are a copy of the item's own, or a piece of a text block that the reader
+  // filled for many items at once (then fBlock counts this item among its users). The items
+  // using one block are always of one tree; an item that leaves its tree takes a copy.
+  std::string_view ValueText() const noexcept { return {fText + fAttrSize, fValueSize}; }
+  void MakeValue() const;
+  // Own copies of the attribute text and of the value's text (empty for none: a value given
+  // as a variant stays).
+  void SetTexts(std::string_view attrText, std::string_view valueText);
+  void SetBlockTexts(detail::TXTextBlock* block, const char* text, Cardinal attrSize,
+                     Cardinal valueSize) noexcept;
+  void ReleaseTexts() noexcept;
+  // Gives every item of the subtree whose texts lie in a block copies of its own.
   void OwnTexts();
   // Takes a child out of the list without the checks and copies of RemoveItem.
   void Unlink(TXItem* item) noexcept;
 
   AnsiString fName;
-  Variant fValue = Variant::Null();
-  const char* fAttrData = nullptr;
-  detail::TXTextBlock* fAttrBlock = nullptr;
+  mutable Variant fValue = Variant::Null();
+  const char* fText = nullptr;
+  detail::TXTextBlock* fBlock = nullptr;
   TXItem* fParent = nullptr;
   std::vector<TXItem*> fItems;
   TXItemIntf* fIntf = nullptr;
   Cardinal fAttrSize = 0;
+  mutable Cardinal fValueSize = 0;  // not 0: the value is the text after the attribute text
   Integer fTag = 0;
   bool fIsCDATA = false;
 };

@@ -428,20 +428,67 @@ TXReader::~TXReader() {
   }
 }
 
-void TXReader::StoreAttrText(TXItem* item, std::string_view text) {
-  if (text.empty()) return;
-  if (!fBlock || fBlock->capacity - fBlock->used < text.size()) {
+char* TXReader::BlockRoom(std::size_t size) {
+  if (!fBlock || fBlock->capacity - fBlock->used < size) {
     constexpr std::size_t kLargest = 64 * 1024;
     detail::TXTextBlock* block =
-        detail::TXTextBlock::Make(std::max(fBlockSize - sizeof(detail::TXTextBlock), text.size()));
+        detail::TXTextBlock::Make(std::max(fBlockSize - sizeof(detail::TXTextBlock), size));
     detail::TXTextBlock::Release(fBlock);
     fBlock = block;
     fBlockSize = std::min(2 * fBlockSize, kLargest);
   }
-  char* const at = fBlock->Data() + fBlock->used;
+  return fBlock->Data() + fBlock->used;
+}
+
+void TXReader::StoreAttrText(TXItem* item, std::string_view text) {
+  // An item read again (the top one) keeps its value.
+  if (item->fValueSize != 0) item->MakeValue();
+  if (text.empty()) {
+    if (item->fText) item->ReleaseTexts();
+    return;
+  }
+  char* const at = BlockRoom(text.size());
   std::memcpy(at, text.data(), text.size());
   fBlock->used += text.size();
-  item->SetBlockAttrText(fBlock, at, static_cast<Cardinal>(text.size()));
+  item->SetBlockTexts(fBlock, at, static_cast<Cardinal>(text.size()), 0);
+}
+
+void TXReader::StoreText(TXItem* parent, std::string_view text, bool cdata, bool endTag) {
+  text = TrimView(text);
+  if (text.empty()) return;
+  TXItem* target = parent;
+  if (parent->get_Count() > 0 || !endTag) {
+    target = parent->Add();
+    target->set_Name("#text");
+  }
+  if (detail::IsCDATAWrapped(text)) {
+    // Unwrapped as set_Value and set_CDATA unwrap it.
+    if (cdata)
+      target->set_CDATA(text);
+    else
+      target->set_Value(Variant(text));
+    return;
+  }
+  // The value's text follows the attribute text in the block: where that is the last thing
+  // stored (a leaf's value comes right after its start tag), only the value is copied.
+  const std::string_view attrText = target->get_AttrText();
+  const bool follows = target->fBlock && target->fBlock == fBlock &&
+                       attrText.data() + attrText.size() == fBlock->Data() + fBlock->used &&
+                       fBlock->capacity - fBlock->used >= text.size();
+  char* at;
+  if (follows) {
+    at = const_cast<char*>(attrText.data());
+  } else {
+    at = BlockRoom(attrText.size() + text.size());
+    std::memcpy(at, attrText.data(), attrText.size());
+    fBlock->used += attrText.size();
+  }
+  std::memcpy(fBlock->Data() + fBlock->used, text.data(), text.size());
+  fBlock->used += text.size();
+  target->SetBlockTexts(fBlock, at, static_cast<Cardinal>(attrText.size()),
+                        static_cast<Cardinal>(text.size()));
+  target->fValue = Variant::Null();
+  target->fIsCDATA = cdata;
 }
 
 bool TXReader::Refill() {
@@ -661,26 +708,6 @@ void TXReader::ReadValue(Variant& value, bool& cdata) {
   value = fText.empty() ? Variant::Null() : Variant(fText);
 }
 
-namespace {
-
-// Text read before a tag: trimmed; to the parent itself when the tag ends a parent that has
-// no children, else to a new "#text" child.
-void StoreText(TXItem* parent, std::string_view text, bool cdata, bool endTag) {
-  text = TrimView(text);
-  if (text.empty()) return;
-  TXItem* target = parent;
-  if (parent->get_Count() > 0 || !endTag) {
-    target = parent->Add();
-    target->set_Name("#text");
-  }
-  if (cdata)
-    target->set_CDATA(text);
-  else
-    target->set_Value(Variant(text));
-}
-
-}  // namespace
-
 void TXReader::ReadItem(TXItem* item) {
   // The open elements are the chain of parents from the current one up to item, so that
   // nesting of any depth is read without recursion.
@@ -807,12 +834,19 @@ void TXWriter::WriteItem(const TXItem* item) {
       open.push_back({x, 0});
       return;
     }
-    const Variant& value = x->get_Value();
+    // A value still held as read text is written from there, without making a variant.
+    static const Variant none = Variant::Null();
+    const bool read = x->fValueSize != 0;
+    const Variant& value = read ? none : x->get_Value();
+    const bool string = read || value.VarType() == varString;
     AnsiString converted;
     std::string_view content;
     bool hasContent = false;
-    if (!VarIsNull(value)) {
-      if (value.VarType() == varString) {
+    if (read) {
+      content = x->ValueText();
+      hasContent = !TrimView(content).empty();
+    } else if (!VarIsNull(value)) {
+      if (string) {
         content = value.StrRef();
       } else {
         converted = VarToStr(value);
@@ -828,7 +862,7 @@ void TXWriter::WriteItem(const TXItem* item) {
         fBuffer += "<![CDATA[";
         fBuffer += content;
         fBuffer += "]]>";
-      } else if (value.VarType() == varString) {
+      } else if (string) {
         EncodeTo(fBuffer, content, false);
       } else {
         fBuffer += Var2XML(value, false);

@@ -152,11 +152,16 @@ class OSTREL_API TXReader {
   Int64 fTagPos = 0;        // where the last tag began
   AnsiString fText;         // text and entity buffers, reused from element to element
   AnsiString fEntity;
-  // The block that takes the attribute text of the items read; each new block is twice as
-  // large as the one before, up to a limit, so that a small piece read costs little.
+  // The block that takes the attribute texts and values of the items read; each new block is
+  // twice as large as the one before, up to a limit, so that a small piece read costs little.
   detail::TXTextBlock* fBlock = nullptr;
   std::size_t fBlockSize = 256;
+  // Room for size bytes at the end of the block, a new block when there is none.
+  char* BlockRoom(std::size_t size);
   void StoreAttrText(TXItem* item, std::string_view text);
+  // Text read before a tag: to the parent itself when the tag ends a parent that has no
+  // children, else to a new "#text" child.
+  void StoreText(TXItem* parent, std::string_view text, bool cdata, bool endTag);
 };
 
 // Writes items as indented XML text (two blanks a level, CR LF after every line), gathered

@@ -4,10 +4,12 @@
 // block are of one tree, which belongs to one thread at a time, so the count is plain.
 #pragma once
 
+#include <ostrel/rtl/Strings.h>
 #include <ostrel/rtl/Types.h>
 
 #include <cstddef>
 #include <new>
+#include <string_view>
 
 namespace ostrel::detail {
 
@@ -26,5 +28,13 @@ struct TXTextBlock {
     if (block && --block->users == 0) ::operator delete(block);
   }
 };
+
+// Whether s is "<![CDATA[" ... "]]>", the markers compared ignoring letter case: such a
+// value is kept unwrapped and marked as character data.
+inline bool IsCDATAWrapped(std::string_view s) {
+  constexpr std::string_view open = "<![CDATA[", close = "]]>";
+  return s.size() >= open.size() + close.size() && SameText(s.substr(0, open.size()), open) &&
+         SameText(s.substr(s.size() - close.size()), close);
+}
 
 }  // namespace ostrel::detail
