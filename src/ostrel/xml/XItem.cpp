@@ -211,8 +211,8 @@ void TXItem::SetTexts(std::string_view attrText, std::string_view valueText) {
   char* copy = nullptr;
   if (const std::size_t size = attrText.size() + valueText.size(); size != 0) {
     copy = new char[size];
-    std::memcpy(copy, attrText.data(), attrText.size());
-    std::memcpy(copy + attrText.size(), valueText.data(), valueText.size());
+    if (!attrText.empty()) std::memcpy(copy, attrText.data(), attrText.size());
+    if (!valueText.empty()) std::memcpy(copy + attrText.size(), valueText.data(), valueText.size());
   }
   ReleaseTexts();
   fText = copy;

@@ -27,18 +27,20 @@ namespace {
 using detail::IsBlank;
 
 // The first c in from .. end - 1, or end. Most runs searched here are short (an attribute
-// value, a few words of text), where a library call costs more than the search itself: the
-// first sixteen bytes are looked at inline, and only a longer run goes to memchr.
+// value, a tag, a few words of text), where a library call costs more than the search
+// itself: the first 128 bytes are looked at inline, and only a longer run goes to memchr.
 inline const char* FindByte(const char* from, const char* end, char c) {
 #if defined(__SSE2__)
   if (end - from < 16) {
     while (from < end && *from != c) ++from;
     return from;
   }
-  const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
-  const int mask = _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)));
-  if (mask != 0) return from + std::countr_zero(static_cast<unsigned>(mask));
-  from += 16;
+  const __m128i wanted = _mm_set1_epi8(c);
+  for (int step = 0; step < 8 && end - from >= 16; ++step, from += 16) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+    const int mask = _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, wanted));
+    if (mask != 0) return from + std::countr_zero(static_cast<unsigned>(mask));
+  }
 #endif
   const void* hit = std::memchr(from, c, static_cast<std::size_t>(end - from));
   return hit ? static_cast<const char*>(hit) : end;
@@ -480,7 +482,7 @@ void TXReader::StoreText(TXItem* parent, std::string_view text, bool cdata, bool
     at = const_cast<char*>(attrText.data());
   } else {
     at = BlockRoom(attrText.size() + text.size());
-    std::memcpy(at, attrText.data(), attrText.size());
+    if (!attrText.empty()) std::memcpy(at, attrText.data(), attrText.size());
     fBlock->used += attrText.size();
   }
   std::memcpy(fBlock->Data() + fBlock->used, text.data(), text.size());
@@ -533,7 +535,7 @@ void TXReader::SkipSpaces() {
   }
 }
 
-bool TXReader::MayBeBang() {
+inline bool TXReader::MayBeBang() {
   // Whether "<!" may come next: a quick look at the buffered bytes, so that the common case
   // (a tag) does not go through MatchStr.
   const std::string_view v = Buffered();
