@@ -374,6 +374,8 @@ TXItem* TXItem::get_Items(Integer index) const {
   return fItems[static_cast<std::size_t>(index)];
 }
 
+void TXItem::set_Name(std::string_view name) { fName.assign(name.data(), name.size()); }
+
 void TXItem::set_Value(const Variant& value) { set_Value(Variant(value)); }
 
 void TXItem::set_Value(Variant&& value) {

@@ -151,7 +151,7 @@ class OSTREL_API TXItem : public TObject {
   TXItem* get_Items(Integer index) const;
 
   const AnsiString& get_Name() const noexcept { return fName; }
-  void set_Name(std::string_view name) { fName.assign(name.data(), name.size()); }
+  void set_Name(std::string_view name);
   // Takes over a string given as an rvalue (the reader's way).
   template <class S, std::enable_if_t<std::is_same_v<S, AnsiString>, int> = 0>
   void set_Name(S&& name) noexcept {

@@ -559,15 +559,26 @@ bool TXReader::SkipComment() {
 }
 
 void TXReader::ReadTag(AnsiString& name, AnsiString& attrText, bool& selfClosing, bool& endTag) {
-  name.clear();
-  attrText.clear();
-  selfClosing = endTag = false;
+  const Tag tag = ReadTagView();
+  name.assign(tag.name.data(), tag.name.size());
+  attrText.assign(tag.attrText.data(), tag.attrText.size());
+  selfClosing = tag.selfClosing;
+  endTag = tag.endTag;
+}
+
+TXReader::Tag TXReader::ReadTagView() {
+  Tag tag;
   do SkipSpaces();
   while (SkipComment());
-  if (AtEnd()) return;
+  if (AtEnd()) return tag;
   fTagPos = Position();
   if (Buffered()[0] != '<') RaiseException("< expected");
   MovePos(1);
+  // A tag within the window is taken where it lies; one that goes on past the window's end
+  // is gathered into fTagName and fTagAttr (spilled).
+  bool spilled = false;
+  fTagName.clear();
+  fTagAttr.clear();
   // A quote in the name opens a quoted run in which brackets do not count, but a blank still
   // ends the name; in the attribute text a quoted value is taken whole.
   bool inQuotes = false, inName = true;
@@ -582,7 +593,10 @@ void TXReader::ReadTag(AnsiString& name, AnsiString& attrText, bool& selfClosing
         p = FindTagStop<true>(p, end);
         if (p == end) break;
         if (IsBlank(*p)) {
-          name.append(run, p);
+          if (spilled)
+            fTagName.append(run, p);
+          else
+            tag.name = std::string_view(run, static_cast<std::size_t>(p - run));
           inName = false;
           run = ++p;
         } else if (*p == '"') {
@@ -596,7 +610,7 @@ void TXReader::ReadTag(AnsiString& name, AnsiString& attrText, bool& selfClosing
         continue;
       }
       // Blanks before the attribute text are dropped.
-      if (run == p && attrText.empty()) {
+      if (run == p && (!spilled || fTagAttr.empty())) {
         while (p < end && IsBlank(*p)) ++p;
         run = p;
         if (p == end) break;
@@ -619,22 +633,36 @@ void TXReader::ReadTag(AnsiString& name, AnsiString& attrText, bool& selfClosing
       inQuotes = true;
       ++p;
     }
-    (inName ? name : attrText).append(run, p);
+    const std::string_view piece(run, static_cast<std::size_t>(p - run));
+    if (p == end && !spilled) {
+      // The window moves on: what was taken where it lay is copied first.
+      fTagName.assign(tag.name.data(), tag.name.size());
+      spilled = true;
+    }
+    if (spilled)
+      (inName ? fTagName : fTagAttr).append(piece);
+    else
+      (inName ? tag.name : tag.attrText) = piece;
     MovePos(static_cast<std::size_t>(p - v.data()));
     if (p == end) continue;
     if (*p == '<') RaiseException({});
     MovePos(1);
     break;
   }
-  if (!name.empty() && name[0] == '/') {
-    endTag = true;
-  } else if (!name.empty() && name.back() == '/') {
-    name.pop_back();
-    selfClosing = true;
-  } else if (!attrText.empty() && attrText.back() == '/') {
-    attrText.pop_back();
-    selfClosing = true;
+  if (spilled) {
+    tag.name = fTagName;
+    tag.attrText = fTagAttr;
   }
+  if (!tag.name.empty() && tag.name[0] == '/') {
+    tag.endTag = true;
+  } else if (!tag.name.empty() && tag.name.back() == '/') {
+    tag.name.remove_suffix(1);
+    tag.selfClosing = true;
+  } else if (!tag.attrText.empty() && tag.attrText.back() == '/') {
+    tag.attrText.remove_suffix(1);
+    tag.selfClosing = true;
+  }
+  return tag;
 }
 
 void TXReader::ReadText(AnsiString& text, bool& cdata, bool dropLeading) {
@@ -714,20 +742,21 @@ void TXReader::ReadItem(TXItem* item) {
   // The open elements are the chain of parents from the current one up to item, so that
   // nesting of any depth is read without recursion.
   TXItem* parent = nullptr;
-  AnsiString name, attrText;
-  bool selfClosing = false, endTag = false, cdata = false;
+  bool cdata = false;
   for (;;) {
     fText.clear();
     cdata = false;
     // Leading blanks would be trimmed away, so they are not even gathered.
     if (parent) ReadText(fText, cdata, true);
-    do ReadTag(name, attrText, selfClosing, endTag);
-    while (name.size() >= 4 && name[0] == '?' && name.compare(0, 4, "?xml") == 0);
-    if (parent) StoreText(parent, fText, cdata, endTag);
-    if (name.empty()) return;
-    if (endTag) {
-      if (!parent) RaiseAt(fTagPos, Format(_SErrXMLEndTagFound, name));
-      const std::string_view closes = std::string_view(name).substr(1);
+    Tag tag;
+    do tag = ReadTagView();
+    while (tag.name.size() >= 4 && tag.name.substr(0, 4) == "?xml");
+    // The tag's views last until the next read.
+    if (parent) StoreText(parent, fText, cdata, tag.endTag);
+    if (tag.name.empty()) return;
+    if (tag.endTag) {
+      if (!parent) RaiseAt(fTagPos, Format(_SErrXMLEndTagFound, AnsiString(tag.name)));
+      const std::string_view closes = tag.name.substr(1);
       if (closes != parent->get_Name() && !AnsiSameText(closes, parent->get_Name()))
         RaiseAt(fTagPos, Format(_SErrXMLNoEndTag, parent->get_Name()));
       if (parent == item) return;
@@ -735,9 +764,9 @@ void TXReader::ReadItem(TXItem* item) {
       continue;
     }
     TXItem* element = parent ? parent->Add() : item;
-    element->set_Name(std::move(name));
-    StoreAttrText(element, attrText);
-    if (!selfClosing)
+    element->set_Name(tag.name);
+    StoreAttrText(element, tag.attrText);
+    if (!tag.selfClosing)
       parent = element;
     else if (!parent)
       return;

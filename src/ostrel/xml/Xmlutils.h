@@ -137,6 +137,13 @@ class OSTREL_API TXReader {
   void ReadText(AnsiString& text, bool& cdata, bool dropLeading);
   // Whether the bytes ahead may be "<!" (false only when they surely are not).
   bool MayBeBang();
+  // A tag as ReadTag reads it, its name and attribute text as views that last until the
+  // next read.
+  struct Tag {
+    std::string_view name, attrText;
+    bool selfClosing = false, endTag = false;
+  };
+  Tag ReadTagView();
   // Raises EXMLError, counting line and column up to position by reading the input again.
   [[noreturn]] void RaiseAt(Int64 position, std::string_view detail);
 
@@ -152,6 +159,8 @@ class OSTREL_API TXReader {
   Int64 fTagPos = 0;        // where the last tag began
   AnsiString fText;         // text and entity buffers, reused from element to element
   AnsiString fEntity;
+  AnsiString fTagName;  // a tag that goes on past the window's end, gathered
+  AnsiString fTagAttr;
   // The block that takes the attribute texts and values of the items read; each new block is
   // twice as large as the one before, up to a limit, so that a small piece read costs little.
   detail::TXTextBlock* fBlock = nullptr;
