@@ -246,6 +246,7 @@ void TXItem::Clear() {
   // The subtree is taken apart with an explicit list instead of recursion, so that a tree of
   // any depth is freed without running out of stack: each item gives its children to the
   // list before it goes, and so is freed childless.
+  if (fItems.empty()) return;
   std::vector<TXItem*> pending;
   pending.swap(fItems);
   std::reverse(pending.begin(), pending.end());

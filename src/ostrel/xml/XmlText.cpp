@@ -559,18 +559,19 @@ bool TXReader::SkipComment() {
 }
 
 void TXReader::ReadTag(AnsiString& name, AnsiString& attrText, bool& selfClosing, bool& endTag) {
-  const Tag tag = ReadTagView();
+  Tag tag;
+  ReadTagView(tag);
   name.assign(tag.name.data(), tag.name.size());
   attrText.assign(tag.attrText.data(), tag.attrText.size());
   selfClosing = tag.selfClosing;
   endTag = tag.endTag;
 }
 
-TXReader::Tag TXReader::ReadTagView() {
-  Tag tag;
+void TXReader::ReadTagView(Tag& tag) {
+  tag = Tag();
   do SkipSpaces();
   while (SkipComment());
-  if (AtEnd()) return tag;
+  if (AtEnd()) return;
   fTagPos = Position();
   if (Buffered()[0] != '<') RaiseException("< expected");
   MovePos(1);
@@ -662,7 +663,6 @@ TXReader::Tag TXReader::ReadTagView() {
     tag.attrText.remove_suffix(1);
     tag.selfClosing = true;
   }
-  return tag;
 }
 
 void TXReader::ReadText(AnsiString& text, bool& cdata, bool dropLeading) {
@@ -749,7 +749,7 @@ void TXReader::ReadItem(TXItem* item) {
     // Leading blanks would be trimmed away, so they are not even gathered.
     if (parent) ReadText(fText, cdata, true);
     Tag tag;
-    do tag = ReadTagView();
+    do ReadTagView(tag);
     while (tag.name.size() >= 4 && tag.name.substr(0, 4) == "?xml");
     // The tag's views last until the next read.
     if (parent) StoreText(parent, fText, cdata, tag.endTag);

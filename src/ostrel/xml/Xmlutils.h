@@ -143,7 +143,7 @@ class OSTREL_API TXReader {
     std::string_view name, attrText;
     bool selfClosing = false, endTag = false;
   };
-  Tag ReadTagView();
+  void ReadTagView(Tag& tag);
   // Raises EXMLError, counting line and column up to position by reading the input again.
   [[noreturn]] void RaiseAt(Int64 position, std::string_view detail);
 
