@@ -133,7 +133,8 @@ inline const char* FindTagStop(const char* from, const char* end) {
 
 // Whether from .. end - 1 holds an even number of '"' and no '<'. The bytes up to limit may
 // be read (and are not counted), so that the last piece is looked at sixteen at a time too.
-inline bool QuotesPairedNoLt(const char* from, const char* end, const char* limit) {
+inline bool QuotesPairedNoLt(const char* from, const char* end,
+                             [[maybe_unused]] const char* limit) {
   // Only the count's parity matters: the quote masks are folded together with exclusive or
   // (a population count is a library call on the baseline processor).
   unsigned quotes = 0;
