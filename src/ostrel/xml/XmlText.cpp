@@ -13,6 +13,7 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
+#include <memory>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -456,12 +457,12 @@ void TXReader::StoreAttrText(TXItem* item, std::string_view text) {
   item->SetBlockTexts(fBlock, at, static_cast<Cardinal>(text.size()), 0);
 }
 
-void TXReader::StoreText(TXItem* parent, std::string_view text, bool cdata, bool endTag) {
+void TXReader::StoreText(std::string_view text, bool cdata, bool endTag) {
   text = TrimView(text);
   if (text.empty()) return;
-  TXItem* target = parent;
-  if (parent->get_Count() > 0 || !endTag) {
-    target = parent->Add();
+  TXItem* target = fOpen.back().item;
+  if (fOpen.back().count > 0 || !endTag) {
+    target = NewChild();
     target->set_Name("#text");
   }
   if (detail::IsCDATAWrapped(text)) {
@@ -739,38 +740,77 @@ void TXReader::ReadValue(Variant& value, bool& cdata) {
   value = fText.empty() ? Variant::Null() : Variant(fText);
 }
 
+TXItem* TXReader::NewChild() {
+  Open& open = fOpen.back();
+  auto child = std::make_unique<TXItem>();
+  child->fParent = open.item;
+  fChildren[fOpen.size() - 1].push_back(child.get());
+  ++open.count;
+  return child.release();
+}
+
+void TXReader::CloseOpen() noexcept {
+  std::vector<TXItem*>& children = fChildren[fOpen.size() - 1];
+  TXItem* const item = fOpen.back().item;
+  try {
+    // One list of the exact size, not one grown child by child.
+    if (item->fItems.empty())
+      item->fItems.assign(children.begin(), children.end());
+    else
+      item->fItems.insert(item->fItems.end(), children.begin(), children.end());
+  } catch (...) {
+    // Out of memory: the children that found no place go, rather than being lost.
+    for (TXItem* child : children) delete child;
+  }
+  children.clear();
+  fOpen.pop_back();
+}
+
 void TXReader::ReadItem(TXItem* item) {
-  // The open elements are the chain of parents from the current one up to item, so that
-  // nesting of any depth is read without recursion.
-  TXItem* parent = nullptr;
+  // The open elements are a stack (fOpen), so that nesting of any depth is read without
+  // recursion. The children of each are gathered apart and put in its list when it ends;
+  // whatever ends the read closes the elements still open, so a tree cut short by an error
+  // or by the end of the input holds everything read.
+  struct CloseAll {
+    TXReader* reader;
+    std::size_t depth;
+    ~CloseAll() {
+      while (reader->fOpen.size() > depth) reader->CloseOpen();
+    }
+  } closeAll{this, fOpen.size()};
+  const std::size_t base = fOpen.size();
   bool cdata = false;
   for (;;) {
+    const bool inside = fOpen.size() > base;
     fText.clear();
     cdata = false;
     // Leading blanks would be trimmed away, so they are not even gathered.
-    if (parent) ReadText(fText, cdata, true);
+    if (inside) ReadText(fText, cdata, true);
     Tag tag;
     do ReadTagView(tag);
     while (tag.name.size() >= 4 && tag.name.substr(0, 4) == "?xml");
     // The tag's views last until the next read.
-    if (parent) StoreText(parent, fText, cdata, tag.endTag);
+    if (inside) StoreText(fText, cdata, tag.endTag);
     if (tag.name.empty()) return;
     if (tag.endTag) {
-      if (!parent) RaiseAt(fTagPos, Format(_SErrXMLEndTagFound, AnsiString(tag.name)));
+      if (!inside) RaiseAt(fTagPos, Format(_SErrXMLEndTagFound, AnsiString(tag.name)));
+      const AnsiString& openName = fOpen.back().item->get_Name();
       const std::string_view closes = tag.name.substr(1);
-      if (closes != parent->get_Name() && !AnsiSameText(closes, parent->get_Name()))
-        RaiseAt(fTagPos, Format(_SErrXMLNoEndTag, parent->get_Name()));
-      if (parent == item) return;
-      parent = parent->get_Parent();
+      if (closes != openName && !AnsiSameText(closes, openName))
+        RaiseAt(fTagPos, Format(_SErrXMLNoEndTag, openName));
+      CloseOpen();
+      if (fOpen.size() == base) return;
       continue;
     }
-    TXItem* element = parent ? parent->Add() : item;
+    TXItem* element = inside ? NewChild() : item;
     element->set_Name(tag.name);
     StoreAttrText(element, tag.attrText);
-    if (!tag.selfClosing)
-      parent = element;
-    else if (!parent)
+    if (!tag.selfClosing) {
+      fOpen.push_back({element, element->get_Count()});
+      if (fChildren.size() < fOpen.size()) fChildren.resize(fOpen.size());
+    } else if (!inside) {
       return;
+    }
   }
 }
 

@@ -13,6 +13,7 @@
 
 #include <memory>
 #include <string_view>
+#include <vector>
 
 namespace ostrel {
 
@@ -168,9 +169,21 @@ class OSTREL_API TXReader {
   // Room for size bytes at the end of the block, a new block when there is none.
   char* BlockRoom(std::size_t size);
   void StoreAttrText(TXItem* item, std::string_view text);
-  // Text read before a tag: to the parent itself when the tag ends a parent that has no
+  // Text read before a tag: to the open element itself when the tag ends it and it has no
   // children, else to a new "#text" child.
-  void StoreText(TXItem* parent, std::string_view text, bool cdata, bool endTag);
+  void StoreText(std::string_view text, bool cdata, bool endTag);
+  // The elements open while an item is read, each with its count of children (those it had
+  // before and those read), and the children read for each (fChildren[i] for fOpen[i]).
+  struct Open {
+    TXItem* item;
+    Integer count;
+  };
+  std::vector<Open> fOpen;
+  std::vector<std::vector<TXItem*>> fChildren;
+  // A new child of the innermost open element.
+  TXItem* NewChild();
+  // Puts the innermost open element's children read into its list, and ends it.
+  void CloseOpen() noexcept;
 };
 
 // Writes items as indented XML text (two blanks a level, CR LF after every line), gathered
