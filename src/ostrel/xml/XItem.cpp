@@ -243,21 +243,23 @@ void TXItem::OwnTexts() {
 }
 
 void TXItem::Clear() {
-  // The subtree is taken apart with an explicit list instead of recursion, so that a tree of
-  // any depth is freed without running out of stack: each item gives its children to the
-  // list before it goes, and so is freed childless.
-  if (fItems.empty()) return;
-  std::vector<TXItem*> pending;
-  pending.swap(fItems);
-  std::reverse(pending.begin(), pending.end());
-  while (!pending.empty()) {
-    TXItem* item = pending.back();
-    pending.pop_back();
+  // The subtree is taken apart without recursion, so that a tree of any depth is freed
+  // without running out of stack: the walk goes down to a last child, takes it out of its
+  // parent's list, frees it once it has no children left and goes back up by its parent.
+  TXItem* item = this;
+  while (!fItems.empty() || item != this) {
+    if (!item->fItems.empty()) {
+      TXItem* last = item->fItems.back();
+      item->fItems.pop_back();
+      item = last;
+      continue;
+    }
+    TXItem* parent = item->fParent;
     item->fParent = nullptr;
-    pending.insert(pending.end(), item->fItems.rbegin(), item->fItems.rend());
-    item->fItems.clear();
     delete item;
+    item = parent;
   }
+  fItems = std::vector<TXItem*>();
 }
 
 void TXItem::Assign(const TXItem* source) {
