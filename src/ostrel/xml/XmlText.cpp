@@ -432,7 +432,7 @@ TXReader::~TXReader() {
   }
 }
 
-char* TXReader::BlockRoom(std::size_t size) {
+inline char* TXReader::BlockRoom(std::size_t size) {
   if (!fBlock || fBlock->capacity - fBlock->used < size) {
     constexpr std::size_t kLargest = 64 * 1024;
     detail::TXTextBlock* block =
@@ -444,7 +444,7 @@ char* TXReader::BlockRoom(std::size_t size) {
   return fBlock->Data() + fBlock->used;
 }
 
-void TXReader::StoreAttrText(TXItem* item, std::string_view text) {
+inline void TXReader::StoreAttrText(TXItem* item, std::string_view text) {
   // An item read again (the top one) keeps its value.
   if (item->fValueSize != 0) item->MakeValue();
   if (text.empty()) {
@@ -571,8 +571,11 @@ void TXReader::ReadTag(AnsiString& name, AnsiString& attrText, bool& selfClosing
 
 void TXReader::ReadTagView(Tag& tag) {
   tag = Tag();
-  do SkipSpaces();
-  while (SkipComment());
+  // Blanks and comments before the tag; the common case, a tag right here, without calls.
+  if (!(fEnd - fCur >= 2 && fCur[0] == '<' && fCur[1] != '!')) {
+    do SkipSpaces();
+    while (SkipComment());
+  }
   if (AtEnd()) return;
   fTagPos = Position();
   if (Buffered()[0] != '<') RaiseException("< expected");
@@ -740,7 +743,7 @@ void TXReader::ReadValue(Variant& value, bool& cdata) {
   value = fText.empty() ? Variant::Null() : Variant(fText);
 }
 
-TXItem* TXReader::NewChild() {
+inline TXItem* TXReader::NewChild() {
   Open& open = fOpen.back();
   auto child = std::make_unique<TXItem>();
   child->fParent = open.item;
@@ -803,7 +806,7 @@ void TXReader::ReadItem(TXItem* item) {
       continue;
     }
     TXItem* element = inside ? NewChild() : item;
-    element->set_Name(tag.name);
+    element->fName.assign(tag.name.data(), tag.name.size());
     StoreAttrText(element, tag.attrText);
     if (!tag.selfClosing) {
       fOpen.push_back({element, element->get_Count()});
