@@ -787,8 +787,16 @@ void TXReader::ReadItem(TXItem* item) {
     const bool inside = fOpen.size() > base;
     fText.clear();
     cdata = false;
-    // Leading blanks would be trimmed away, so they are not even gathered.
-    if (inside) ReadText(fText, cdata, true);
+    // Leading blanks would be trimmed away, so they are not even gathered. Between tags
+    // there are mostly only blanks (a line end and an indentation): skipped here at once.
+    if (inside) {
+      const char* p = fCur;
+      while (p != fEnd && IsBlank(*p)) ++p;
+      if (fEnd - p >= 2 && p[0] == '<' && p[1] != '!')
+        fCur = p;
+      else
+        ReadText(fText, cdata, true);
+    }
     Tag tag;
     do ReadTagView(tag);
     while (tag.name.size() >= 4 && tag.name.substr(0, 4) == "?xml");
