@@ -61,38 +61,35 @@ inline const char* FindTextStop(const char* from, const char* end) {
   return from;
 }
 
-// Decodes the entity at the start of s ("&" first) when it is a whole &lt; &gt; &amp; &quot;
-// or &#digits; and appends its character: the bytes taken, or 0 for anything else (which
-// DecodeTo then takes, with its rules for the unusual forms).
-inline std::size_t DecodeOne(std::string_view s, AnsiString& out) {
-  auto is = [&](std::string_view entity) { return s.substr(0, entity.size()) == entity; };
-  if (s.size() < 3) return 0;
-  switch (s[1]) {
+// Decodes the entity at p ("&" first) when it is a whole &lt; &gt; &amp; &quot; or
+// &#digits; before end, writing its character to out: the bytes taken, or 0 for anything else
+// (which DecodeTo then takes, with its rules for the unusual forms).
+inline std::size_t DecodeOne(const char* p, const char* end, char* out) {
+  const std::ptrdiff_t n = end - p;
+  if (n < 3) return 0;
+  switch (p[1]) {
     case 'l':
-      if (!is("&lt;")) return 0;
-      out += '<';
-      return 4;
     case 'g':
-      if (!is("&gt;")) return 0;
-      out += '>';
+      if (n < 4 || p[2] != 't' || p[3] != ';') return 0;
+      *out = p[1] == 'l' ? '<' : '>';
       return 4;
     case 'a':
-      if (!is("&amp;")) return 0;
-      out += '&';
+      if (n < 5 || p[2] != 'm' || p[3] != 'p' || p[4] != ';') return 0;
+      *out = '&';
       return 5;
     case 'q':
-      if (!is("&quot;")) return 0;
-      out += '"';
+      if (n < 6 || p[2] != 'u' || p[3] != 'o' || p[4] != 't' || p[5] != ';') return 0;
+      *out = '"';
       return 6;
     case '#': {
       unsigned code = 0;
-      for (std::size_t j = 2; j < s.size() && j < 12; ++j) {
-        if (s[j] == ';') {
-          out += static_cast<char>(code);
-          return j + 1;
+      for (std::ptrdiff_t j = 2; j < n && j < 12; ++j) {
+        if (p[j] == ';') {
+          *out = static_cast<char>(code);
+          return static_cast<std::size_t>(j + 1);
         }
-        if (s[j] < '0' || s[j] > '9') return 0;
-        code = (code * 10 + static_cast<unsigned>(s[j] - '0')) & 0xFF;
+        if (p[j] < '0' || p[j] > '9') return 0;
+        code = (code * 10 + static_cast<unsigned>(p[j] - '0')) & 0xFF;
       }
       return 0;
     }
@@ -673,25 +670,50 @@ void TXReader::ReadTagView(Tag& tag) {
 void TXReader::ReadText(AnsiString& text, bool& cdata, bool dropLeading) {
   text.clear();
   cdata = false;
+  // Where the next '<' is, once found: text with many unusual entities is taken a piece at a
+  // time, and the bytes up to that '<' are not searched again for each piece.
+  Int64 ltAt = -1;
   while (!AtEnd()) {
     const std::string_view v = Buffered();
     std::size_t from = 0;
     if (dropLeading && text.empty())
       while (from < v.size() && IsBlank(v[from])) ++from;
+    // Plain text and the usual entities up to the next '<' are decoded straight into room
+    // made in the text at once (decoding never lengthens it); the rest is cut off after.
     const char* const base = v.data();
-    const std::size_t i =
-        static_cast<std::size_t>(FindTextStop(base + from, base + v.size()) - base);
-    text.append(base + from, i - from);
-    MovePos(i);
-    if (i == v.size()) continue;
-    if (v[i] == '<' && !MayBeBang()) return;  // a tag
-    if (v[i] == '&') {
-      const std::string_view w = Buffered();
-      // The usual entities whole in the window are decoded here, as DecodeTo would.
-      if (const std::size_t taken = DecodeOne(w, text)) {
-        MovePos(taken);
-        continue;
+    const char* const end = base + v.size();
+    const char* p = base + from;
+    const Int64 at = Position();
+    const char* lt;
+    if (ltAt >= at && ltAt - at < static_cast<Int64>(v.size())) {
+      lt = base + (ltAt - at);
+    } else {
+      lt = FindByte(p, end, '<');
+      ltAt = lt != end ? at + (lt - base) : -1;
+    }
+    if (p != lt) {
+      const std::size_t old = text.size();
+      text.resize(old + static_cast<std::size_t>(lt - p));
+      char* const first = text.data() + old;
+      char* out = first;
+      for (;;) {
+        const char* const amp = FindByte(p, lt, '&');
+        std::memcpy(out, p, static_cast<std::size_t>(amp - p));
+        out += amp - p;
+        p = amp;
+        if (p == lt) break;
+        const std::size_t taken = DecodeOne(p, lt, out);
+        if (taken == 0) break;
+        p += taken;
+        ++out;
       }
+      text.resize(old + static_cast<std::size_t>(out - first));
+    }
+    MovePos(static_cast<std::size_t>(p - base));
+    if (p == end) continue;
+    if (*p == '<' && !MayBeBang()) return;  // a tag
+    if (*p == '&') {
+      const std::string_view w = Buffered();
       // Up to and with the next ";", or to the end of the input; decoded in place when the
       // buffer holds all of it.
       const std::size_t semi =
