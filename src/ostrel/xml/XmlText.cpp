@@ -691,18 +691,22 @@ void TXReader::ReadText(AnsiString& text, bool& cdata, bool dropLeading) {
       lt = FindByte(p, end, '<');
       ltAt = lt != end ? at + (lt - base) : -1;
     }
-    if (p != lt) {
+    // The room is made for a piece of at most kPiece bytes at a time, so that what is made
+    // and cut off again stays in proportion to what is decoded.
+    constexpr std::ptrdiff_t kPiece = 1024;
+    const char* const stop = lt - p > kPiece ? p + kPiece : lt;
+    if (p != stop) {
       const std::size_t old = text.size();
-      text.resize(old + static_cast<std::size_t>(lt - p));
+      text.resize(old + static_cast<std::size_t>(stop - p));
       char* const first = text.data() + old;
       char* out = first;
       for (;;) {
-        const char* const amp = FindByte(p, lt, '&');
+        const char* const amp = FindByte(p, stop, '&');
         std::memcpy(out, p, static_cast<std::size_t>(amp - p));
         out += amp - p;
         p = amp;
-        if (p == lt) break;
-        const std::size_t taken = DecodeOne(p, lt, out);
+        if (p == stop) break;
+        const std::size_t taken = DecodeOne(p, stop, out);
         if (taken == 0) break;
         p += taken;
         ++out;
@@ -711,6 +715,7 @@ void TXReader::ReadText(AnsiString& text, bool& cdata, bool dropLeading) {
     }
     MovePos(static_cast<std::size_t>(p - base));
     if (p == end) continue;
+    if (p != lt && *p != '&') continue;     // the piece's end: the next piece
     if (*p == '<' && !MayBeBang()) return;  // a tag
     if (*p == '&') {
       const std::string_view w = Buffered();
