@@ -15,6 +15,7 @@
 #include <mutex>
 #include <new>
 #include <optional>
+#include <typeinfo>
 #include <utility>
 
 namespace ostrel {
@@ -66,6 +67,35 @@ class ItemPool {
  public:
   void* Alloc() {
     std::lock_guard<std::mutex> guard(fLock);
+    return AllocLocked();
+  }
+  void Free(void* block) noexcept {
+    std::lock_guard<std::mutex> guard(fLock);
+    FreeLocked(block);
+  }
+  // Many at once under one lock (the reader makes and a subtree's freeing frees many items
+  // in a row); all or none.
+  void AllocMany(void** blocks, int count) {
+    std::lock_guard<std::mutex> guard(fLock);
+    int made = 0;
+    try {
+      for (; made < count; ++made) blocks[made] = AllocLocked();
+    } catch (...) {
+      while (made > 0) FreeLocked(blocks[--made]);
+      throw;
+    }
+  }
+  void FreeMany(void* const* blocks, int count) noexcept {
+    std::lock_guard<std::mutex> guard(fLock);
+    for (int i = 0; i < count; ++i) FreeLocked(blocks[i]);
+  }
+
+  // Items need only their own alignment; rounding them to 16 bytes would add 8 to each.
+  static constexpr std::size_t kBlock =
+      (sizeof(TXItem) + alignof(TXItem) - 1) & ~(alignof(TXItem) - 1);
+
+ private:
+  void* AllocLocked() {
     Slab* slab = fRoom;
     if (!slab) {
       if (fSpare) {
@@ -89,8 +119,7 @@ class ItemPool {
     return block;
   }
 
-  void Free(void* block) noexcept {
-    std::lock_guard<std::mutex> guard(fLock);
+  void FreeLocked(void* block) noexcept {
     Slab* slab = reinterpret_cast<Slab*>(reinterpret_cast<std::uintptr_t>(block) &
                                          ~static_cast<std::uintptr_t>(kSlabSize - 1));
     Node* node = static_cast<Node*>(block);
@@ -109,11 +138,6 @@ class ItemPool {
     }
   }
 
-  // Items need only their own alignment; rounding them to 16 bytes would add 8 to each.
-  static constexpr std::size_t kBlock =
-      (sizeof(TXItem) + alignof(TXItem) - 1) & ~(alignof(TXItem) - 1);
-
- private:
   struct Node {
     Node* next;
   };
@@ -175,6 +199,16 @@ void TXItem::operator delete(void* p, std::size_t size) noexcept {
     ::operator delete(p);
   else
     Pool().Free(p);
+}
+
+void TXItem::TakeBlocks(void** blocks, int count) {
+  if (kUsePool) return Pool().AllocMany(blocks, count);
+  for (int i = 0; i < count; ++i) blocks[i] = ::operator new(sizeof(TXItem));
+}
+
+void TXItem::GiveBlocks(void* const* blocks, int count) noexcept {
+  if (kUsePool) return Pool().FreeMany(blocks, count);
+  for (int i = 0; i < count; ++i) ::operator delete(blocks[i]);
 }
 
 // ---------------------------------------------------------------------------------------
@@ -246,6 +280,9 @@ void TXItem::Clear() {
   // The subtree is taken apart without recursion, so that a tree of any depth is freed
   // without running out of stack: the walk goes down to a last child, takes it out of its
   // parent's list, frees it once it has no children left and goes back up by its parent.
+  constexpr int kBatch = 64;
+  void* freed[kBatch];
+  int count = 0;
   TXItem* item = this;
   while (!fItems.empty() || item != this) {
     if (!item->fItems.empty()) {
@@ -256,9 +293,17 @@ void TXItem::Clear() {
     }
     TXItem* parent = item->fParent;
     item->fParent = nullptr;
-    delete item;
+    if (typeid(*item) == typeid(TXItem)) {
+      // A plain item's block goes back with others, under one lock of the pool.
+      item->~TXItem();
+      freed[count++] = item;
+      if (count == kBatch) GiveBlocks(freed, std::exchange(count, 0));
+    } else {
+      delete item;
+    }
     item = parent;
   }
+  GiveBlocks(freed, count);
   fItems = std::vector<TXItem*>();
 }
 

@@ -231,6 +231,10 @@ class OSTREL_API TXItem : public TObject {
   void OwnTexts();
   // Takes a child out of the list without the checks and copies of RemoveItem.
   void Unlink(TXItem* item) noexcept;
+  // Memory for count items taken at once (all or none), and given back at once; an item made
+  // in such a block with placement new is freed by delete as any other.
+  static void TakeBlocks(void** blocks, int count);
+  static void GiveBlocks(void* const* blocks, int count) noexcept;
 
   AnsiString fName;
   mutable Variant fValue = Variant::Null();

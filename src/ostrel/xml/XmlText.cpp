@@ -422,6 +422,7 @@ TXReader::TXReader(TStream& stream) : fSource(stream), fStart(stream.GetPosition
 }
 
 TXReader::~TXReader() {
+  TXItem::GiveBlocks(fBlocks.data(), static_cast<int>(fBlocks.size()));
   detail::TXTextBlock::Release(fBlock);
   try {
     fSource.SetPosition(Position());
@@ -772,11 +773,25 @@ void TXReader::ReadValue(Variant& value, bool& cdata) {
 
 inline TXItem* TXReader::NewChild() {
   Open& open = fOpen.back();
-  auto child = std::make_unique<TXItem>();
+  std::vector<TXItem*>& children = fChildren[fOpen.size() - 1];
+  if (fBlocks.empty()) {
+    // Item memory is taken from the pool some at a time, more each time, up to 64.
+    fBlocks.resize(fBlockBatch);
+    try {
+      TXItem::TakeBlocks(fBlocks.data(), static_cast<int>(fBlocks.size()));
+    } catch (...) {
+      fBlocks.clear();
+      throw;
+    }
+    fBlockBatch = std::min<std::size_t>(2 * fBlockBatch, 64);
+  }
+  children.push_back(nullptr);  // the place first, so that a failure loses no item
+  TXItem* child = ::new (fBlocks.back()) TXItem;
+  fBlocks.pop_back();
   child->fParent = open.item;
-  fChildren[fOpen.size() - 1].push_back(child.get());
+  children.back() = child;
   ++open.count;
-  return child.release();
+  return child;
 }
 
 void TXReader::CloseOpen() noexcept {

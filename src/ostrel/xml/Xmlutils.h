@@ -182,6 +182,9 @@ class OSTREL_API TXReader {
   std::vector<std::vector<TXItem*>> fChildren;
   // A new child of the innermost open element.
   TXItem* NewChild();
+  // Memory for the next items, taken from the pool several at a time.
+  std::vector<void*> fBlocks;
+  std::size_t fBlockBatch = 4;
   // Puts the innermost open element's children read into its list, and ends it.
   void CloseOpen() noexcept;
 };
