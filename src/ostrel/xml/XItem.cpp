@@ -207,6 +207,7 @@ void TXItem::TakeBlocks(void** blocks, int count) {
 }
 
 void TXItem::GiveBlocks(void* const* blocks, int count) noexcept {
+  if (count == 0) return;
   if (kUsePool) return Pool().FreeMany(blocks, count);
   for (int i = 0; i < count; ++i) ::operator delete(blocks[i]);
 }
@@ -280,6 +281,7 @@ void TXItem::Clear() {
   // The subtree is taken apart without recursion, so that a tree of any depth is freed
   // without running out of stack: the walk goes down to a last child, takes it out of its
   // parent's list, frees it once it has no children left and goes back up by its parent.
+  if (fItems.empty()) return;
   constexpr int kBatch = 64;
   void* freed[kBatch];
   int count = 0;
