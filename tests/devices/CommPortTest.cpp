@@ -209,18 +209,14 @@ TEST(CommPortSettings, OutOfRangeLineSettingsAreRefused) {
     d.StopBits = stop;
     port.AssignDCB(d);
   };
-  struct Case {
-    const char* what;
-    std::function<void()> set;
-  } cases[] = {
-      {"parity", [&] { port.SetParity(static_cast<TkxCommPortParity>(200)); }},
-      {"stop bits", [&] { port.SetStopBits(static_cast<TkxCommPortStopBits>(3)); }},
-      {"flow control", [&] { port.SetFlowControl(static_cast<TkxCommPortFlowControl>(3)); }},
-      {"data bits", [&] { port.SetDataBits(9); }},
-      {"block parity", [&] { block(7, 200, 0); }},
-      {"block stop bits", [&] { block(7, 0, 3); }},
-      {"block data bits", [&] { block(4, 0, 0); }},
-  };
+  // clang-format off
+  struct Case { const char* what; std::function<void()> set; } cases[] = {
+      {"parity", [&] {port.SetParity(static_cast<TkxCommPortParity>(200));}},
+      {"stop bits", [&] {port.SetStopBits(static_cast<TkxCommPortStopBits>(3));}},
+      {"flow control", [&] {port.SetFlowControl(static_cast<TkxCommPortFlowControl>(3));}},
+      {"data bits", [&] {port.SetDataBits(9);}}, {"block parity", [&] {block(7, 200, 0);}},
+      {"block stop bits", [&] {block(7, 0, 3);}}, {"block data bits", [&] {block(4, 0, 0);}}};
+  // clang-format on
   for (auto& c : cases) {
     EXPECT_THROW(c.set(), EInvalidArgument) << c.what;
     EXPECT_EQ(port.ParamsText(), before) << c.what;
@@ -259,18 +255,16 @@ TEST_F(CommPortStore, SavedSettingsReadBack) {
 }
 
 TEST_F(CommPortStore, LoadingTheValueForms) {
-  struct Case {
-    const char* value;
-    bool loadPort;
-    const char* result;
-  } cases[] = {{"com3:9600,n,8,1", true, "true 3 9600 0 8 0"},
-               {"com3:9600,n,8,1", false, "true 2 9600 0 8 0"},
-               {"  COM4  BAUD=1200 PARITY=E DATA=7 STOP=2 ", true, "true 4 1200 2 7 2"},
-               {"COM3", true, "true 3 2400 1 6 2"},
-               {"2400,o,6,2", true, "true 2 2400 1 6 2"},
-               {"COM7: garbage", true, "true 7 2400 1 6 2"},  // the line settings stay
-               {"   ", true, "false 2 2400 1 6 2"},
-               {"baud=19200", false, "true 2 19200 0 6 0"}};  // a zeroed block; data bits stay
+  // clang-format off
+  struct Case { const char* value; bool loadPort; const char* result; } cases[] = {
+      {"com3:9600,n,8,1", true, "true 3 9600 0 8 0"},
+      {"com3:9600,n,8,1", false, "true 2 9600 0 8 0"},
+      {"  COM4  BAUD=1200 PARITY=E DATA=7 STOP=2 ", true, "true 4 1200 2 7 2"},
+      {"COM3", true, "true 3 2400 1 6 2"}, {"2400,o,6,2", true, "true 2 2400 1 6 2"},
+      {"COM7: garbage", true, "true 7 2400 1 6 2"},  // the line settings stay
+      {"   ", true, "false 2 2400 1 6 2"}, {"baud=19200", false, "true 2 19200 0 6 0"}
+  };  // a zeroed block; data bits stay
+  // clang-format on
   for (auto c : cases) {
     Store(c.value);
     TkxCommPort port;
@@ -304,15 +298,12 @@ TEST(CommPortOpen, AFailureNamesThePortOrThePath) {
   fs::create_directories(dir);
   std::ofstream(dir / "plain") << "not a device";
   const AnsiString notSerial = Cp1251(u8"это не последовательный порт и не терминал").Str();
-  struct Case {
-    std::string path;
-    AnsiString reason;
-  } cases[] = {
+  // clang-format off
+  struct Case { std::string path; AnsiString reason; } cases[] = {
       {"/nonexistent/tty", Cp1251(u8"нет такого устройства").Str()},
-      {dir.string(), Cp1251(u8"это каталог").Str()},
-      {(dir / "plain").string(), notSerial},
-      {"/dev/null", notSerial},
-  };
+      {dir.string(), Cp1251(u8"это каталог").Str()}, {(dir / "plain").string(), notSerial},
+      {"/dev/null", notSerial}};
+  // clang-format on
   for (const Case& c : cases) {
     TkxCommPort port;
     port.SetDevicePath(c.path);

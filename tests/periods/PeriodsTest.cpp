@@ -44,32 +44,24 @@ class Periods : public ::testing::Test {
 
 TEST_F(Periods, GetPeriodGivesWholeDayBounds) {
   const TDateTime aug20 = P("2025-08-20 14:30");  // a Wednesday
-  const struct {
-    int kind;
-    TDateTime anchor;
-    const char* expected;
-  } cases[] = {{pkDay, aug20, "2025-08-20 .. 2025-08-20"},
-               {pkWeek, aug20, "2025-08-18 .. 2025-08-24"},
-               {pkMonth, aug20, "2025-08-01 .. 2025-08-31"},
-               {pkQuarter, aug20, "2025-07-01 .. 2025-09-30"},
-               {pkHalfYear, aug20, "2025-07-01 .. 2025-12-31"},
-               {pkYear, aug20, "2025-01-01 .. 2025-12-31"},
-               {pkFrom, aug20, "2025-08-20 .. Max"},
-               {pkUntil, aug20, "Min .. 2025-08-20"},
-               {pkAll, aug20, "Min .. Max"},
-               // No bounds to compute: false, and the caller's bounds stay as they were.
-               {pkInterval, aug20, ""},
-               {10, aug20, ""},
-               // An empty anchor keeps the caller's bound, cut to its date.
-               {pkFrom, 0.0, "2000-01-02 .. Max"},
-               {pkUntil, 0.0, "Min .. 2000-01-03"},
-               {pkWeek, P("2025-01-01"), "2024-12-30 .. 2025-01-05"},
-               {pkWeek, P("2025-03-16"), "2025-03-10 .. 2025-03-16"},  // a Sunday closes its week
-               {pkMonth, P("2024-02-10"), "2024-02-01 .. 2024-02-29"},
-               {pkMonth, P("1899-11-05 18:00"), "1899-11-01 .. 1899-11-30"},
-               {pkWeek, P("9999-12-31"), "9999-12-27 .. Max"},
-               {pkMonth, 1e9, "9999-12-01 .. Max"},
-               {pkDay, std::numeric_limits<double>::quiet_NaN(), "1899-12-30 .. 1899-12-30"}};
+  // clang-format off
+  const struct { int kind; TDateTime anchor; const char* expected; } cases[] = {
+      {pkDay, aug20, "2025-08-20 .. 2025-08-20"}, {pkWeek, aug20, "2025-08-18 .. 2025-08-24"},
+      {pkMonth, aug20, "2025-08-01 .. 2025-08-31"}, {pkQuarter, aug20, "2025-07-01 .. 2025-09-30"},
+      {pkHalfYear, aug20, "2025-07-01 .. 2025-12-31"}, {pkYear, aug20, "2025-01-01 .. 2025-12-31"},
+      {pkFrom, aug20, "2025-08-20 .. Max"}, {pkUntil, aug20, "Min .. 2025-08-20"},
+      {pkAll, aug20, "Min .. Max"},
+      // No bounds to compute: false, and the caller's bounds stay as they were.
+      {pkInterval, aug20, ""}, {10, aug20, ""},
+      // An empty anchor keeps the caller's bound, cut to its date.
+      {pkFrom, 0.0, "2000-01-02 .. Max"}, {pkUntil, 0.0, "Min .. 2000-01-03"},
+      {pkWeek, P("2025-01-01"), "2024-12-30 .. 2025-01-05"},
+      {pkWeek, P("2025-03-16"), "2025-03-10 .. 2025-03-16"},  // a Sunday closes its week
+      {pkMonth, P("2024-02-10"), "2024-02-01 .. 2024-02-29"},
+      {pkMonth, P("1899-11-05 18:00"), "1899-11-01 .. 1899-11-30"},
+      {pkWeek, P("9999-12-31"), "9999-12-27 .. Max"}, {pkMonth, 1e9, "9999-12-01 .. Max"},
+      {pkDay, std::numeric_limits<double>::quiet_NaN(), "1899-12-30 .. 1899-12-30"}};
+  // clang-format on
   for (const auto& c : cases) {
     TDateTime lo = P("2000-01-02 12:00"), hi = P("2000-01-03 12:00");
     EXPECT_EQ(Pr::GetPeriod(c.kind, c.anchor, lo, hi), *c.expected != 0) << c.kind;
@@ -100,16 +92,13 @@ TEST_F(Periods, IncDTMovesByTheKindsUnitWithinTheCalendar) {
 }
 
 TEST_F(Periods, IncPeriodMovesOrWidensTheBounds) {
-  const struct {
-    int kind, step;
-    const char* expected;
-  } cases[] = {{pkMonth, 1, "2025-04-01 .. 2025-04-30"},
-               {pkInterval, -1, "2025-02-28 .. 2025-03-31"},
-               {pkInterval, 0, "2025-03-01 .. 2025-03-31"},
-               {pkInterval, 2, "2025-03-01 .. 2025-04-02"},
-               {pkFrom, 1, "2025-03-02 .. Max"},
-               {pkUntil, -1, "Min .. 2025-03-30"},
-               {pkAll, 1, "2025-03-01 .. 2025-03-31"}};
+  // clang-format off
+  const struct { int kind, step; const char* expected; } cases[] = {
+      {pkMonth, 1, "2025-04-01 .. 2025-04-30"}, {pkInterval, -1, "2025-02-28 .. 2025-03-31"},
+      {pkInterval, 0, "2025-03-01 .. 2025-03-31"}, {pkInterval, 2, "2025-03-01 .. 2025-04-02"},
+      {pkFrom, 1, "2025-03-02 .. Max"}, {pkUntil, -1, "Min .. 2025-03-30"},
+      {pkAll, 1, "2025-03-01 .. 2025-03-31"}};
+  // clang-format on
   TDateTime newLo = 0, newHi = 0;
   for (const auto& c : cases) {
     Pr::IncPeriod(c.kind, c.step, P("2025-03-01"), P("2025-03-31"), newLo, newHi);
@@ -121,19 +110,17 @@ TEST_F(Periods, IncPeriodMovesOrWidensTheBounds) {
 }
 
 TEST_F(Periods, GetNearDTPrefersTodayThenTheNearerClosedBound) {
-  const struct {
-    const char *lo, *hi;
-    bool keepToday;
-    const char* expected;
-  } cases[] = {{"2025-01-01", "2025-12-31", true, "2025-12-31"},
-               {"2026-04-01", "2026-04-30", true, "2026-04-01"},
-               {"2026-03-01", "2026-03-20", true, "2026-03-18"},
-               {"2026-03-01", "2026-03-20", false, "2026-03-20"},
-               {"2026-03-15", "2026-03-31", false, "2026-03-15"},
-               {"2026-03-08", "2026-03-28", false, "2026-03-18"},  // midway: today
-               {"Min", "2026-12-31", false, "2026-12-31"},         // an open bound is never near
-               {"2026-01-01", "Max", false, "2026-01-01"},
-               {"Min", "Max", false, "2026-03-18"}};
+  // clang-format off
+  const struct { const char *lo, *hi; bool keepToday; const char* expected; } cases[] = {
+      {"2025-01-01", "2025-12-31", true, "2025-12-31"},
+      {"2026-04-01", "2026-04-30", true, "2026-04-01"},
+      {"2026-03-01", "2026-03-20", true, "2026-03-18"},
+      {"2026-03-01", "2026-03-20", false, "2026-03-20"},
+      {"2026-03-15", "2026-03-31", false, "2026-03-15"},
+      {"2026-03-08", "2026-03-28", false, "2026-03-18"},  // midway: today
+      {"Min", "2026-12-31", false, "2026-12-31"},  // an open bound is never near
+      {"2026-01-01", "Max", false, "2026-01-01"}, {"Min", "Max", false, "2026-03-18"}};
+  // clang-format on
   for (const auto& c : cases)
     EXPECT_EQ(S(Pr::GetNearDT(P(c.lo), P(c.hi), c.keepToday)), c.expected) << c.lo << " " << c.hi;
 }
@@ -290,11 +277,8 @@ void FillBase(TkxDateRanges& r) {
 }
 
 TEST(DateRanges, AddRangeMergesLocally) {
-  const struct {
-    const char* what;
-    double lo, hi;
-    std::vector<double> expected;
-  } cases[] = {
+  // clang-format off
+  const struct { const char* what; double lo, hi; std::vector<double> expected; } cases[] = {
       {"wholly before all", 100, 105, {100, 105, 110, 115, 120, 125, 130, 135}},
       {"wholly inside a range", 112, 114, {110, 115, 120, 125, 130, 135}},
       {"in a gap", 116, 119, {110, 115, 116, 119, 120, 125, 130, 135}},
@@ -310,6 +294,7 @@ TEST(DateRanges, AddRangeMergesLocally) {
       {"gap before range 0, into it", 107, 112, {107, 115, 120, 125, 130, 135}},
       // Widening range 0 past the others moves its high key behind theirs.
       {"gap before range 0, covering all", 107, 140, {107, 120, 125, 130, 135, 140}}};
+  // clang-format on
   for (const auto& c : cases) {
     TkxDateRanges r;
     FillBase(r);

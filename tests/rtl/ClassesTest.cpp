@@ -119,10 +119,8 @@ TEST_F(FileTest, DenyWriteReadersShareButRefuseWriters) {
 TEST_F(FileTest, WindowsShareModesBindEveryOpener) {
   const AnsiString name = Name(u8"доступ.txt");
   TFileStream(name, fmCreate).WriteBuffer("data", 4);
-  const struct {
-    Word holder, opener;
-    bool opens;
-  } cases[] = {
+  // clang-format off
+  const struct { Word holder, opener; bool opens; } cases[] = {
       {fmOpenRead | fmShareExclusive, fmOpenRead | fmShareDenyNone, false},
       {fmOpenRead | fmShareCompat, fmOpenRead | fmShareDenyNone, false},
       {fmOpenRead | fmShareDenyRead, fmOpenWrite | fmShareDenyNone, true},
@@ -131,8 +129,8 @@ TEST_F(FileTest, WindowsShareModesBindEveryOpener) {
       {fmOpenRead | fmShareDenyWrite, fmOpenRead | fmShareDenyNone, true},
       {fmOpenRead | fmShareDenyWrite, fmOpenRead | fmShareDenyRead, false},  // holder reads
       {fmOpenRead | fmShareDenyNone, fmOpenReadWrite | fmShareDenyNone, true},
-      {fmOpenReadWrite | fmShareDenyNone, fmOpenRead | fmShareDenyWrite, false},
-  };
+      {fmOpenReadWrite | fmShareDenyNone, fmOpenRead | fmShareDenyWrite, false}};
+  // clang-format on
   for (const auto& c : cases) {
     TFileStream holder(name, c.holder);
     bool opened = true;
@@ -284,15 +282,12 @@ TEST(StringList, NamesAndValues) {
 }
 
 TEST(StringList, DelimitedTextQuotesAndSplits) {
+  // clang-format off
   const std::pair<const char*, const char*> cases[] = {
-      {"a,b", "a|b|"},
-      {" a b ,c", "a|b|c|"},  // unquoted blanks separate too
-      {"\"x, y\",\"say \"\"hi\"\"\"", "x, y|say \"hi\"|"},
-      {"a,,b", "a||b|"},
-      {"a,", "a||"},
-      {"\"open", "open|"},
-      {"\"\"", "|"},
-      {"", ""}};
+      {"a,b", "a|b|"}, {" a b ,c", "a|b|c|"},  // unquoted blanks separate too
+      {"\"x, y\",\"say \"\"hi\"\"\"", "x, y|say \"hi\"|"}, {"a,,b", "a||b|"}, {"a,", "a||"},
+      {"\"open", "open|"}, {"\"\"", "|"}, {"", ""}};
+  // clang-format on
   for (const auto& [text, lines] : cases) {
     TStringList l;
     l.SetCommaText(text);

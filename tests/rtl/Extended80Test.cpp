@@ -49,14 +49,10 @@ std::string Digits(Extended80 x, int precision) {
 // Decimal texts and their correctly rounded 80-bit patterns; texts whose double differs in
 // value from the extended (0.1, 0.015), ties at 64 bits, denormals, the format's limits.
 TEST(Extended80Test, DecimalTextConvertsExactly) {
-  const struct {
-    const char* text;
-    const char* bits;
-  } cases[] = {
-      {"0.1", "3FFB:CCCCCCCCCCCCCCCD"},
-      {"0.015", "3FF8:F5C28F5C28F5C28F"},
-      {"-2.675", "C000:AB33333333333333"},
-      {"1", "3FFF:8000000000000000"},
+  // clang-format off
+  const struct { const char* text; const char* bits; } cases[] = {
+      {"0.1", "3FFB:CCCCCCCCCCCCCCCD"}, {"0.015", "3FF8:F5C28F5C28F5C28F"},
+      {"-2.675", "C000:AB33333333333333"}, {"1", "3FFF:8000000000000000"},
       {"123456789012345678.9", "4037:DB4DA5D31879A773"},
       {"922337203685477.5807", "4030:D1B71758E219652A"},
       {"123456789012345678", "4037:DB4DA5D31879A700"},
@@ -70,10 +66,9 @@ TEST(Extended80Test, DecimalTextConvertsExactly) {
       {"3.6451995318824746025e-4951", "0000:0000000000000001"},
       {"1.8225997659412373012e-4951", "0000:0000000000000000"},
       {"1.8225997659412373013e-4951", "0000:0000000000000001"},
-      {"-1e-5000", "8000:0000000000000000"},
-      {"0.000", "0000:0000000000000000"},
-      {"5.48172618420937533e-16", "3FCC:9E0000000F2F67FE"},
-  };
+      {"-1e-5000", "8000:0000000000000000"}, {"0.000", "0000:0000000000000000"},
+      {"5.48172618420937533e-16", "3FCC:9E0000000F2F67FE"}};
+  // clang-format on
   for (const auto& c : cases) EXPECT_EQ(Bits(Parse(c.text)), c.bits) << c.text;
   // A long tail decides the rounding even thousands of digits in.
   std::string tie = "18446744073709551617" + std::string(20000, '0');
@@ -83,21 +78,16 @@ TEST(Extended80Test, DecimalTextConvertsExactly) {
 }
 
 TEST(Extended80Test, DigitsAreCorrectlyRoundedFromTheExactValue) {
-  const struct {
-    const char* bits;
-    int precision;
-    const char* digits;
-  } cases[] = {
-      {"0.1", 18, "100000000000000000e-1"},
-      {"0.1", 21, "100000000000000000001e-1"},
-      {"2.675", 18, "267500000000000000e0"},
-      {"0.015", 20, "15000000000000000000e-2"},
+  // clang-format off
+  const struct { const char* bits; int precision; const char* digits; } cases[] = {
+      {"0.1", 18, "100000000000000000e-1"}, {"0.1", 21, "100000000000000000001e-1"},
+      {"2.675", 18, "267500000000000000e0"}, {"0.015", 20, "15000000000000000000e-2"},
       {"9.5", 1, "1e1"},  // a tie to even: 9.5 -> 10
       {"8.5", 1, "8e0"},  // 8.5 -> 8
       {"999999999999999999999", 18, "100000000000000000e21"},
       {"3.6451995318824746025e-4951", 5, "36452e-4951"},
-      {"1.18973149535723176502e4932", 21, "118973149535723176502e4932"},
-  };
+      {"1.18973149535723176502e4932", 21, "118973149535723176502e4932"}};
+  // clang-format on
   for (const auto& c : cases) EXPECT_EQ(Digits(Parse(c.bits), c.precision), c.digits) << c.bits;
 }
 
@@ -139,15 +129,12 @@ TEST(Extended80Test, ConvertsToAndFromLongDoubleExactly) {
 }
 
 TEST(Extended80Test, ShortestDigitsReadBack) {
-  const struct {
-    const char* text;
-    const char* digits;
-  } cases[] = {{"0.1", "1e-1"},
-               {"2.675", "2675e0"},
-               {"2.665", "2665e0"},
-               {"1e4000", "1e4000"},
-               {"123456789012345678.9", "1234567890123456789e17"},
-               {"0.33333333333333333333333", "33333333333333333334e-1"}};
+  // clang-format off
+  const struct { const char* text; const char* digits; } cases[] = {
+      {"0.1", "1e-1"}, {"2.675", "2675e0"}, {"2.665", "2665e0"}, {"1e4000", "1e4000"},
+      {"123456789012345678.9", "1234567890123456789e17"},
+      {"0.33333333333333333333333", "33333333333333333334e-1"}};
+  // clang-format on
   for (const auto& c : cases) {
     char buf[24];
     int count = 0;
@@ -271,12 +258,10 @@ TEST(Extended80Test, AgreesWithTheX87UnitBitForBit) {
                                                  (a.BiasedExp() - static_cast<int>(rng() % 70))),
                                b.Mantissa());
     const long double x = a.ToExtended(), y = b.ToExtended();
-    const struct {
-      Extended80 soft;
-      long double hard;
-      char op;
-    } results[] = {
+    // clang-format off
+    const struct { Extended80 soft; long double hard; char op; } results[] = {
         {a + b, x + y, '+'}, {a - b, x - y, '-'}, {a * b, x * y, '*'}, {a / b, x / y, '/'}};
+    // clang-format on
     for (const auto& r : results) {
       if (Bits(r.soft) == Bits(Extended80(r.hard))) continue;
       ADD_FAILURE() << Bits(a) << ' ' << r.op << ' ' << Bits(b) << ": software " << Bits(r.soft)

@@ -282,12 +282,11 @@ TEST(IntTextTest, DecimalAndHex) {
 }
 
 TEST(FloatParseTest, ParsesWithTheLocaleSeparator) {
-  const struct {
-    const char* text;
-    Extended value;
-  } cases[] = {{"1,5", 1.5L},      {"  -2,25  ", -2.25L}, {"1E3", 1000.0L},
-               {"1,5e-2", 0.015L}, {",5", 0.5L},          {"5,", 5.0L},
-               {"+3", 3.0L},       {"0,1", 0.1L},         {"1E-5000", 0.0L}};
+  // clang-format off
+  const struct { const char* text; Extended value; } cases[] = {
+      {"1,5", 1.5L}, {"  -2,25  ", -2.25L}, {"1E3", 1000.0L}, {"1,5e-2", 0.015L}, {",5", 0.5L},
+      {"5,", 5.0L}, {"+3", 3.0L}, {"0,1", 0.1L}, {"1E-5000", 0.0L}};
+  // clang-format on
   TFormatSettingsGuard guard(TFormatSettings::Russian());
   for (const auto& c : cases) EXPECT_EQ(StrToFloat(c.text), testutil::X(c.value)) << c.text;
   double d = 0;
@@ -363,11 +362,10 @@ TEST(CurrencyTextTest, TextInAndOut) {
 TEST(BoolTextTest, TextsBothWays) {
   EXPECT_EQ(BoolToStr(true) + BoolToStr(false) + BoolToStr(true, true) + BoolToStr(false, true),
             "-10TrueFalse");
-  const struct {
-    const char* text;
-    bool value;
-  } good[] = {{"true", true}, {"FALSE", false}, {"0", false},
-              {"-1", true},   {"2,5", true},    {"0,0", false}};
+  // clang-format off
+  const struct { const char* text; bool value; } good[] = {
+      {"true", true}, {"FALSE", false}, {"0", false}, {"-1", true}, {"2,5", true}, {"0,0", false}};
+  // clang-format on
   TFormatSettingsGuard guard(TFormatSettings::Russian());
   for (const auto& c : good) EXPECT_EQ(StrToBool(c.text), c.value) << c.text;
   bool b;

@@ -342,40 +342,31 @@ TEST_F(VariantTest, CopiesOfArraysAreIndependent) {
 // ---- Comparison -------------------------------------------------------------------------
 
 TEST_F(VariantTest, CompareValueAcrossTypes) {
-  const struct {
-    Variant a, b;
-    TVariantRelationship expected;
-  } cases[] = {
+  // clang-format off
+  const struct { Variant a, b; TVariantRelationship expected; } cases[] = {
       // Numbers of any kind compare as numbers; true is -1.
-      {Variant(1), Variant(1.0), vrEqual},
-      {Variant(1), Variant(Int64(2)), vrLessThan},
+      {Variant(1), Variant(1.0), vrEqual}, {Variant(1), Variant(Int64(2)), vrLessThan},
       {Variant(Byte(200)), Variant(ShortInt(-1)), vrGreaterThan},
       {Variant(~UInt64(0)), Variant(std::numeric_limits<Int64>::max()), vrGreaterThan},
-      {Variant(true), Variant(-1), vrEqual},
-      {Variant(true), Variant(false), vrGreaterThan},
+      {Variant(true), Variant(-1), vrEqual}, {Variant(true), Variant(false), vrGreaterThan},
       {Variant(Curr(15000)), Variant(1.5), vrEqual},
       {Variant(Curr(15000)), Variant(1e30), vrLessThan},
       {Variant(Curr(-1)), Variant(Int64(1) << 62), vrLessThan},
       {Variant::FromDate(45000.25), Variant(45000.25), vrEqual},
       // Text against a number, boolean or date is read as one.
-      {Variant("10"), Variant(9), vrGreaterThan},
-      {Variant("1,5"), Variant(1), vrGreaterThan},
+      {Variant("10"), Variant(9), vrGreaterThan}, {Variant("1,5"), Variant(1), vrGreaterThan},
       {Variant("true"), Variant(true), vrEqual},
       {Variant("05.03.2024"), Variant::FromDate(EncodeDate(2024, 3, 5)), vrEqual},
       // Text against text: case-sensitive, letters first, lower case before upper, Ё after Е.
-      {Variant("abc"), Variant(u"abc"), vrEqual},
-      {Variant("abc"), Variant("ABC"), vrLessThan},
-      {Variant("a"), Variant("A"), vrLessThan},
-      {Variant("a"), Variant("B"), vrLessThan},
+      {Variant("abc"), Variant(u"abc"), vrEqual}, {Variant("abc"), Variant("ABC"), vrLessThan},
+      {Variant("a"), Variant("A"), vrLessThan}, {Variant("a"), Variant("B"), vrLessThan},
       {Variant(Cp1251(u8"Ёж")), Variant(Cp1251(u8"Жук")), vrLessThan},
       {Variant(u"\u044F"), Variant(Cp1251(u8"Ю")), vrGreaterThan},
       // Null and empty equal only themselves.
-      {Variant::Null(), Variant::Null(), vrEqual},
-      {Unassigned, Variant(), vrEqual},
-      {Variant::Null(), Variant(0), vrNotEqual},
-      {Variant(0), Variant::Null(), vrNotEqual},
-      {Unassigned, Variant(""), vrNotEqual},
-      {Unassigned, Variant::Null(), vrNotEqual}};
+      {Variant::Null(), Variant::Null(), vrEqual}, {Unassigned, Variant(), vrEqual},
+      {Variant::Null(), Variant(0), vrNotEqual}, {Variant(0), Variant::Null(), vrNotEqual},
+      {Unassigned, Variant(""), vrNotEqual}, {Unassigned, Variant::Null(), vrNotEqual}};
+  // clang-format on
   for (std::size_t i = 0; i < std::size(cases); ++i) {
     const auto& c = cases[i];
     EXPECT_EQ(VarCompareValue(c.a, c.b), c.expected) << "case #" << i;

@@ -147,15 +147,14 @@ TEST(NextDay, StopsAtTheEndOfTheCalendar) {
 }
 
 TEST(CalcNumOfSteps, IsTheSmallestCoveringCount) {
-  const struct {
-    const char *first, *last;
-    int id, expected;
-  } cases[] = {
-      {"2025-01-01", "2025-03-31", psMonth, 3},     {"2025-01-01", "2025-04-01", psMonth, 4},
-      {"2024-01-31", "2024-03-30", psMonth, 2},     {"2025-05-05", "2025-01-01", psYear, 1},
-      {"2024-01-01", "2024-12-31", psDay, 366},     {"2025-03-03", "2025-03-10", psWeek, 2},
-      {"2025-01-01", "2025-12-31", psQuarter, 4},   {"0001-01-01", "9999-12-31", psDay, 3652059},
+  // clang-format off
+  const struct { const char *first, *last; int id, expected; } cases[] = {
+      {"2025-01-01", "2025-03-31", psMonth, 3}, {"2025-01-01", "2025-04-01", psMonth, 4},
+      {"2024-01-31", "2024-03-30", psMonth, 2}, {"2025-05-05", "2025-01-01", psYear, 1},
+      {"2024-01-01", "2024-12-31", psDay, 366}, {"2025-03-03", "2025-03-10", psWeek, 2},
+      {"2025-01-01", "2025-12-31", psQuarter, 4}, {"0001-01-01", "9999-12-31", psDay, 3652059},
       {"0001-01-01", "9999-11-30", psMonth, 119987}};
+  // clang-format on
   for (const auto& c : cases)
     EXPECT_EQ(CalcNumOfSteps(P(c.first), P(c.last), c.id), c.expected)
         << c.first << " .. " << c.last << " id " << c.id;

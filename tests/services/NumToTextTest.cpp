@@ -170,15 +170,12 @@ TEST(CrcToText, RejectsNonFiniteAmountsAndUnknownCodes) {
 }
 
 TEST(NumToTextPr, WordFormsSelection) {
-  struct Case {
-    const char* digits;
-    int russian;
-    int english;
-  } cases[] = {
-      {"1", 1, 1},    {"2", 2, 2},  {"4", 2, 2},  {"5", 3, 2},  {"0", 3, 2},
-      {"11", 3, 2},   {"14", 3, 2}, {"21", 1, 2}, {"01", 1, 2}, {"111", 3, 2},
-      {"1001", 1, 2}, {"22", 2, 2}, {"", 3, 2},   {"-1", 1, 2},
-  };
+  // clang-format off
+  struct Case { const char* digits; int russian; int english; } cases[] = {
+      {"1", 1, 1}, {"2", 2, 2}, {"4", 2, 2}, {"5", 3, 2}, {"0", 3, 2}, {"11", 3, 2}, {"14", 3, 2},
+      {"21", 1, 2}, {"01", 1, 2}, {"111", 3, 2}, {"1001", 1, 2}, {"22", 2, 2}, {"", 3, 2},
+      {"-1", 1, 2}};
+  // clang-format on
   for (const Case& c : cases) {
     EXPECT_EQ(TkxNumToTextPr::GetNPadej(c.digits, true), c.russian) << c.digits;
     EXPECT_EQ(TkxNumToTextPr::GetNPadej(c.digits, false), c.english) << c.digits;

@@ -84,13 +84,12 @@ TEST(ParseParams, NonStrictListsWhatWasMissing) {
 TEST(ParseParams, StrictRaisesAndLeavesTheDumpAlone) {
   IPtr<IDump> d = SampleDump();
   const Integer before = d->get_Count();
-  struct Case {
-    const char* text;
-    const char* message;
-  } cases[] = {{"ok %x, then %abc", "Parameter \"abc\" not found"},
-               {"%,", "Parameter \"\" not found"},
-               {"%\"no such\"", "Parameter \"no such\" not found"},
-               {"%emptyv", "Value of parameter \"emptyv\" is empty"}};
+  // clang-format off
+  struct Case { const char* text; const char* message; } cases[] = {
+      {"ok %x, then %abc", "Parameter \"abc\" not found"}, {"%,", "Parameter \"\" not found"},
+      {"%\"no such\"", "Parameter \"no such\" not found"},
+      {"%emptyv", "Value of parameter \"emptyv\" is empty"}};
+  // clang-format on
   for (const Case& c : cases) {
     EXPECT_EQ(testutil::MessageOf([&] { ParseParams(c.text, d, '%', true); }), c.message);
     EXPECT_EQ(testutil::MessageOf([&] { ReplaceParams(c.text, d, '%', true); }), c.message);
@@ -152,17 +151,15 @@ TEST(GetCmdParams, ReadsTheRealCommandLineOfTheProcess) {
 }
 
 TEST(Str2Bool, TruthWords) {
-  struct Case {
-    std::u8string_view text;
-    bool value;
-  } cases[] = {
-      {u8"1", true},    {u8"T", true},    {u8"t", true},     {u8"TRUE", true},  {u8"true", true},
-      {u8"True", true}, {u8"Y", true},    {u8"y", true},     {u8"YES", true},   {u8"yes", true},
-      {u8"Д", true},    {u8"д", true},    {u8"ДА", true},    {u8"да", true},    {u8"Да", true},
-      {u8"OK", true},   {u8"ok", true},   {u8"ON", true},    {u8"on", true},    {u8"", false},
-      {u8"2", false},   {u8"0", false},   {u8" YES", false}, {u8"YES ", false}, {u8"yess", false},
-      {u8"F", false},   {u8"нет", false}, {u8"-1", false},
-  };
+  // clang-format off
+  struct Case { std::u8string_view text; bool value; } cases[] = {
+      {u8"1", true}, {u8"T", true}, {u8"t", true}, {u8"TRUE", true}, {u8"true", true},
+      {u8"True", true}, {u8"Y", true}, {u8"y", true}, {u8"YES", true}, {u8"yes", true},
+      {u8"Д", true}, {u8"д", true}, {u8"ДА", true}, {u8"да", true}, {u8"Да", true}, {u8"OK", true},
+      {u8"ok", true}, {u8"ON", true}, {u8"on", true}, {u8"", false}, {u8"2", false}, {u8"0", false},
+      {u8" YES", false}, {u8"YES ", false}, {u8"yess", false}, {u8"F", false}, {u8"нет", false},
+      {u8"-1", false}};
+  // clang-format on
   for (const Case& c : cases) EXPECT_EQ(Str2Bool(Ansi(c.text)), c.value) << U8(c.text);
 }
 

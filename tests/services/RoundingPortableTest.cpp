@@ -140,15 +140,13 @@ TEST(RoundExtPortable, NaNIsLeftAlone) {
 // double is wider must still produce exactly these.
 TEST(ExtendedText, TextConvertsToTheSameExtendedEverywhere) {
   TFormatSettingsGuard guard(TFormatSettings::Russian());
-  const struct {
-    const char* text;
-    Word signExp;
-    UInt64 mant;
-  } cases[] = {{"0,1", 0x3FFB, 0xCCCCCCCCCCCCCCCDull},
-               {"1,5e-2", 0x3FF8, 0xF5C28F5C28F5C28Full},
-               {"-2,675", 0xC000, 0xAB33333333333333ull},
-               {"123456789012345678,9", 0x4037, 0xDB4DA5D31879A773ull},
-               {"1E-4950", 0x0000, 0x0000000000000003ull}};
+  // clang-format off
+  const struct { const char* text; Word signExp; UInt64 mant; } cases[] = {
+      {"0,1", 0x3FFB, 0xCCCCCCCCCCCCCCCDull}, {"1,5e-2", 0x3FF8, 0xF5C28F5C28F5C28Full},
+      {"-2,675", 0xC000, 0xAB33333333333333ull},
+      {"123456789012345678,9", 0x4037, 0xDB4DA5D31879A773ull},
+      {"1E-4950", 0x0000, 0x0000000000000003ull}};
+  // clang-format on
   for (const auto& c : cases) {
     const Extended v = StrToFloat(c.text);
     EXPECT_EQ(Bits(Extended80(v)), Bits(Extended80::FromBits(c.signExp, c.mant))) << c.text;

@@ -145,30 +145,25 @@ TEST(CompareSums, RoundTheDifferenceBeforeComparing) {
 }
 
 TEST(PercentAndTax, Sums) {
-  struct Case {
-    Extended got, expected;
-    const char* what;
-  } cases[] = {{TaxSum(100, 18, 2), 18, "18% on top of 100"},
-               {TaxSum(118, -18, 2), 18, "18% inside 118"},
-               {TaxSum(10.01, 20, 2), 2, "2.002 rounds to 2.00"},
-               {TaxSum(0.05, 18, 2), 0.01L, "0.009 rounds to 0.01"},
-               {TaxSum(1.15, 10, 3), 0.115L, "three places"},
-               {TaxSum(-100, 18, 2), -18, "a refund"},
-               {TaxApply(100, 18, 2), 118, "gross"},
-               {TaxApply(118, -18, 2), 100, "net"},
-               {TaxApply(99.99, 20, 2), 119.99L, "19.998 rounds up"},
-               {TaxCalc(118, -18, 2), 18, "rate of an included tax"},
-               {TaxCalc(100, 18, 2), 18, "rate of a tax on top"},
-               {TaxCalc(18, -18, 2), 0, "nothing left but tax"},
-               {TaxCalc(0, 5, 2), 0, "empty sum"},
-               {TaxCalc(300, 1, 4), 0.3333L, "rounded rate"},
-               {PercentBack(118, 18), 100, "base of 118"},
-               {PercentBack(118, -100), 0, "guarded division"},
-               {PercentApply(100, 10), 110, "plus ten percent"},
-               {PercentApply(100, -10), 90, "minus ten percent"},
-               {PercentApply(100, 0), 100, "zero percent"},
-               {PercentCalc(200, 150), 25, "150 is 25% below 200"},
-               {PercentCalc(200, 250), -25, "250 is 25% above 200"}};
+  // clang-format off
+  struct Case { Extended got, expected; const char* what; } cases[] = {
+      {TaxSum(100, 18, 2), 18, "18% on top of 100"}, {TaxSum(118, -18, 2), 18, "18% inside 118"},
+      {TaxSum(10.01, 20, 2), 2, "2.002 rounds to 2.00"},
+      {TaxSum(0.05, 18, 2), 0.01L, "0.009 rounds to 0.01"},
+      {TaxSum(1.15, 10, 3), 0.115L, "three places"}, {TaxSum(-100, 18, 2), -18, "a refund"},
+      {TaxApply(100, 18, 2), 118, "gross"}, {TaxApply(118, -18, 2), 100, "net"},
+      {TaxApply(99.99, 20, 2), 119.99L, "19.998 rounds up"},
+      {TaxCalc(118, -18, 2), 18, "rate of an included tax"},
+      {TaxCalc(100, 18, 2), 18, "rate of a tax on top"},
+      {TaxCalc(18, -18, 2), 0, "nothing left but tax"}, {TaxCalc(0, 5, 2), 0, "empty sum"},
+      {TaxCalc(300, 1, 4), 0.3333L, "rounded rate"}, {PercentBack(118, 18), 100, "base of 118"},
+      {PercentBack(118, -100), 0, "guarded division"},
+      {PercentApply(100, 10), 110, "plus ten percent"},
+      {PercentApply(100, -10), 90, "minus ten percent"},
+      {PercentApply(100, 0), 100, "zero percent"},
+      {PercentCalc(200, 150), 25, "150 is 25% below 200"},
+      {PercentCalc(200, 250), -25, "250 is 25% above 200"}};
+  // clang-format on
   for (const Case& c : cases)
     EXPECT_NEAR(static_cast<double>(c.got), static_cast<double>(c.expected), 1e-12) << c.what;
   EXPECT_TRUE(std::isinf(PercentCalc(0, 1)));
@@ -229,17 +224,12 @@ TEST(Formatting, IntegersAndMemorySizes) {
 
 TEST(Formatting, NumbersFromFreeText) {
   TFormatSettingsGuard guard(TFormatSettings::Russian());
-  struct Case {
-    std::u8string_view text;
-    bool found;
-    Extended value;
-  } cases[] = {{u8"Итого: -12,50 руб.", true, 12.5},
-               {u8"нет", false, 0},
-               {u8"", false, 0},
-               {u8"1,2,3 шт. и 7", true, 7},  // a run that is no number is skipped
-               {u8"x+5", true, 5},
-               {u8"№42", true, 42},
-               {u8",", false, 0}};
+  // clang-format off
+  struct Case { std::u8string_view text; bool found; Extended value; } cases[] = {
+      {u8"Итого: -12,50 руб.", true, 12.5}, {u8"нет", false, 0}, {u8"", false, 0},
+      {u8"1,2,3 шт. и 7", true, 7},  // a run that is no number is skipped
+      {u8"x+5", true, 5}, {u8"№42", true, 42}, {u8",", false, 0}};
+  // clang-format on
   for (const Case& c : cases) {
     Extended v = -1;
     EXPECT_EQ(TryExtractNum(Ansi(c.text), v), c.found) << U8(c.text);

@@ -71,31 +71,23 @@ TEST(StrServTokens, DelimiterEndingATokenIsLeftForTheNextCall) {
 }
 
 TEST(StrServTokens, ExtractWordTakesTheNthRunOfNonDelimiters) {
-  const struct {
-    int n;
-    const char* s;
-    const char* word;
-  } cases[] = {{1, "  one two ", "one"}, {2, "  one two ", "two"}, {3, "  one two ", ""},
-               {0, "one", ""},           {-1, "one", ""},          {1, "", ""},
-               {1, " ;; ", ""},          {2, ";;a; ;b;", "b"},     {1, "whole", "whole"}};
+  // clang-format off
+  const struct { int n; const char* s; const char* word; } cases[] = {
+      {1, "  one two ", "one"}, {2, "  one two ", "two"}, {3, "  one two ", ""}, {0, "one", ""},
+      {-1, "one", ""}, {1, "", ""}, {1, " ;; ", ""}, {2, ";;a; ;b;", "b"}, {1, "whole", "whole"}};
+  // clang-format on
   for (const auto& c : cases) EXPECT_EQ(ExtractWord(c.n, c.s, TCharSet{' ', ';'}), c.word) << c.n;
 }
 
 TEST(StrServTokens, StrDivSplitsAtTheFirstCharAndTrimsBothParts) {
-  const struct {
-    const char *s, *head, *tail;
-  } cases[] = {{"  key : value ", "key", "value"},
-               {"abc", "abc", ""},
-               {"  abc\t", "abc", ""},
-               {"\t\x01"
-                "a\r:\x1F"
-                "b\r\n",
-                "a", "b"},
-               {":x", "", "x"},
-               {"a:", "a", ""},
-               {"a:b:c", "a", "b:c"},
-               // A no-break space (0xA0) is above code 32, so it stays.
-               {"\xA0k\xA0 : v", "\xA0k\xA0", "v"}};
+  // clang-format off
+  const struct { const char *s, *head, *tail; } cases[] = {
+      {"  key : value ", "key", "value"}, {"abc", "abc", ""}, {"  abc\t", "abc", ""},
+      {"\t\x01" "a\r:\x1F" "b\r\n", "a", "b"}, {":x", "", "x"}, {"a:", "a", ""},
+      {"a:b:c", "a", "b:c"},
+      // A no-break space (0xA0) is above code 32, so it stays.
+      {"\xA0k\xA0 : v", "\xA0k\xA0", "v"}};
+  // clang-format on
   for (const auto& c : cases) {
     AnsiString tail = "stale";
     EXPECT_EQ(StrDiv(c.s, tail, ':'), c.head);

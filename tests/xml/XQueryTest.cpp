@@ -124,17 +124,13 @@ constexpr std::string_view kKeyed = R"(<root>
 
 TEST(XKeySearch, FindsByNameAndKeyDepthFirst) {
   const IPtr<IXItem> root = Load(kKeyed);
-  struct Case {
-    std::string_view name, attr, value;
-    std::string flat, deep;
-  } cases[] = {
+  // clang-format off
+  struct Case { std::string_view name, attr, value; std::string flat, deep; } cases[] = {
       {"item", "code", "b", "item#1", "group#0/sub#1/item#0"},
-      {"ITEM", "", "", "item#1", "group#0/item#0"},
-      {"item", "CODE", "c", "item#2", "item#2"},
+      {"ITEM", "", "", "item#1", "group#0/item#0"}, {"item", "CODE", "c", "item#2", "item#2"},
       {"group", "code", "", "group#0", "group#0"},  // an absent attribute reads as empty
-      {"item", "code", "z", "-", "-"},
-      {"sub", "", "", "-", "group#0/sub#1"},
-  };
+      {"item", "code", "z", "-", "-"}, {"sub", "", "", "-", "group#0/sub#1"}};
+  // clang-format on
   for (const Case& c : cases) {
     IPtr<IXItem> found;
     EXPECT_EQ(FindXItem(root, c.name, c.attr, c.value, found), c.flat != "-") << c.name;
@@ -214,15 +210,11 @@ TEST(XAttrs, ReadTypedOrRaise) {
   EXPECT_FALSE(GetXAttr(item, "none", v));
   EXPECT_TRUE(VarIsNull(v));
   EXPECT_FALSE(GetXAttr(nullptr, "id", v));
-  struct Case {
-    TVarType type;
-    std::string text;
-    const char* attr;
-  } cases[] = {{varInteger, "7", "id"},
-               {varDouble, "12,5", "sum"},
-               {varBoolean, "True", "ok"},
-               {varDate, "01.03.2024 12:30:00", "date"},
-               {varString, "a&b", "t"}};
+  // clang-format off
+  struct Case { TVarType type; std::string text; const char* attr; } cases[] = {
+      {varInteger, "7", "id"}, {varDouble, "12,5", "sum"}, {varBoolean, "True", "ok"},
+      {varDate, "01.03.2024 12:30:00", "date"}, {varString, "a&b", "t"}};
+  // clang-format on
   for (const Case& c : cases) {
     EXPECT_TRUE(GetXAttr(item, c.attr, c.type, v));
     EXPECT_EQ(v.VarType(), c.type) << c.attr;
