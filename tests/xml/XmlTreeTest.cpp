@@ -220,6 +220,12 @@ TEST(XmlTree, AttributesKeepTheirPlaces) {
   }
   item.set_AttrText("x = \"1\"\t@y=\"2\"");
   EXPECT_EQ(VarToStr(item.get_Attr("@Y")), "2");
+  if constexpr (sizeof(std::size_t) > 4) {
+    // A text longer than an item can hold is refused before it is read, not cut short.
+    static const char one[1] = {};
+    EXPECT_THROW(item.set_AttrText(std::string_view(one, std::size_t{1} << 32)), EInvalidArgument);
+    EXPECT_EQ(item.get_AttrText(), "x = \"1\"\t@y=\"2\"");
+  }
   pos = 1;
   EXPECT_THROW(TXItem::ScanAttr("@a=\"1\" b=\"2\"", pos, "@", name, start, len, value) &&
                    TXItem::ScanAttr("@a=\"1\" b=\"2\"", pos, "@", name, start, len, value),

@@ -242,6 +242,8 @@ void TXItem::MakeValue() const {
 }
 
 void TXItem::SetTexts(std::string_view attrText, std::string_view valueText) {
+  const Cardinal attrSize = detail::TextSize(attrText.size());
+  const Cardinal valueSize = detail::TextSize(valueText.size());
   // The copy is made before the old texts go: either may be a piece of them.
   char* copy = nullptr;
   if (const std::size_t size = attrText.size() + valueText.size(); size != 0) {
@@ -251,8 +253,8 @@ void TXItem::SetTexts(std::string_view attrText, std::string_view valueText) {
   }
   ReleaseTexts();
   fText = copy;
-  fAttrSize = static_cast<Cardinal>(attrText.size());
-  fValueSize = static_cast<Cardinal>(valueText.size());
+  fAttrSize = attrSize;
+  fValueSize = valueSize;
 }
 
 void TXItem::set_AttrText(std::string_view text) { SetTexts(text, ValueText()); }

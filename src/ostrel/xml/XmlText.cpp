@@ -469,10 +469,11 @@ inline void TXReader::StoreAttrText(TXItem* item, std::string_view text) {
     if (item->fText) item->ReleaseTexts();
     return;
   }
+  const Cardinal size = detail::TextSize(text.size());
   char* const at = BlockRoom(text.size());
   std::memcpy(at, text.data(), text.size());
   fBlock->used += text.size();
-  item->SetBlockTexts(fBlock, at, static_cast<Cardinal>(text.size()), 0);
+  item->SetBlockTexts(fBlock, at, size, 0);
 }
 
 void TXReader::StoreText(std::string_view text, bool cdata, bool endTag) {
@@ -494,6 +495,8 @@ void TXReader::StoreText(std::string_view text, bool cdata, bool endTag) {
   // The value's text follows the attribute text in the block: where that is the last thing
   // stored (a leaf's value comes right after its start tag), only the value is copied.
   const std::string_view attrText = target->get_AttrText();
+  const Cardinal attrSize = detail::TextSize(attrText.size());
+  const Cardinal valueSize = detail::TextSize(text.size());
   const bool follows = target->fBlock && target->fBlock == fBlock &&
                        attrText.data() + attrText.size() == fBlock->Data() + fBlock->used &&
                        fBlock->capacity - fBlock->used >= text.size();
@@ -507,8 +510,7 @@ void TXReader::StoreText(std::string_view text, bool cdata, bool endTag) {
   }
   std::memcpy(fBlock->Data() + fBlock->used, text.data(), text.size());
   fBlock->used += text.size();
-  target->SetBlockTexts(fBlock, at, static_cast<Cardinal>(attrText.size()),
-                        static_cast<Cardinal>(text.size()));
+  target->SetBlockTexts(fBlock, at, attrSize, valueSize);
   target->fValue = Variant::Null();
   target->fIsCDATA = cdata;
 }

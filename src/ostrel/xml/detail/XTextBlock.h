@@ -4,6 +4,7 @@
 // block are of one tree, which belongs to one thread at a time, so the count is plain.
 #pragma once
 
+#include <ostrel/rtl/Exceptions.h>
 #include <ostrel/rtl/Strings.h>
 #include <ostrel/rtl/Types.h>
 
@@ -28,6 +29,16 @@ struct TXTextBlock {
     if (block && --block->users == 0) ::operator delete(block);
   }
 };
+
+// The size of a text as an item holds it (32 bits); a longer text is refused rather than
+// cut short.
+inline Cardinal TextSize(std::size_t size) {
+  if constexpr (sizeof(std::size_t) > sizeof(Cardinal)) {
+    if (size > static_cast<std::size_t>(static_cast<Cardinal>(-1)))
+      throw EInvalidArgument("TXItem: a text longer than 4 GB cannot be held");
+  }
+  return static_cast<Cardinal>(size);
+}
 
 // Whether s is "<![CDATA[" ... "]]>", the markers compared ignoring letter case: such a
 // value is kept unwrapped and marked as character data.
