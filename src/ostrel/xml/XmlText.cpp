@@ -47,20 +47,6 @@ inline const char* FindByte(const char* from, const char* end, char c) {
   return hit ? static_cast<const char*>(hit) : end;
 }
 
-// The first '<' or '&' in from .. end - 1, or end: where a run of plain text stops.
-inline const char* FindTextStop(const char* from, const char* end) {
-#if defined(__SSE2__)
-  const __m128i lt = _mm_set1_epi8('<'), amp = _mm_set1_epi8('&');
-  for (; end - from >= 16; from += 16) {
-    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
-    const int bits = _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(b, lt), _mm_cmpeq_epi8(b, amp)));
-    if (bits != 0) return from + std::countr_zero(static_cast<unsigned>(bits));
-  }
-#endif
-  while (from < end && *from != '<' && *from != '&') ++from;
-  return from;
-}
-
 // Decodes the entity at p ("&" first) when it is a whole &lt; &gt; &amp; &quot; or
 // &#digits; before end, writing its character to out: the bytes taken, or 0 for anything else
 // (which DecodeTo then takes, with its rules for the unusual forms).
