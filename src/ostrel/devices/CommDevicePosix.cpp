@@ -201,11 +201,15 @@ class TPosixDevice final : public TCommDevice {
   }
 
   Integer ReadQueued(void* buffer, Integer count) override {
-    // Read at once rather than asking the queue first: a terminal gives a few kilobytes a read
-    // (a pseudo-terminal about 4), and the question cost a call for each of them. The empty
-    // read that ends a batch (a terminal then flushes its pending input work and waits for
-    // it) comes once a batch, and a fast device fills the batch before its queue runs dry.
-    return Move(false, static_cast<char*>(buffer), count);
+    // Asked first rather than read until EAGAIN: an empty non-blocking read of a terminal has
+    // the kernel flush its pending input work and wait for it, which costs more than the read.
+    Integer queued = 0;
+    if (Ioctl(fFd, FIONREAD, &queued) != 0) {
+      if (errno == EIO || errno == ENXIO || errno == ENODEV) MarkLost("Read");
+      RaiseLastOSError();
+    }
+    if (queued <= 0) return 0;
+    return Move(false, static_cast<char*>(buffer), std::min(queued, count));
   }
 
   Integer Read(void* buffer, Integer count) override {
