@@ -128,39 +128,76 @@ class TSender {
   const std::atomic<bool>& fLost;
 };
 
+// The device's side of `serial`: a thread that reads whatever has arrived, in one read when
+// bytes are waiting (so that a fast device costs what a plain read loop costs), and passes it
+// to the handler. Each read waits at most ReadSlice for the first byte, so that a stop is seen
+// within a moment; the device going away ends the reading with lost set and standard input
+// woken.
+class TReceiver {
+ public:
+  static constexpr Integer ReadSlice = 200;  // ms
+
+  template <class Handler>
+  TReceiver(TkxCommPort& port, std::atomic<bool>& lost, Handler handler) {
+    TkxCommTimeouts& t = port.Timeouts();
+    t.SetReadInterval(-1);  // what is queued, or else the first bytes within ReadSlice
+    t.SetReadTotalM(-1);
+    t.SetReadTotalC(ReadSlice);
+    fThread = std::jthread([&port, &lost, handler, this](std::stop_token stop) {
+      std::vector<char> buffer(std::size_t{1} << 16);
+      try {
+        while (!stop.stop_requested()) {
+          Integer n = port.Read(buffer.data(), static_cast<Integer>(buffer.size()), 0);
+          if (n > 0) handler(std::string_view(buffer.data(), static_cast<std::size_t>(n)));
+        }
+      } catch (const Exception& e) {
+        if (!port.DeviceLost()) {
+          std::lock_guard lock(fLock);
+          fError = e.Message();
+        }
+        lost = true;
+        WakeStdInput();
+      }
+    });
+  }
+
+  // Stops the reading and waits for it; a failure other than the device going away is raised.
+  void Stop() {
+    if (fThread.joinable()) {
+      fThread.request_stop();
+      fThread.join();
+    }
+    std::lock_guard lock(fLock);
+    if (fError) throw Exception(*fError);
+  }
+
+ private:
+  std::mutex fLock;
+  std::optional<AnsiString> fError;
+  std::jthread fThread;  // last: joined before the members it uses go
+};
+
 int RunSerial(Cli& cli, const Args& args) {
   PortArgs a = ParsePortArgs(args);
   TkxCommPort port;
   SetUpPort(port, a);
   const bool raw = a.raw ? *a.raw : !StdInputIsTerminal();
-  port.SetEvents({evRxChar, evError});
-  // Handlers run on the port's worker: the main thread is busy with standard input.
-  port.SetSyncMethod(smNone);
-  std::mutex outLock;
-  port.OnReceiveData = [&](TObject*, const void* data, Integer size) {
-    std::string_view bytes(static_cast<const char*>(data), static_cast<std::size_t>(size));
-    std::lock_guard lock(outLock);
+  // No events: the receiver reads, and meets the device going away itself.
+  port.SetEvents({});
+  std::atomic<bool> lost{false};
+  CatchTerminationSignals();
+  port.Open();
+  cli.ErrorLn(
+      Format(raw ? "%s open at %s; standard input is sent as it is, until its end"
+                 : "%s open at %s; each line typed is sent with CR LF, end with end of input",
+             a.port, port.ParamsText()));
+  TReceiver receiver(port, lost, [&](std::string_view bytes) {
     if (raw)
       cli.Out().write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     else
       cli.Write(bytes);
     cli.Out().flush();
-  };
-  std::atomic<bool> lost{false};
-  port.OnEvent = [&](TObject*, TkxCommEvents) {
-    if (!port.DeviceLost()) return;  // a line error: the line is still there
-    lost = true;
-    WakeStdInput();
-  };
-  CatchTerminationSignals();
-  port.Open();
-  {
-    std::lock_guard lock(outLock);
-    cli.ErrorLn(
-        Format(raw ? "%s open at %s; standard input is sent as it is, until its end"
-                   : "%s open at %s; each line typed is sent with CR LF, end with end of input",
-               a.port, port.ParamsText()));
-  }
+  });
   TSender sender(port, lost);
   std::vector<char> buffer(std::size_t{1} << 16);
   AnsiString line;  // the line being typed (line mode)
@@ -201,15 +238,19 @@ int RunSerial(Cli& cli, const Args& args) {
     if (!port.DeviceLost()) throw;
   }
   if (int signal = TerminationSignal()) {
+    receiver.Stop();
     port.Close();
     EndAfterSignal(cli, signal);
   }
+  if (!port.DeviceLost()) {
+    // Replies to what was sent last still have a moment to arrive.
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  }
+  receiver.Stop();
   if (port.DeviceLost()) {
     port.Close();
     throw Exception(Format(CommConst::SDeviceGone.Str(), a.port));
   }
-  // Replies to what was sent last still have a moment to arrive.
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
   port.Close();
   return 0;
 }

@@ -73,6 +73,15 @@ class TWinDevice final : public TCommDevice {
   void SetTimeouts(const TCommTimeoutValues& t) override {
     COMMTIMEOUTS c{t.ReadInterval, t.ReadTotalMultiplier, t.ReadTotalConstant,
                    t.WriteTotalMultiplier, t.WriteTotalConstant};
+    // "What is queued, or else the first bytes within the constant" is done by Read itself:
+    // drivers differ in how they take these values (Wine's read never returns), while the
+    // driver's own "what is queued, at once" is the same everywhere.
+    constexpr DWORD kLargest = MAXDWORD;
+    fFirstWithin = t.ReadInterval == kLargest && t.ReadTotalMultiplier == kLargest &&
+                           t.ReadTotalConstant != 0 && t.ReadTotalConstant != kLargest
+                       ? t.ReadTotalConstant
+                       : 0;
+    if (fFirstWithin != 0) c.ReadTotalTimeoutMultiplier = c.ReadTotalTimeoutConstant = 0;
     Check(::SetCommTimeouts(fHandle, &c));
   }
 
@@ -88,12 +97,40 @@ class TWinDevice final : public TCommDevice {
   void Queues(Integer& input, Integer& output) override {
     DWORD errors = 0;
     COMSTAT stat{};
-    Check(::ClearCommError(fHandle, &errors, &stat));
+    // A removed device is lost here as in a transfer (the receiver of `serial` asks first).
+    if (!::ClearCommError(fHandle, &errors, &stat)) Fail(false);
     input = static_cast<Integer>(stat.cbInQue);
     output = static_cast<Integer>(stat.cbOutQue);
   }
 
-  Integer Read(void* buffer, Integer count) override { return Transfer(false, buffer, count); }
+  Integer Read(void* buffer, Integer count) override {
+    if (fFirstWithin == 0 || fWaiting.load(std::memory_order_acquire))
+      return Transfer(false, buffer, count);
+    // What is queued; else the line's "character received" event is waited for, at most
+    // fFirstWithin ms, and what is queued then. (While the port's worker waits for line
+    // events the mask is its own, and the driver takes the time-outs as they are.)
+    if (Integer got = ReadQueued(buffer, count); got > 0) return got;
+    if (!::SetCommMask(fHandle, EV_RXCHAR)) Fail(false);
+    struct Unmask {
+      HANDLE handle;
+      ~Unmask() { ::SetCommMask(handle, 0); }
+    } unmask{fHandle};
+    // A byte that came between the look above and the mask brings no event: look again.
+    if (Integer got = ReadQueued(buffer, count); got > 0) return got;
+    TEvent arrived(false);
+    OVERLAPPED ov{};
+    ov.hEvent = arrived.Get();
+    DWORD mask = 0;
+    if (!::WaitCommEvent(fHandle, &mask, &ov)) {
+      if (::GetLastError() != ERROR_IO_PENDING) Fail(false);
+      if (::WaitForSingleObject(arrived.Get(), fFirstWithin) != WAIT_OBJECT_0)
+        ::SetCommMask(fHandle, 0);  // ends the pending wait, which must not outlive ov
+      DWORD ignored = 0;
+      if (!::GetOverlappedResult(fHandle, &ov, &ignored, TRUE) && IsGoneError(::GetLastError()))
+        Fail(false);
+    }
+    return ReadQueued(buffer, count);
+  }
   Integer Write(void* buffer, Integer count) override { return Transfer(true, buffer, count); }
   Integer ReadQueued(void* buffer, Integer count) override {
     Integer input = 0, output = 0;
@@ -129,8 +166,11 @@ class TWinDevice final : public TCommDevice {
 
   HANDLE fHandle;
   std::atomic<bool> fLost{false};
+  DWORD fFirstWithin = 0;  // not 0: Read waits so long for the first bytes (see SetTimeouts)
 
  public:
+  // Whether the port's worker holds the line events (a waiter is alive).
+  std::atomic<bool> fWaiting{false};
   bool Lost() const noexcept override { return fLost.load(std::memory_order_acquire); }
   void MarkLost() noexcept { fLost.store(true, std::memory_order_release); }
 };
@@ -138,8 +178,10 @@ class TWinDevice final : public TCommDevice {
 class TWinWaiter final : public TCommWaiter {
  public:
   TWinWaiter(TWinDevice& device, Cardinal mask) : fDevice(device), fStop(false), fOverlapped(true) {
+    device.fWaiting.store(true, std::memory_order_release);
     Check(::SetCommMask(device.Handle(), mask));
   }
+  ~TWinWaiter() override { fDevice.fWaiting.store(false, std::memory_order_release); }
 
   bool Wait(Cardinal& events) override {
     for (;;) {
