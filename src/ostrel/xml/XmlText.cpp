@@ -14,6 +14,7 @@
 #include <cmath>
 #include <cstring>
 #include <memory>
+#include <new>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -263,14 +264,6 @@ void DecodeTo(AnsiString& out, std::string_view s) {
   std::size_t i = s.find('&');
   if (i == std::string_view::npos) i = s.size();
   out.append(s.data(), i);
-  // A named entity is taken only when the whole name matches; one that starts like a known
-  // name but is not one (&apos;) is kept as it stands.
-  auto named = [&](std::string_view entity, char c) {
-    if (s.substr(i, entity.size()) != entity) return false;
-    out += c;
-    i += entity.size();
-    return true;
-  };
   while (i < s.size()) {
     if (s[i] != '&') {
       std::size_t next = s.find('&', i);
@@ -279,20 +272,20 @@ void DecodeTo(AnsiString& out, std::string_view s) {
       i = next;
       continue;
     }
+    // The usual forms whole; a name that starts like a known one but is not one (&apos;) is
+    // kept as it stands.
+    char c;
+    if (const std::size_t taken = DecodeOne(s.data() + i, s.data() + s.size(), &c)) {
+      out += c;
+      i += taken;
+      continue;
+    }
     const char letter = i + 1 < s.size() ? s[i + 1] : '\0';
     switch (letter) {
       case 'l':
-        if (!named("&lt;", '<')) out += s[i++];
-        break;
       case 'g':
-        if (!named("&gt;", '>')) out += s[i++];
-        break;
       case 'q':
-        if (!named("&quot;", '"')) out += s[i++];
-        break;
-      case 'a':
-        if (!named("&amp;", '&')) out += s[i++];
-        break;
+      case 'a': out += s[i++]; break;
       case '#': {
         // The digits up to ";" (or the end), kept to their low 8 bits as they are read, so
         // that any length of number is safe; a sign is taken as a number reader takes it.
@@ -802,20 +795,32 @@ inline TXItem* TXReader::NewChild() {
   return child;
 }
 
-void TXReader::CloseOpen() noexcept {
+void TXReader::CloseOpen(bool raise) {
   std::vector<TXItem*>& children = fChildren[fOpen.size() - 1];
   TXItem* const item = fOpen.back().item;
-  try {
-    // One list of the exact size, not one grown child by child.
-    if (item->fItems.empty())
+  if (item->fItems.empty()) {
+    // One list of the exact size, not one grown child by child; short of memory for it, the
+    // gathered list itself serves (a swap allocates nothing).
+    try {
       item->fItems.assign(children.begin(), children.end());
-    else
+      children.clear();
+    } catch (const std::bad_alloc&) {
+      item->fItems.swap(children);
+    }
+  } else {
+    try {
       item->fItems.insert(item->fItems.end(), children.begin(), children.end());
-  } catch (...) {
-    // Out of memory: the children that found no place go, rather than being lost.
-    for (TXItem* child : children) delete child;
+      children.clear();
+    } catch (const std::bad_alloc&) {
+      // Children that found no place are freed, and the failure goes to the caller; while an
+      // error is already on its way out (raise false) that error is the one reported.
+      for (TXItem* child : children) delete child;
+      children.clear();
+      fOpen.pop_back();
+      if (raise) throw;
+      return;
+    }
   }
-  children.clear();
   fOpen.pop_back();
 }
 
@@ -828,7 +833,7 @@ void TXReader::ReadItem(TXItem* item) {
     TXReader* reader;
     std::size_t depth;
     ~CloseAll() {
-      while (reader->fOpen.size() > depth) reader->CloseOpen();
+      while (reader->fOpen.size() > depth) reader->CloseOpen(false);
     }
   } closeAll{this, fOpen.size()};
   const std::size_t base = fOpen.size();
@@ -852,14 +857,19 @@ void TXReader::ReadItem(TXItem* item) {
     while (tag.name.size() >= 4 && tag.name.substr(0, 4) == "?xml");
     // The tag's views last until the next read.
     if (inside) StoreText(fText, cdata, tag.endTag);
-    if (tag.name.empty()) return;
+    if (tag.name.empty()) {
+      // The input ended inside open elements: they are closed here, where a failure can go
+      // to the caller.
+      while (fOpen.size() > base) CloseOpen(true);
+      return;
+    }
     if (tag.endTag) {
       if (!inside) RaiseAt(fTagPos, Format(_SErrXMLEndTagFound, AnsiString(tag.name)));
       const AnsiString& openName = fOpen.back().item->get_Name();
       const std::string_view closes = tag.name.substr(1);
       if (closes != openName && !AnsiSameText(closes, openName))
         RaiseAt(fTagPos, Format(_SErrXMLNoEndTag, openName));
-      CloseOpen();
+      CloseOpen(true);
       if (fOpen.size() == base) return;
       continue;
     }

@@ -185,8 +185,9 @@ class OSTREL_API TXReader {
   // Memory for the next items, taken from the pool several at a time.
   std::vector<void*> fBlocks;
   std::size_t fBlockBatch = 4;
-  // Puts the innermost open element's children read into its list, and ends it.
-  void CloseOpen() noexcept;
+  // Puts the innermost open element's children read into its list, and ends it. Raises only
+  // when raise is set and memory runs out for an element that had children before.
+  void CloseOpen(bool raise);
 };
 
 // Writes items as indented XML text (two blanks a level, CR LF after every line), gathered
