@@ -8,7 +8,8 @@ the transfer, which on a small or busy machine swings with the scheduling of thi
 feeds and checks both ends), and the processor time the program itself took (user + system,
 from the kernel's accounting of the child), which does not.
 
-usage: serial_program_bench.py OSTREL [MEGABYTES (100)] [ROUNDS (3)]
+usage: serial_program_bench.py OSTREL [MEGABYTES (100)] [ROUNDS (3)] [in|out|both (both)]
+  in: standard input to the port only; out: the port to standard output only
 """
 import os
 import statistics
@@ -22,6 +23,9 @@ import time
 ostrel = sys.argv[1]
 size = int(sys.argv[2] if len(sys.argv) > 2 else 100) << 20
 rounds = int(sys.argv[3] if len(sys.argv) > 3 else 3)
+direction = sys.argv[4] if len(sys.argv) > 4 else "both"
+if direction not in ("in", "out", "both"):
+    raise SystemExit("the direction is in, out or both")
 
 block = os.urandom(65521)  # a prime period, so that no read lines up with it
 data = (block * (size // len(block) + 1))[:size]
@@ -124,7 +128,10 @@ def from_port(raw):
 with tempfile.NamedTemporaryFile() as f:
     f.write(data)
     f.flush()
-    for name, run in (("stdin to port", lambda raw: to_port(raw, f.name)), ("port to stdout", from_port)):
+    runs = (("in", "stdin to port", lambda raw: to_port(raw, f.name)), ("out", "port to stdout", from_port))
+    for key, name, run in runs:
+        if direction not in (key, "both"):
+            continue
         times = {True: [], False: []}
         cpus = {True: [], False: []}
         for i in range(rounds):

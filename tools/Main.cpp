@@ -1,6 +1,9 @@
 // Entry point of the `ostrel` command-line program; the work is in Cli.cpp and the commands.
 #include "Cli.h"
 
+#include <ostrel/rtl/Console.h>
+
+#include <cstdio>
 #include <iostream>
 #include <string>
 #include <string_view>
@@ -82,6 +85,10 @@ class ConsoleCodePages {
 #endif
 
 int main(int argc, char** argv) {
+  // Into a file or a pipe, a piece of output up to 64 KB leaves in one write. With the default
+  // buffer (4 KB for a pipe) a piece of 17 KB left as three, and whoever reads the pipe woke
+  // three times: `serial` passing a device's bytes on is where that showed.
+  if (!ostrel::StdOutputIsTerminal()) std::setvbuf(stdout, nullptr, _IOFBF, std::size_t{1} << 16);
   std::vector<std::string> args;
 #if defined(_WIN32)
   bool raw = false;

@@ -60,6 +60,11 @@ bool StdInputIsTerminal() {
   return ::GetConsoleMode(::GetStdHandle(STD_INPUT_HANDLE), &mode) != 0;
 }
 
+bool StdOutputIsTerminal() {
+  DWORD mode = 0;
+  return ::GetConsoleMode(::GetStdHandle(STD_OUTPUT_HANDLE), &mode) != 0;
+}
+
 std::ptrdiff_t ReadStdInput(void* buffer, std::size_t size) {
   Wake& wake = TheWake();
   if (::WaitForSingleObject(wake.event, 0) == WAIT_OBJECT_0) {
@@ -131,6 +136,8 @@ void OnSignal(int signal) {
 }  // namespace
 
 bool StdInputIsTerminal() { return ::isatty(0) == 1; }
+
+bool StdOutputIsTerminal() { return ::isatty(1) == 1; }
 
 std::ptrdiff_t ReadStdInput(void* buffer, std::size_t size) {
   Wake& wake = TheWake();

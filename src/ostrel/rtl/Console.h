@@ -11,6 +11,8 @@ namespace ostrel {
 
 // True when standard input is a terminal (a person typing), false for a file or a pipe.
 OSTREL_API bool StdInputIsTerminal();
+// True when standard output is a terminal; false for a file or a pipe.
+OSTREL_API bool StdOutputIsTerminal();
 
 // Reads what standard input has, up to size bytes, waiting until something arrives. Returns
 // the count read (> 0), 0 at end of input, or -1 when WakeStdInput was called meanwhile (or
