@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <random>
 #include <vector>
 
@@ -141,6 +142,58 @@ TEST(SmallSearches, PosCopyAndReplaceUseOneBasedPositions) {
             "bcd|ab|c|");
   EXPECT_EQ(StringReplaceAll(Ansi(u8"Да да ДА"), Ansi(u8"да"), "+", true), "+ + +");
   EXPECT_EQ(QuotedStr("it's"), "'it''s'");
+}
+
+// Patterns longer than a few bytes are searched another way than short ones. Both agree with
+// a comparison at every place, on texts made of repeats (where a search is easily misled),
+// and a long pattern costs time in proportion to the text: a million bytes searched for a
+// near match of half that length took seconds when each place was compared in full.
+TEST(SmallSearches, PatternsOfAnyLengthAgreeWithAPlainScanAndStayLinear) {
+  auto at = [](std::string_view sub, std::string_view s, std::size_t from, bool fold) {
+    for (std::size_t i = from; i + sub.size() <= s.size(); ++i)
+      if (fold ? AnsiSameText(s.substr(i, sub.size()), sub) : s.substr(i, sub.size()) == sub)
+        return static_cast<int>(i) + 1;
+    return 0;
+  };
+  auto replaced = [&](std::string_view s, std::string_view sub, bool fold) {
+    AnsiString out;
+    std::size_t i = 0;
+    for (int p; (p = at(sub, s, i, fold)) > 0; i = static_cast<std::size_t>(p - 1) + sub.size())
+      out += AnsiString(s.substr(i, static_cast<std::size_t>(p - 1) - i)) + "#";
+    return out + AnsiString(s.substr(i));
+  };
+  std::mt19937 rng(7);
+  auto pick = [&](int n) { return static_cast<int>(rng() % static_cast<unsigned>(n)); };
+  for (int round = 0; round < 4000; ++round) {
+    AnsiString period, text, sub;
+    for (int i = 1 + pick(6); i > 0; --i) period += "aAbB"[pick(pick(3) ? 2 : 4)];
+    while (text.size() < static_cast<std::size_t>(pick(300))) text += period;
+    if (pick(4) && !text.empty()) {
+      const std::size_t from = static_cast<std::size_t>(pick(static_cast<int>(text.size())));
+      sub = text.substr(from, static_cast<std::size_t>(1 + pick(100)));
+      if (pick(2)) sub[static_cast<std::size_t>(pick(static_cast<int>(sub.size())))] ^= 1;
+    } else {
+      for (int i = 1 + pick(60); i > 0; --i) sub += "abAB"[pick(4)];
+    }
+    const int offset = 1 + pick(4);
+    ASSERT_EQ(Pos(sub, text, offset),
+              offset > static_cast<int>(text.size())
+                  ? 0
+                  : at(sub, text, static_cast<std::size_t>(offset - 1), false))
+        << sub << " in " << text;
+    ASSERT_EQ(AnsiPosText(sub, text), at(sub, text, 0, true)) << sub << " in " << text;
+    for (bool fold : {false, true})
+      ASSERT_EQ(StringReplaceAll(text, sub, "#", fold), replaced(text, sub, fold))
+          << sub << " in " << text << " " << fold;
+  }
+
+  const AnsiString text(1000000, 'a'), near = AnsiString(499999, 'a') + "b";
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(Join(Pos(near, text), Pos("b" + near.substr(1), text), AnsiPosText(near, text)),
+            "0 0 0");
+  EXPECT_EQ(StringReplaceAll(text, near, "x", true), text);
+  EXPECT_EQ(Pos(near.substr(1), text + "b"), 500003);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
 }
 
 }  // namespace

@@ -226,6 +226,10 @@ bool Dump_ContainsNames(const IPtr<IDump>& dump, std::string_view names) {
 
 void Dump_Remove(const IPtr<IDump>& dump, std::string_view names) {
   IDump& d = Checked(dump, "Dump_Remove");
+  if (auto* own = dynamic_cast<TkxDump*>(ObjRef(dump, false))) {
+    own->Remove(names);
+    return;
+  }
   ForEachName(names, [&](const AnsiString& name) {
     Integer i = d.IndexOf(name);
     if (i >= 0) d.Delete(i);

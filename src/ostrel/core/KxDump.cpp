@@ -288,6 +288,43 @@ void TkxDump::Clear() {
   for (Entry& e : old) e.Value.Clear();
 }
 
+void TkxDump::Remove(std::string_view names) {
+  // Taken out together: one entry at a time renumbers the whole index once per name, a cost
+  // that grows with the square of the dump's size when many names go.
+  std::vector<bool> named(fItems.size());
+  std::vector<std::size_t> order;
+  AnsiString token;
+  int pos = 1;
+  while (ExtractStr(names, pos, kSemicolon, token)) {
+    const Integer i = IndexOf(token);
+    if (i < 0 || named[static_cast<std::size_t>(i)]) continue;
+    named[static_cast<std::size_t>(i)] = true;
+    order.push_back(static_cast<std::size_t>(i));
+  }
+  if (order.empty()) return;
+  std::vector<Variant> old;
+  old.reserve(order.size());
+  for (std::size_t i : order) old.push_back(std::move(fItems[i].Value));
+  std::size_t kept = 0;
+  for (std::size_t i = 0; i < fItems.size(); ++i) {
+    if (named[i]) continue;
+    if (kept != i) {
+      fItems[kept] = std::move(fItems[i]);
+      fHashes[kept] = fHashes[i];
+    }
+    ++kept;
+  }
+  fItems.erase(fItems.begin() + static_cast<std::ptrdiff_t>(kept), fItems.end());
+  fHashes.resize(kept);
+  // Without an index lookups scan the entries, so the dump is whole even if a new index
+  // cannot be allocated.
+  fSlots.clear();
+  fSlotBits = 0;
+  if (fItems.size() >= kIndexFrom) RebuildIndex();
+  // `old` is released last, first named first.
+  for (Variant& v : old) v.Clear();
+}
+
 void TkxDump::Assign(TkxDump* source) {
   if (!source) return;
   for (std::size_t i = 0; i < source->fItems.size(); ++i) {
@@ -337,13 +374,7 @@ Variant OSTREL_STDCALL TkxDump::CallMethod(TObject* instance, TClass, std::strin
       }
     }
   } else if (name == "REMOVE") {
-    AnsiString names = VarToStr(param(0));
-    AnsiString token;
-    int pos = 1;
-    while (ExtractStr(names, pos, kSemicolon, token)) {
-      Integer i = target->IndexOf(token);
-      if (i >= 0) target->Delete(i);
-    }
+    target->Remove(VarToStr(param(0)));
   }
   return Variant();
 }

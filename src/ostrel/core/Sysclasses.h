@@ -189,6 +189,10 @@ class OSTREL_API TkxDump : public TkxObject, public IDump, public IObjectRTTI {
   bool Find(std::string_view name, Integer& index);
   // Removes every entry, first to last.
   void Clear();
+  // Removes the entries named in a ";"-separated list, in one pass over the dump; names it
+  // does not hold are passed over. The values go after the dump is whole again, in the
+  // order named.
+  void Remove(std::string_view names);
   // Merges source in: each of its entries, in order, is set by name here.
   void Assign(TkxDump* source);
   // The dump's IDump entry, not counted.

@@ -2,6 +2,7 @@
 #include <ostrel/rtl/detail/Common.h>
 
 #include <algorithm>
+#include <vector>
 
 namespace ostrel {
 
@@ -356,17 +357,49 @@ AnsiString TrimRight(std::string_view s) {
   return AnsiString(s.substr(0, e));
 }
 
+namespace {
+
+// Where sub (not empty) first stands in s at or after `from`; npos when nowhere. Both come
+// from callers and may both be large, so the cost must not grow with the product of their
+// sizes: a short pattern is compared at each place, a bounded cost per byte; a longer one is
+// found by Knuth-Morris-Pratt, which never steps back in the text.
+std::size_t FindFirst(std::string_view s, std::string_view sub, std::size_t from) {
+  constexpr std::size_t kShortPattern = 32;
+  if (from > s.size() || sub.size() > s.size() - from) return std::string_view::npos;
+  if (sub.size() <= kShortPattern) return s.find(sub, from);
+  // border[i]: the length of the longest proper prefix of sub[0..i] that also ends it.
+  std::vector<std::size_t> border(sub.size(), 0);
+  for (std::size_t i = 1, k = 0; i < sub.size(); ++i) {
+    while (k > 0 && sub[i] != sub[k]) k = border[k - 1];
+    if (sub[i] == sub[k]) ++k;
+    border[i] = k;
+  }
+  for (std::size_t i = from, k = 0; i < s.size(); ++i) {
+    if (k == 0) {
+      // Nothing matched yet: on to the next place where the first byte stands.
+      i = s.find(sub[0], i);
+      if (i == std::string_view::npos) break;
+    }
+    while (k > 0 && s[i] != sub[k]) k = border[k - 1];
+    if (s[i] == sub[k]) ++k;
+    if (k == sub.size()) return i + 1 - k;
+  }
+  return std::string_view::npos;
+}
+
+}  // namespace
+
 int Pos(std::string_view sub, std::string_view s, int offset) {
   if (sub.empty() || offset < 1 || static_cast<std::size_t>(offset) > s.size()) return 0;
-  std::size_t p = s.find(sub, static_cast<std::size_t>(offset - 1));
+  std::size_t p = FindFirst(s, sub, static_cast<std::size_t>(offset - 1));
   return p == std::string_view::npos ? 0 : static_cast<int>(p) + 1;
 }
 
 int AnsiPosText(std::string_view sub, std::string_view s) {
   if (sub.empty() || sub.size() > s.size()) return 0;
-  for (std::size_t i = 0; i + sub.size() <= s.size(); ++i)
-    if (AnsiSameText(s.substr(i, sub.size()), sub)) return static_cast<int>(i) + 1;
-  return 0;
+  // Letters of one weight fold to one byte, so equal folded bytes are equal text.
+  std::size_t p = FindFirst(AnsiFoldCase(s), AnsiFoldCase(sub), 0);
+  return p == std::string_view::npos ? 0 : static_cast<int>(p) + 1;
 }
 
 AnsiString Copy(std::string_view s, int index, int count) {
@@ -382,19 +415,23 @@ AnsiString StringOfChar(char c, int count) {
 AnsiString StringReplaceAll(std::string_view s, std::string_view from, std::string_view to,
                             bool ignoreCase) {
   if (from.empty()) return AnsiString(s);
-  AnsiString out;
-  std::size_t i = 0;
-  while (i < s.size()) {
-    bool hit =
-        i + from.size() <= s.size() && (ignoreCase ? AnsiSameText(s.substr(i, from.size()), from)
-                                                   : s.substr(i, from.size()) == from);
-    if (hit) {
-      out += to;
-      i += from.size();
-    } else {
-      out += s[i++];
-    }
+  AnsiString foldedText, foldedFrom;
+  std::string_view text = s, pattern = from;
+  if (ignoreCase) {
+    foldedText = AnsiFoldCase(s);
+    foldedFrom = AnsiFoldCase(from);
+    text = foldedText;
+    pattern = foldedFrom;
   }
+  AnsiString out;
+  out.reserve(s.size());
+  std::size_t i = 0;
+  for (std::size_t hit; (hit = FindFirst(text, pattern, i)) != std::string_view::npos;
+       i = hit + from.size()) {
+    out.append(s.substr(i, hit - i));
+    out.append(to);
+  }
+  out.append(s.substr(i));
   return out;
 }
 
