@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -120,6 +121,27 @@ TEST(IDList, SetAsStringMergesPiecesUpToTheFirstBadOne) {
       l->SetAsString(c.text, c.separator);
     EXPECT_EQ(l->GetAsString(','), c.after) << c.text;
   }
+}
+
+// Long lists are built and compared in time proportional to their length: each new ID used
+// to be looked for in the whole list, and each ID of one list in the whole other one.
+TEST(IDList, LongListsBuildAndCompareInLinearTime) {
+  constexpr Integer kCount = 200000;
+  AnsiString text;
+  for (Integer i = 0; i < kCount; ++i) text += IntToStr(i * 7) + ";";
+  const auto start = std::chrono::steady_clock::now();
+  IPtr<IkxIDList> a = GetIDListIntf(), b = GetIDListIntf();
+  a->SetAsString(text + text, ';');
+  for (Integer i = kCount - 1; i >= 0; --i) b->Add(i * 7);
+  EXPECT_EQ(b->Add(7), kCount - 2);  // present: its index
+  EXPECT_TRUE(a->IsEqual(b, false));
+  EXPECT_FALSE(a->IsEqual(b, true));
+  b->Delete(0);
+  b->Add(1);
+  EXPECT_FALSE(a->IsEqual(b, false));
+  EXPECT_EQ(Join(a->get_Count(), b->IndexOf(1), b->IndexOf((kCount - 1) * 7), a->IndexOf(3)),
+            Join(kCount, kCount - 1, -1, -1));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
 }
 
 TEST(IDList, ScriptingCommands) {

@@ -147,14 +147,23 @@ Integer OSTREL_STDCALL TkxIDList::get_ID(Integer index) {
 
 Integer OSTREL_STDCALL TkxIDList::get_Count() { return static_cast<Integer>(fIDs.size()); }
 
+bool TkxIDList::Insert(Integer id) {
+  if (!fPresent.insert(id).second) return false;
+  try {
+    fIDs.push_back(id);
+  } catch (...) {
+    fPresent.erase(id);
+    throw;
+  }
+  return true;
+}
+
 Integer OSTREL_STDCALL TkxIDList::Add(Integer id) {
-  const Integer index = IndexOf(id);
-  if (index >= 0) return index;
-  fIDs.push_back(id);
-  return static_cast<Integer>(fIDs.size()) - 1;
+  return Insert(id) ? static_cast<Integer>(fIDs.size()) - 1 : IndexOf(id);
 }
 
 Integer OSTREL_STDCALL TkxIDList::IndexOf(Integer id) {
+  if (!fPresent.contains(id)) return -1;
   auto it = std::find(fIDs.begin(), fIDs.end(), id);
   return it == fIDs.end() ? -1 : static_cast<Integer>(it - fIDs.begin());
 }
@@ -173,10 +182,14 @@ bool OSTREL_STDCALL TkxIDList::Remove(Integer id) {
 
 void OSTREL_STDCALL TkxIDList::Delete(Integer index) {
   CheckIndex(index);
+  fPresent.erase(fIDs[static_cast<std::size_t>(index)]);
   fIDs.erase(fIDs.begin() + index);
 }
 
-void OSTREL_STDCALL TkxIDList::Clear() { fIDs.clear(); }
+void OSTREL_STDCALL TkxIDList::Clear() {
+  fIDs.clear();
+  fPresent.clear();
+}
 
 void OSTREL_STDCALL TkxIDList::Sort() {
   ListQuickSort(
@@ -193,12 +206,16 @@ bool OSTREL_STDCALL TkxIDList::IsSorted() { return std::is_sorted(fIDs.begin(), 
 
 bool OSTREL_STDCALL TkxIDList::IsEqual(const IPtr<IkxIDList>& other, bool ordered) {
   if (!other || other->get_Count() != get_Count()) return false;
-  for (std::size_t i = 0; i < fIDs.size(); ++i) {
-    const bool same =
-        ordered ? other->get_ID(static_cast<Integer>(i)) == fIDs[i] : other->IndexOf(fIDs[i]) >= 0;
-    if (!same) return false;
+  if (ordered) {
+    for (std::size_t i = 0; i < fIDs.size(); ++i)
+      if (other->get_ID(static_cast<Integer>(i)) != fIDs[i]) return false;
+    return true;
   }
-  return true;
+  // The other's IDs read once into a set, rather than searched once for each of these.
+  std::unordered_set<Integer> theirs;
+  theirs.reserve(fIDs.size());
+  for (Integer i = 0, n = other->get_Count(); i < n; ++i) theirs.insert(other->get_ID(i));
+  return std::all_of(fIDs.begin(), fIDs.end(), [&](Integer id) { return theirs.contains(id); });
 }
 
 AnsiString OSTREL_STDCALL TkxIDList::GetAsString(char separator) {
@@ -212,7 +229,7 @@ void OSTREL_STDCALL TkxIDList::SetAsString(std::string_view text, char separator
   const TCharSet set{separator};
   int pos = 1;
   AnsiString piece;
-  while (ExtractStr(text, pos, set, piece)) Add(StrToInt(Trim(piece)));
+  while (ExtractStr(text, pos, set, piece)) Insert(StrToInt(Trim(piece)));
 }
 
 Variant OSTREL_STDCALL TkxIDList::GetProp(TObject*, TClass, std::string_view) { return Variant(); }
@@ -248,7 +265,7 @@ Variant OSTREL_STDCALL TkxIDList::CallMethod(TObject* instance, TClass, std::str
     const TVarType type = VarType(source);
     if (type == varUnknown || type == varDispatch) {
       if (IPtr<IkxIDList> other = VarToIntf(source).As<IkxIDList>()) {
-        for (Integer i = 0, n = other->get_Count(); i < n; ++i) target->Add(other->get_ID(i));
+        for (Integer i = 0, n = other->get_Count(); i < n; ++i) target->Insert(other->get_ID(i));
       }
     }
   } else if (name == "GETASSTRING") {

@@ -6,6 +6,7 @@
 #include <ostrel/rtl/Classes.h>
 
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 namespace ostrel {
@@ -112,8 +113,13 @@ class OSTREL_API TkxIDList : public TInterfacedObject,
 
  private:
   void CheckIndex(Integer index) const;
+  // Appends the ID when it is absent; whether it did.
+  bool Insert(Integer id);
 
   std::vector<Integer> fIDs;
+  // The same IDs as a set: adding one must not scan the list, or a long list costs the square
+  // of its length to build.
+  std::unordered_set<Integer> fPresent;
 };
 
 // A new, empty variable list.
