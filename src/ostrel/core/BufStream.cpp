@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <vector>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -350,14 +351,38 @@ bool TkxBufStream::MatchStr(std::string_view text, bool useLocale, bool advance)
 }
 
 bool TkxBufStream::Search(std::string_view text, bool useLocale) {
-  while (!Eof()) {
-    if (!(OffsetInBuffer() && fOffset < fValid) && LoadBuf(0) <= 0) {
-      SetPosition(fSize);  // the stream gives no more bytes
-      break;
-    }
-    if (SameAhead(text, useLocale)) return true;
-    MovePos(1);
+  if (Eof()) return false;
+  if (!(OffsetInBuffer() && fOffset < fValid) && LoadBuf(0) <= 0) {
+    SetPosition(fSize);  // the stream gives no more bytes
+    return false;
   }
+  if (text.empty()) return true;
+  CheckAhead(text.size());
+  // The position stays on the place being tried, with k bytes of the text known to match
+  // there. A byte that breaks the match moves the place on as far as the text's borders allow
+  // (Knuth-Morris-Pratt) instead of by one, so no byte is compared more than a few times:
+  // comparing the whole text at each place cost the text's length for every byte.
+  auto fold = [useLocale](char c) { return useLocale ? AnsiUpperChar(c) : AsciiUpper(c); };
+  AnsiString pattern(text);
+  for (char& c : pattern) c = fold(c);
+  std::vector<Integer> border(pattern.size(), 0);
+  for (std::size_t i = 1, k = 0; i < pattern.size(); ++i) {
+    while (k > 0 && pattern[i] != pattern[k]) k = static_cast<std::size_t>(border[k - 1]);
+    if (pattern[i] == pattern[k]) ++k;
+    border[i] = static_cast<Integer>(k);
+  }
+  const Integer n = static_cast<Integer>(pattern.size());
+  Integer k = 0;
+  while (!Eof() && LoadBuf(n) >= n) {
+    const char* here = fBuffer.get() + fOffset;
+    while (k < n && fold(here[k]) == pattern[static_cast<std::size_t>(k)]) ++k;
+    if (k == n) return true;
+    const Integer keep = k > 0 ? border[static_cast<std::size_t>(k - 1)] : 0;
+    MovePos(k > 0 ? k - keep : 1);
+    k = keep;
+  }
+  // Fewer bytes are left than the text has (or the stream gives no more).
+  SetPosition(fSize);
   return false;
 }
 
