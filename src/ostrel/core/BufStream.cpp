@@ -3,6 +3,7 @@
 
 #include <ostrel/core/ModuleLinks.h>
 #include <ostrel/rtl/Format.h>
+#include <ostrel/rtl/detail/Common.h>
 
 #include <algorithm>
 #include <bit>
@@ -365,19 +366,14 @@ bool TkxBufStream::Search(std::string_view text, bool useLocale) {
   auto fold = [useLocale](char c) { return useLocale ? AnsiUpperChar(c) : AsciiUpper(c); };
   AnsiString pattern(text);
   for (char& c : pattern) c = fold(c);
-  std::vector<Integer> border(pattern.size(), 0);
-  for (std::size_t i = 1, k = 0; i < pattern.size(); ++i) {
-    while (k > 0 && pattern[i] != pattern[k]) k = static_cast<std::size_t>(border[k - 1]);
-    if (pattern[i] == pattern[k]) ++k;
-    border[i] = static_cast<Integer>(k);
-  }
+  const std::vector<std::size_t> border = detail::TextBorders(pattern);
   const Integer n = static_cast<Integer>(pattern.size());
   Integer k = 0;
   while (!Eof() && LoadBuf(n) >= n) {
     const char* here = fBuffer.get() + fOffset;
     while (k < n && fold(here[k]) == pattern[static_cast<std::size_t>(k)]) ++k;
     if (k == n) return true;
-    const Integer keep = k > 0 ? border[static_cast<std::size_t>(k - 1)] : 0;
+    const Integer keep = k > 0 ? static_cast<Integer>(border[static_cast<std::size_t>(k - 1)]) : 0;
     MovePos(k > 0 ? k - keep : 1);
     k = keep;
   }

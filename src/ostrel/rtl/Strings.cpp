@@ -367,13 +367,7 @@ std::size_t FindFirst(std::string_view s, std::string_view sub, std::size_t from
   constexpr std::size_t kShortPattern = 32;
   if (from > s.size() || sub.size() > s.size() - from) return std::string_view::npos;
   if (sub.size() <= kShortPattern) return s.find(sub, from);
-  // border[i]: the length of the longest proper prefix of sub[0..i] that also ends it.
-  std::vector<std::size_t> border(sub.size(), 0);
-  for (std::size_t i = 1, k = 0; i < sub.size(); ++i) {
-    while (k > 0 && sub[i] != sub[k]) k = border[k - 1];
-    if (sub[i] == sub[k]) ++k;
-    border[i] = k;
-  }
+  const std::vector<std::size_t> border = detail::TextBorders(sub);
   for (std::size_t i = from, k = 0; i < s.size(); ++i) {
     if (k == 0) {
       // Nothing matched yet: on to the next place where the first byte stands.

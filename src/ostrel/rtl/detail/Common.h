@@ -5,6 +5,9 @@
 #include <ostrel/rtl/Types.h>
 
 #include <cmath>
+#include <cstddef>
+#include <string_view>
+#include <vector>
 
 namespace ostrel::detail {
 
@@ -21,6 +24,20 @@ inline Extended RoundHalfEven(Extended x) {
   if (diff > 0.5L) return lower + 1;
   if (diff < 0.5L) return lower;
   return std::fmod(lower, 2.0L) == 0 ? lower : lower + 1;
+}
+
+// Knuth-Morris-Pratt's table for a search text: entry i is the length of the longest proper
+// prefix of text[0..i] that also ends it. Where a match breaks after k bytes, a search goes on
+// with entry k - 1 of them matched, so that no byte searched is looked at more than a few
+// times, whatever the text.
+inline std::vector<std::size_t> TextBorders(std::string_view text) {
+  std::vector<std::size_t> border(text.size(), 0);
+  for (std::size_t i = 1, k = 0; i < text.size(); ++i) {
+    while (k > 0 && text[i] != text[k]) k = border[k - 1];
+    if (text[i] == text[k]) ++k;
+    border[i] = k;
+  }
+  return border;
 }
 
 }  // namespace ostrel::detail
