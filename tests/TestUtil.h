@@ -10,6 +10,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
 #include <functional>
 #include <sstream>
 #include <string>
@@ -31,6 +34,16 @@ std::string MessageOf(Fn&& fn) {
     return e.Message();
   }
   return "<no exception>";
+}
+
+// The time a test allows an input of its size that the library must handle in time linear in
+// the size: one second, times OSTREL_TEST_SLOWDOWN where that is set (the qemu runner sets it,
+// as emulated code runs tens of times slower). Work that grew with the square of the size
+// would take far longer.
+inline std::chrono::steady_clock::duration LinearTimeBudget() {
+  const char* slowdown = std::getenv("OSTREL_TEST_SLOWDOWN");
+  const int factor = slowdown ? std::atoi(slowdown) : 1;
+  return std::chrono::seconds(1) * std::max(factor, 1);
 }
 
 // The values as text, separated by blanks: several small results compared in one line.

@@ -15,6 +15,7 @@ fi
 # The target's libraries are named to its loader outright: the loader also reads the host's
 # /etc/ld.so.cache, which on an amd64 host lists Debian's own 32-bit x86 libc (/lib32), a
 # build other than the cross root's loader. That mixed pair starts single-threaded programs
-# but spins forever in the first pthread_create.
+# but spins forever in the first pthread_create. Emulated code runs tens of times slower than
+# the host's own, so the tests' time limits are widened by OSTREL_TEST_SLOWDOWN.
 exec "$OSTREL_QEMU" -L "$OSTREL_QEMU_ROOT" -E "LD_LIBRARY_PATH=$OSTREL_QEMU_ROOT/lib" \
-  -0 "$0" "$OSTREL_QEMU_PROGRAM" "$@"
+  -E OSTREL_TEST_SLOWDOWN=50 -0 "$0" "$OSTREL_QEMU_PROGRAM" "$@"

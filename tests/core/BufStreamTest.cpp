@@ -248,7 +248,7 @@ TEST(BufStream, SearchAgreesWithAPlainScanAndStaysLinear) {
   TkxBufStream bs(new ProbeStream(data), true, 1 << 16);
   const auto start = std::chrono::steady_clock::now();
   EXPECT_TRUE(bs.Search(std::string(999, 'A') + "B", false));
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, testutil::LinearTimeBudget());
   EXPECT_EQ(bs.GetPosition(), 20 << 20);
 }
 

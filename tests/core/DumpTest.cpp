@@ -142,7 +142,7 @@ TEST(DumpNames, ManyAtOnceStayLinearAndRemovedValuesGoAfterwards) {
   odd.insert(odd.end(), {"HELD0", "held1", "Held2"});
   EXPECT_EQ(Dump_Names_Exclude(d, odd, ";"), kept);
   Dump_Remove(d, names + "held2;held0;held1;absent");
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, testutil::LinearTimeBudget());
   EXPECT_EQ(Join(seen[0], seen.size()), Join(kCount / 2, 3));
   ASSERT_EQ(d->get_Count(), kCount / 2);
   for (int i = 0; i < kCount; i += 997)

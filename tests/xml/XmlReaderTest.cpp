@@ -292,7 +292,7 @@ TEST(XmlReader, HostileInput) {
   for (int i = 0; i < 400000; ++i) entities += "&apos;";
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(VarToStr(Parse("<a>" + entities + "</a>")->get_Value()), entities);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, testutil::LinearTimeBudget());
   // Binary garbage gives a clear error or a tree, never a crash.
   std::string garbage;
   for (int i = 0; i < 5000; ++i) garbage += static_cast<char>((i * 7919) % 256);
