@@ -150,10 +150,13 @@ class TReceiver {
           Integer n = port.Read(buffer.data(), static_cast<Integer>(buffer.size()), 0);
           if (n > 0) handler(std::string_view(buffer.data(), static_cast<std::size_t>(n)));
         }
-      } catch (const Exception& e) {
+      } catch (const std::exception& e) {
+        // Any failure ends the reading and reaches Stop: one escaping the thread would end
+        // the program without a word. The library's own messages are CP1251 already.
         if (!port.DeviceLost()) {
+          const auto* own = dynamic_cast<const Exception*>(&e);
           std::lock_guard lock(fLock);
-          fError = e.Message();
+          fError = own ? own->Message() : Utf8ToAnsi(std::string_view(e.what()));
         }
         lost = true;
         WakeStdInput();
